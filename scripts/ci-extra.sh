@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Checks beyond the test suite: a Release build running each benchmark briefly, and the
+# fuzz targets for a bounded time.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUORVAL_WERROR=ON \
+    -DQUORVAL_TESTS=OFF -DQUORVAL_BENCHMARKS=ON
+cmake --build build/release -j"$(nproc)"
+for bench in build/release/bench/bench_*; do
+    [ -x "$bench" ] || continue
+    echo "== $bench"
+    "$bench" --benchmark_min_time=0.05
+done
+
+if [ -f fuzz/CMakeLists.txt ]; then
+    bash scripts/fuzz.sh 60
+fi

@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Installs what is needed, builds Quorval with the address and undefined-behaviour sanitizers,
+# and runs every test. Usage: scripts/test.sh [ctest arguments...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh
+cmake -S . -B build/test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUORVAL_WERROR=ON \
+    -DQUORVAL_SANITIZE=address,undefined
+cmake --build build/test -j"$(nproc)"
+ctest --test-dir build/test --output-on-failure -j"$(nproc)" "$@"
