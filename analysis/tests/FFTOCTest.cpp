@@ -1,0 +1,222 @@
+#include "analysis/FFTOC.h"
+
+#include "analysis/VolumeResultOC.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <limits>
+#include <numbers>
+#include <random>
+#include <vector>
+
+namespace quorval {
+namespace {
+
+// |F(k)| of the 2n-point real DFT of x for k = 0 .. n, in long double from an exact-index
+// twiddle table: the reference the fast transform must match.
+std::vector<double> naiveMagnitudes(const std::vector<double> &x)
+{
+    const std::size_t size = x.size();
+    const std::size_t n = size / 2;
+    std::vector<long double> cosTable(size);
+    std::vector<long double> sinTable(size);
+    const long double pi = std::numbers::pi_v<long double>;
+    for (std::size_t m = 0; m < size; m++) {
+        cosTable[m] = std::cos(2.0L * pi * static_cast<long double>(m) / size);
+        sinTable[m] = std::sin(2.0L * pi * static_cast<long double>(m) / size);
+    }
+    std::vector<double> magnitudes(n + 1);
+    for (std::size_t k = 0; k <= n; k++) {
+        long double re = 0.0L;
+        long double im = 0.0L;
+        for (std::size_t t = 0; t < size; t++) {
+            const std::size_t m = (k * t) % size;
+            re += x[t] * cosTable[m];
+            im -= x[t] * sinTable[m];
+        }
+        magnitudes[k] = static_cast<double>(std::sqrt(re * re + im * im));
+    }
+    return magnitudes;
+}
+
+TEST(FFTOC, matchesNaiveDftForEverySizeOnSeededNoise)
+{
+    std::mt19937_64 generator(20240611);
+    std::uniform_real_distribution<double> noise(-1.0, 1.0);
+    for (int logN = 0; logN <= 12; logN++) {
+        SCOPED_TRACE(logN);
+        FFTOC fft;
+        ASSERT_TRUE(fft.setupWithLogN(logN));
+        const int n = 1 << logN;
+        ASSERT_EQ(fft.getN(), n);
+        std::vector<double> x(static_cast<std::size_t>(2 * n));
+        for (double &value : x)
+            value = noise(generator);
+        fft.compute(x.data());
+        const std::vector<double> reference = naiveMagnitudes(x);
+        const double scale = *std::max_element(reference.begin(), reference.end());
+        ASSERT_GT(scale, 0.0);
+        double worst = 0.0;
+        for (int k = 0; k <= n; k++)
+            worst = std::max(worst,
+                             std::fabs(fft.getValue(k) - reference[static_cast<std::size_t>(k)]));
+        EXPECT_LT(worst / scale, 1e-9);
+    }
+}
+
+TEST(FFTOC, sizeOneGivesSumAndDifference)
+{
+    FFTOC fft;
+    ASSERT_TRUE(fft.setupWithLogN(0));
+    EXPECT_EQ(fft.getN(), 1);
+    const double x[2] = {3.0, -5.0};
+    fft.compute(x);
+    EXPECT_DOUBLE_EQ(fft.getValue(0), 2.0);
+    EXPECT_DOUBLE_EQ(fft.getValue(1), 8.0);
+
+    FFTOC negative;
+    ASSERT_TRUE(negative.setupWithLogN(-3));
+    EXPECT_EQ(negative.getN(), 1);
+}
+
+TEST(FFTOC, constantInputFillsOnlyBinZero)
+{
+    for (int logN : {1, 5, 10}) {
+        SCOPED_TRACE(logN);
+        FFTOC fft;
+        ASSERT_TRUE(fft.setupWithLogN(logN));
+        const int n = fft.getN();
+        const double c = -0.75;
+        std::vector<double> x(static_cast<std::size_t>(2 * n), c);
+        fft.compute(x.data());
+        EXPECT_NEAR(fft.getValue(0), 2.0 * n * std::fabs(c), 1e-9 * n);
+        for (int k = 1; k <= n; k++)
+            EXPECT_NEAR(fft.getValue(k), 0.0, 1e-9 * n) << "bin " << k;
+    }
+}
+
+TEST(FFTOC, cosineAtBinGivesHalfTheLength)
+{
+    const int logN = 9;
+    FFTOC fft;
+    ASSERT_TRUE(fft.setupWithLogN(logN));
+    const int n = fft.getN();
+    for (int m : {1, 7, 100, n - 1}) {
+        SCOPED_TRACE(m);
+        std::vector<double> x(static_cast<std::size_t>(2 * n));
+        for (int t = 0; t < 2 * n; t++)
+            x[static_cast<std::size_t>(t)] = std::cos(std::numbers::pi * m * t / n);
+        fft.compute(x.data());
+        for (int k = 0; k <= n; k++) {
+            const double expected = k == m ? n : 0.0;
+            EXPECT_NEAR(fft.getValue(k), expected, 1e-9 * n) << "bin " << k;
+        }
+    }
+}
+
+TEST(FFTOC, repeatedTransformsGiveTheSameResult)
+{
+    FFTOC fft;
+    ASSERT_TRUE(fft.setupWithLogN(6));
+    std::mt19937 generator(7);
+    std::normal_distribution<double> noise;
+    std::vector<double> x(128);
+    for (double &value : x)
+        value = noise(generator);
+    fft.compute(x.data());
+    const std::vector<double> first(fft.getResult(), fft.getResult() + 65);
+    std::vector<double> other(128, 0.25);
+    fft.compute(other.data());
+    fft.compute(x.data());
+    for (int k = 0; k <= 64; k++)
+        EXPECT_EQ(fft.getValue(k), first[static_cast<std::size_t>(k)]);
+}
+
+TEST(FFTOC, getRangeRoundsToSinglePrecision)
+{
+    FFTOC fft;
+    ASSERT_TRUE(fft.setupWithLogN(0));
+    const double x[2] = {0.1, 0.0};
+    fft.compute(x);
+    ASSERT_EQ(fft.getValue(0), 0.1);
+    ASSERT_EQ(fft.getValue(1), 0.1);
+    VolumeResultOC range;
+    range.setRMS(42.0);
+    fft.getRange(0, 2, range);
+    EXPECT_EQ(range.getMin(), static_cast<double>(0.1f));
+    EXPECT_EQ(range.getMax(), static_cast<double>(0.1f));
+    EXPECT_NE(range.getMin(), 0.1);
+    EXPECT_NEAR(range.getMin(), 0.100000001490116, 1e-15);
+    EXPECT_EQ(range.getRMS(), 42.0);
+
+    fft.getRange(1, 0, range);
+    EXPECT_EQ(range.getMin(), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(range.getMax(), -std::numeric_limits<double>::infinity());
+    fft.getRange(0, -4, range);
+    EXPECT_EQ(range.getMin(), std::numeric_limits<double>::infinity());
+}
+
+TEST(FFTOC, getRangeFindsLeastAndGreatestOfTheRange)
+{
+    FFTOC fft;
+    ASSERT_TRUE(fft.setupWithLogN(4));
+    std::vector<double> x(32);
+    for (int t = 0; t < 32; t++)
+        x[static_cast<std::size_t>(t)] = 1.0 + 0.5 * std::cos(std::numbers::pi * 3 * t / 16);
+    fft.compute(x.data());
+    VolumeResultOC range;
+    fft.getRange(2, 5, range); // bins 2..6: bin 3 holds 0.5 × 16 = 8
+    EXPECT_FLOAT_EQ(static_cast<float>(range.getMax()), 8.0f);
+    EXPECT_LT(range.getMin(), 1e-9);
+    fft.getRange(0, 17, range);
+    EXPECT_EQ(range.getMax(), static_cast<double>(static_cast<float>(fft.getValue(0))));
+}
+
+TEST(FFTOC, complexHelpersFollowTheirDefinitions)
+{
+    using C = FFTOC::Complex;
+    C a;
+    C b;
+    C c;
+    FFTOC::cSet(&a, 1.5, -2.0);
+    FFTOC::cSet(&b, -0.5, 4.0);
+    FFTOC::cAdd(&c, &a, &b);
+    EXPECT_EQ(c.re, 1.0);
+    EXPECT_EQ(c.im, 2.0);
+    FFTOC::cSubtract(&c, &a, &b);
+    EXPECT_EQ(c.re, 2.0);
+    EXPECT_EQ(c.im, -6.0);
+    FFTOC::cMultiply(&c, &a, &b);
+    EXPECT_EQ(c.re, 1.5 * -0.5 - (-2.0 * 4.0));
+    EXPECT_EQ(c.im, -0.5 * -2.0 + 1.5 * 4.0);
+    FFTOC::cMultiply(&a, &a, &b); // the output may alias an operand
+    EXPECT_EQ(a.re, c.re);
+    EXPECT_EQ(a.im, c.im);
+    FFTOC::cComplement(&c, &b);
+    EXPECT_EQ(c.re, -0.5);
+    EXPECT_EQ(c.im, -4.0);
+    FFTOC::cSet(&c, 3.0, -4.0);
+    EXPECT_EQ(FFTOC::cModulus(&c), 5.0);
+}
+
+TEST(VolumeResultOC, clearSetsExtremesAndZeroRms)
+{
+    VolumeResultOC volume;
+    EXPECT_EQ(volume.getMin(), std::numeric_limits<double>::max());
+    volume.setMin(-3.0);
+    volume.setMax(4.0);
+    volume.setRMS(2.5);
+    EXPECT_EQ(volume.getMin(), -3.0);
+    EXPECT_EQ(volume.getMax(), 4.0);
+    EXPECT_EQ(volume.getRMS(), 2.5);
+    volume.clear();
+    EXPECT_EQ(volume.getMin(), std::numeric_limits<double>::max());
+    EXPECT_EQ(volume.getMax(), -std::numeric_limits<double>::max());
+    EXPECT_EQ(volume.getRMS(), 0.0);
+}
+
+} // namespace
+} // namespace quorval
