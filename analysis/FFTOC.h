@@ -8,7 +8,7 @@ namespace quorval {
 
 class VolumeResultOC;
 
-// Magnitude spectrum of one segment of real samples (Part 1.2): a fixed-size, table-driven
+// Magnitude spectrum of one segment of real samples: a fixed-size, table-driven
 // radix-2 decimation-in-time FFT (Cooley and Tukey, 1965). The 2n real samples are packed as n
 // complex values, transformed with an n-point complex FFT, and unpacked into the n + 1
 // magnitudes of the 2n-point real DFT (the "two for one" real-input trick, e.g. Brigham,
@@ -20,7 +20,7 @@ class VolumeResultOC;
 //
 // Tables are built once by setupWithLogN(); compute() allocates nothing and uses no
 // trigonometry. The temporaries of the passes and of the unpacking are local to each call
-// (the specification shares them between objects), so different objects may transform on
+// (not shared between objects), so different objects may transform on
 // different threads at the same time. Threading: one thread at a time per object.
 class FFTOC
 {

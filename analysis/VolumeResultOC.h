@@ -2,9 +2,9 @@
 
 namespace quorval {
 
-// The least, greatest and root-mean-square value of a stretch of numbers (Parts 1.1, 1.2, 1.4).
-// Units are those of the values measured: raw integer sample units for sound (Part 1.1),
-// spectrum magnitudes for a range of FFT bins (Part 1.2).
+// The least, greatest and root-mean-square value of a stretch of numbers. Units are those of
+// the values measured: raw integer sample units for sound (WavFileOC::getVolume), spectrum
+// magnitudes for a range of FFT bins (FFTOC::getRange).
 //
 // Threading: a plain value object; one thread at a time per object.
 class VolumeResultOC
