@@ -13,6 +13,14 @@ for bench in build/release/bench/bench_*; do
     "$bench" --benchmark_min_time=0.05
 done
 
+# The queue and stream code again under ThreadSanitizer.
+if [ -f streams/CMakeLists.txt ]; then
+    cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUORVAL_WERROR=ON \
+        -DQUORVAL_SANITIZE=thread
+    cmake --build build/tsan -j"$(nproc)" --target streams_tests
+    TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" build/tsan/streams/streams_tests
+fi
+
 if [ -f fuzz/CMakeLists.txt ]; then
     bash scripts/fuzz.sh 60
 fi
