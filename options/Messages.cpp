@@ -1,0 +1,47 @@
+#include "options/Messages.h"
+
+#include <cstdio>
+#include <mutex>
+#include <utility>
+
+namespace quorval {
+
+namespace {
+
+std::mutex &handlerMutex()
+{
+    static std::mutex mutex;
+    return mutex;
+}
+
+MessageHandler &installedHandler()
+{
+    static MessageHandler handler;
+    return handler;
+}
+
+} // namespace
+
+void showMessage(const QString &title, const QString &text)
+{
+    MessageHandler handler;
+    {
+        std::lock_guard lock(handlerMutex());
+        handler = installedHandler();
+    }
+    // Called outside the lock: a handler may itself show a message.
+    if (handler) {
+        handler(title, text);
+        return;
+    }
+    std::fprintf(stderr, "%s: %s\n", title.toLocal8Bit().constData(),
+                 text.toLocal8Bit().constData());
+}
+
+MessageHandler setMessageHandler(MessageHandler handler)
+{
+    std::lock_guard lock(handlerMutex());
+    return std::exchange(installedHandler(), std::move(handler));
+}
+
+} // namespace quorval

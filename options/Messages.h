@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+
+namespace quorval {
+
+// Receives every user-visible message: a title and a text shown to the user as they stand.
+using MessageHandler = std::function<void(const QString &title, const QString &text)>;
+
+// Shows a message to the user through the installed handler; without one it is printed to
+// stderr. Callable from any thread: the handler is called on the caller's thread, so a handler
+// that opens a dialog must hand the message over to the main thread itself.
+void showMessage(const QString &title, const QString &text);
+
+// Installs the handler that shows messages (the window's message dialog); an empty handler
+// restores printing to stderr. Returns the handler it replaces, so tests can put it back.
+MessageHandler setMessageHandler(MessageHandler handler);
+
+} // namespace quorval

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace quorval {
+
+class Parameters;
+
+// Options files: the dialog options written to and read from XML property lists, the factory
+// options, and the preferences of the earlier edition. Failures reach the user through
+// showMessage with the texts below. Main thread only (the panels that choose the files belong
+// to the window).
+namespace OptionsFile {
+
+// Where the factory options live among the resources.
+inline const QString kDefaultPrefsPath = QStringLiteral(":/DefaultPrefs.plist");
+// The earlier edition's preferences file, looked for in the configuration folders.
+inline const QString kEarlierPreferencesName = QStringLiteral("Quorval.plist");
+
+// Writes every dialog option to path, replacing the file only once the new one is complete.
+// On failure shows "Can't write options file: " and the system's reason; returns false.
+bool writeOptions(const Parameters &parameters, const QString &path);
+
+// Imports the property list at path. When it cannot be read or its root is not a dictionary,
+// shows "Can't import options", changes nothing and returns false.
+bool readOptions(Parameters &parameters, const QString &path);
+
+// Imports the factory options; "Can't import default options" when they are missing or
+// unreadable.
+bool defaultOptions(Parameters &parameters, const QString &path = kDefaultPrefsPath);
+
+// The folders searched for the earlier edition's preferences, in order: the system-wide
+// configuration folders (XDG_CONFIG_DIRS), then the user's (XDG_CONFIG_HOME).
+QStringList earlierPreferencesFolders();
+
+// Imports the first earlier preferences file found in folders, once per user: after an import
+// the store remembers it and later launches do nothing. Shows "Imported" after an import and
+// returns whether one happened. An unreadable file is passed over in silence.
+bool importEarlierPreferences(Parameters &parameters,
+                              const QStringList &folders = earlierPreferencesFolders());
+
+} // namespace OptionsFile
+
+} // namespace quorval

@@ -1,0 +1,94 @@
+#pragma once
+
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+namespace quorval {
+
+class ChoiceParameter;
+
+// The control that edits one parameter in the options dialog. The dialog's library implements
+// it for each kind of parameter (text field, check box, combo box) and hands it to the
+// parameter, which owns this adapter; the widget inside belongs to its dialog. Main thread only.
+class ParameterView
+{
+public:
+    virtual ~ParameterView() = default;
+    // Shows the parameter's current value in the control.
+    virtual void load() = 0;
+    // Reads the control and sets the value; on refusal restores the control and returns false.
+    virtual bool apply() = 0;
+    // The parameter's list of choices was replaced; the control keeps its selected index.
+    virtual void choicesChanged() {}
+};
+
+// One user option. Its value lives in the per-user store (OptionStore) as text under `name`
+// and is read from there on every access; the object itself holds no value. Parameters are
+// made once by the option set and live for the whole run.
+// Thread: values may be read from any thread; set values and views on the main thread.
+class Parameter
+{
+public:
+    enum class Kind
+    {
+        Double,
+        Int,
+        String,
+        Boolean,
+        Choice,
+    };
+
+    Parameter(QString name, bool debug, std::optional<QString> legacyName = std::nullopt);
+    virtual ~Parameter();
+    Parameter(const Parameter &) = delete;
+    Parameter &operator=(const Parameter &) = delete;
+
+    // The label shown in the dialog and the key in the store.
+    const QString name;
+    // Another key an options file may use for this parameter; never a storage key.
+    const std::optional<QString> legacyName;
+    // Shown in the dialog only in developer mode; its value is used all the same.
+    const bool debug;
+
+    // The kind of control that edits the parameter.
+    virtual Kind kind() const = 0;
+
+    // The current value as text in its stored form (a double in its format, a boolean as
+    // "true" or "false", a choice as its text).
+    virtual QString valueText() const = 0;
+    // Converts text and sets it as the value; text that does not convert is refused like an
+    // out-of-range value. Returns whether the value was accepted.
+    virtual bool setFromText(const QString &text) = 0;
+    // Removes the stored text, so the value is the default again.
+    virtual void resetToDefault();
+
+    // The attached control, or null before the dialog has made one.
+    ParameterView *view() const { return view_.get(); }
+    void setView(std::unique_ptr<ParameterView> view);
+    // Shows the value in the control, if there is one.
+    void loadView();
+    // Takes the control's value; true when there is no control.
+    bool applyView();
+
+protected:
+    std::optional<QString> storedText() const;
+    void store(const QString &text) const;
+
+    // The follow-up of a recolouring option: the tuning offset matters only when the
+    // temperament is not equal, so it is refreshed only then.
+    static void recolorFollowUp(const ChoiceParameter *temperament);
+
+private:
+    std::unique_ptr<ParameterView> view_;
+};
+
+// A parameter edited in a text field.
+class TextParameter : public Parameter
+{
+public:
+    using Parameter::Parameter;
+};
+
+} // namespace quorval

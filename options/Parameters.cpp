@@ -1,0 +1,373 @@
+#include "options/Parameters.h"
+
+#include "options/DeveloperMode.h"
+
+#include <cmath>
+#include <utility>
+
+namespace quorval {
+
+namespace {
+
+QStringList strings(std::initializer_list<const char16_t *> texts)
+{
+    QStringList list;
+    for (const char16_t *text : texts)
+        list.append(QString::fromUtf16(text));
+    return list;
+}
+
+} // namespace
+
+const QStringList &Parameters::majorKeyNames()
+{
+    static const QStringList names =
+        strings({u"C", u"B", u"B\u266D", u"A", u"A\u266D", u"G", u"G\u266D", u"F", u"E", u"E\u266D",
+                 u"D", u"D\u266D"});
+    return names;
+}
+
+const QStringList &Parameters::minorKeyNames()
+{
+    static const QStringList names =
+        strings({u"C", u"B", u"B\u266D", u"A", u"G\u266F", u"G", u"F\u266F", u"F", u"E", u"E\u266D",
+                 u"D", u"C\u266F"});
+    return names;
+}
+
+const QStringList &Parameters::temperamentNames()
+{
+    static const QStringList names =
+        strings({u"Equal", u"Just", u"Pythagorean", u"Salinas", u"Mean Tone", u"Silberman",
+                 u"Lehman", u"Kirnberger", u"Vallotti", u"Werckmeister", u"Bagpipes"});
+    return names;
+}
+
+const QStringList &Parameters::shortTemperamentNames()
+{
+    static const QStringList names = strings({u"Equal", u"Just", u"Pythagorean"});
+    return names;
+}
+
+Parameters::KeyParameter::KeyParameter()
+    : ChoiceParameter(QStringLiteral("Key"), majorKeyNames(), minorKeyNames(), QStringLiteral("A"),
+                      false, false, true)
+{
+}
+
+void Parameters::KeyParameter::setMinor(bool minor)
+{
+    if (minor == isMinor_.load())
+        return;
+    isMinor_.store(minor);
+    if (minor)
+        setChoices(minorKeyNames(), majorKeyNames());
+    else
+        setChoices(majorKeyNames(), minorKeyNames());
+}
+
+Parameters::MinorParameter::MinorParameter(KeyParameter &key)
+    : BooleanParameter(QStringLiteral("Minor"), false, true, false), key_(key)
+{
+    key_.setMinor(value());
+}
+
+void Parameters::MinorParameter::minorButtonPushed(bool checked)
+{
+    key_.setMinor(checked);
+}
+
+bool Parameters::MinorParameter::setValue(bool b)
+{
+    const bool accepted = BooleanParameter::setValue(b);
+    key_.setMinor(value());
+    return accepted;
+}
+
+Parameters::TemperamentParameter::TemperamentParameter()
+    : ChoiceParameter(QStringLiteral("Temperament"), temperamentNames(), std::nullopt, std::nullopt,
+                      false, false, true)
+{
+    updateChoices(developerMode());
+}
+
+void Parameters::TemperamentParameter::updateChoices(bool developerMode)
+{
+    if (!developerMode) {
+        const std::optional<QString> stored = storedText();
+        const qsizetype storedIndex = stored ? temperamentNames().indexOf(*stored) : -1;
+        // Deliberately "greater or equal": the first temperament beyond the short list still
+        // gets the short list.
+        if (shortTemperamentNames().size() >= storedIndex) {
+            setChoices(shortTemperamentNames(), temperamentNames());
+            return;
+        }
+    }
+    setChoices(temperamentNames(), std::nullopt);
+}
+
+Parameters::LowestNoteParameter::LowestNoteParameter()
+    : DoubleParameter(QStringLiteral("Lowest Note"), 55.0, 0.0, 0.0, false, true, false, false)
+{
+}
+
+bool Parameters::LowestNoteParameter::accepts(double x) const
+{
+    return DoubleParameter::accepts(x) && (!highest_ || x < highest_->value());
+}
+
+Parameters::HighestNoteParameter::HighestNoteParameter()
+    : DoubleParameter(QStringLiteral("Highest Note"), 91.0, 0.0, 0.0, false, false, true, false)
+{
+}
+
+bool Parameters::HighestNoteParameter::accepts(double x) const
+{
+    return DoubleParameter::accepts(x) && (!lowest_ || x > lowest_->value());
+}
+
+Parameters::MaxFileLengthParameter::MaxFileLengthParameter()
+    : DoubleParameter(QStringLiteral("Max audio file length (minutes)"), 74.0, 1.0, 209.0, true,
+                      false, false, false)
+{
+}
+
+// Arguments: DoubleParameter(label, default, min, max, useMinMax, resegment, recompute, debug),
+// IntParameter(label, default, min, max, useMinMax, recompute, debug),
+// BooleanParameter(label, default, recolor, debug),
+// ChoiceParameter(label, choices, altChoices, default, debug, recompute, recolor).
+Parameters::Parameters()
+    : minor(key), completeness(QStringLiteral("Completeness"),
+                               strings({u"Chromatic", u"Diatonic+2", u"Diatonic"}), std::nullopt,
+                               std::nullopt, false, false, true),
+      aFrequency(QStringLiteral("A Frequency"), 440.0, 400.0, 499.0, true, false, true, false),
+      scaleExtension(QStringLiteral("Scale extension"), 2.0, 0.0, 12.0, true, false, true, true),
+      viewType(QStringLiteral("View type"),
+               strings({u"Composite", u"RMS Amplitude", u"Amplitude", u"Pitch", u"Quality",
+                        u"Spectrum"}),
+               std::nullopt, std::nullopt, false, false, false),
+      traceHeight(QStringLiteral("Trace Height"), 0.2, 0.0, 1000.0, true, false, false, false),
+      automaticGainControl(QStringLiteral("Automatic Gain Control"), true, false, false),
+      tuning(QStringLiteral("Tuning"), false, true, false),
+      showNoteNamesOnGrid(QStringLiteral("Show note names on grid"), false, false, false),
+      labelPianoKeys(QStringLiteral("Label Piano Keys"), strings({u"Letters", u"Numbers", u"None"}),
+                     std::nullopt, std::nullopt, false, false, false),
+      preferredDisplayLength(QStringLiteral("Preferred display length"), 10.0, 0.1, 3600.0, true,
+                             false, false, true),
+      qualityThreshold(QStringLiteral("Quality threshold"), 100.0, 0.0, 1000.0, true, false, false,
+                       true),
+      volumeThreshold(QStringLiteral("Volume threshold"), 0.2, 0.0, 1.0, true, false, false, true),
+      zoomIncrement(QStringLiteral("Zoom increment"), 1.41421356, 1.09, 2.0, true, false, false,
+                    true),
+      response(QStringLiteral("Response"), 4.0, 1.0, 10.0, true, true, false, false),
+      frameOverlap(QStringLiteral("Frame overlap"), 0.5, 0.1, 0.9, true, true, false, true),
+      numberOfInclusivePeaks(QStringLiteral("Number of inclusive peaks"), 2, 1, 4, true, true,
+                             true),
+      inclusiveGoodnessThreshold(QStringLiteral("Inclusive Goodness Threshold"), 0.9, 0.0, 1.0,
+                                 true, false, true, true),
+      minimumPeakThreshold(QStringLiteral("Minimum Peak Threshold"), 0.5, 0.0, 0.0, false, false,
+                           true, true),
+      peakThresholdIncrement(QStringLiteral("Peak Threshold Increment"), std::sqrt(2.0), 0.0, 0.0,
+                             false, false, true, true),
+      // 20 log10(2^-17): the quietest level a 16-bit sample can hold, and some.
+      dbNoiseLimit(QStringLiteral("dB noise limit"), -102.35019852575361, 0.0, 0.0, false, false,
+                   true, true),
+      analyzeStereoChannel(QStringLiteral("Analyze Stereo Channel"),
+                           strings({u"Left", u"Both", u"Right"}), std::nullopt,
+                           QStringLiteral("Both"), false, true, false),
+      oneTouchPlayRecord(QStringLiteral("One touch play/record"), true, false, false),
+      checkForModifiedFiles(QStringLiteral("Check for Modified Files"), true, false, false),
+      checkForUpdatesOnStartup(QStringLiteral("Check for Updates on Startup"),
+                               strings({u"Always", u"Once", u"Never"}), std::nullopt, std::nullopt,
+                               false, false, false),
+      lastversion(QStringLiteral("lastversion")),
+      ignoreUpdateVersion(QStringLiteral("Ignore update version")),
+      lastUpdateCheck(QStringLiteral("Last Update Check"), 0.0, 0.0, 0.0, false, false, false,
+                      false)
+{
+    lowestNote.setHighest(&highestNote);
+    highestNote.setLowest(&lowestNote);
+    // Every recolouring option looks at the temperament to decide on the tuning offset.
+    for (BooleanParameter *p : std::initializer_list<BooleanParameter *>{&minor, &tuning})
+        p->setTemperament(&temperament);
+    for (ChoiceParameter *p :
+         std::initializer_list<ChoiceParameter *>{&key, &temperament, &completeness})
+        p->setTemperament(&temperament);
+
+    allPages_ = {
+        {QStringLiteral("ScaleTab"),
+         {&key, &minor, &temperament, &completeness, &aFrequency, &lowestNote, &highestNote,
+          &scaleExtension}},
+        {QStringLiteral("ViewTab"),
+         {&viewType, &traceHeight, &automaticGainControl, &tuning, &showNoteNamesOnGrid,
+          &labelPianoKeys, &preferredDisplayLength, &qualityThreshold, &volumeThreshold,
+          &zoomIncrement}},
+        {QStringLiteral("ProcessTab"),
+         {&response, &frameOverlap, &numberOfInclusivePeaks, &inclusiveGoodnessThreshold,
+          &minimumPeakThreshold, &peakThresholdIncrement, &dbNoiseLimit}},
+        {QStringLiteral("AudioTab"),
+         {&analyzeStereoChannel, &oneTouchPlayRecord, &maxAudioFileLength}},
+        {QStringLiteral("FilesTab"), {&checkForModifiedFiles, &checkForUpdatesOnStartup}},
+        {QString(), {&lastversion, &ignoreUpdateVersion, &lastUpdateCheck}},
+    };
+    for (const Page &page : allPages_) {
+        for (Parameter *p : page.parameters) {
+            allByName_.insert(p->name, p);
+            if (!page.tabIdentifier.isEmpty())
+                dialogByName_.insert(p->name, p);
+            if (p->legacyName)
+                byLegacyName_.insert(*p->legacyName, p);
+        }
+    }
+}
+
+Parameters &Parameters::shared()
+{
+    static Parameters parameters;
+    return parameters;
+}
+
+std::vector<Parameters::Page> Parameters::dialogPages() const
+{
+    return {allPages_.begin(), allPages_.end() - 1};
+}
+
+Parameter *Parameters::findForKey(const QString &key) const
+{
+    if (Parameter *p = allByName_.value(key))
+        return p;
+    return byLegacyName_.value(key);
+}
+
+QChar Parameters::viewTypeLetter() const
+{
+    const QString type = viewType.value();
+    return type.isEmpty() ? QChar() : type.front();
+}
+
+bool Parameters::setViewType(const QString &choice)
+{
+    return viewType.setValue(choice);
+}
+
+QString Parameters::pianoKeyLabelling() const
+{
+    return labelPianoKeys.value();
+}
+
+Parameters::CurrentKey Parameters::currentKey() const
+{
+    return {key.index(), minor.value()};
+}
+
+void Parameters::setLastVersion(const QString &version)
+{
+    lastversion.setValue(version);
+}
+
+void Parameters::setIgnoreUpdateVersion(const QString &version)
+{
+    ignoreUpdateVersion.setValue(version);
+}
+
+QMap<QString, QString> Parameters::exportOptions() const
+{
+    QMap<QString, QString> dictionary;
+    for (const Page &page : dialogPages()) {
+        for (const Parameter *p : page.parameters)
+            dictionary.insert(p->name, p->valueText());
+    }
+    return dictionary;
+}
+
+namespace {
+
+using Entry = std::pair<Parameter *, QString>;
+
+void collectEntries(const Parameters &parameters, const QVariantMap &dictionary,
+                    std::vector<Entry> &entries)
+{
+    for (auto it = dictionary.cbegin(); it != dictionary.cend(); ++it) {
+        const int type = it.value().typeId();
+        if (type == QMetaType::QVariantMap) {
+            collectEntries(parameters, it.value().toMap(), entries);
+        } else if (type == QMetaType::QString) {
+            if (Parameter *p = parameters.findForKey(it.key()))
+                entries.emplace_back(p, it.value().toString());
+        }
+    }
+}
+
+} // namespace
+
+void Parameters::importOptions(const QVariantMap &dictionary)
+{
+    std::vector<Entry> entries;
+    collectEntries(*this, dictionary, entries);
+    std::vector<Entry> refused;
+    for (const auto &[p, text] : entries) {
+        if (!p->setFromText(text))
+            refused.emplace_back(p, text);
+    }
+    // A lowest note above the old highest one is refused until the new highest is in.
+    for (const auto &[p, text] : refused)
+        p->setFromText(text);
+}
+
+std::vector<Preset> &Parameters::presets()
+{
+    if (!presets_.empty())
+        return presets_;
+    const auto range = [this](const char *name, const char *lowest, const char *highest) {
+        return Preset{QString::fromLatin1(name),
+                      {&lowestNote, &highestNote},
+                      {QString::fromLatin1(lowest), QString::fromLatin1(highest)},
+                      nullptr};
+    };
+    const auto length = [this](const char *name, const char *minutes) {
+        return Preset{QString::fromLatin1(name),
+                      {&maxAudioFileLength},
+                      {QString::fromLatin1(minutes)},
+                      nullptr};
+    };
+    presets_ = {
+        range("Violin 4 octaves", "55.0", "103.0"),
+        range("Violin 3 octaves", "55.0", "91.0"),
+        range("Viola 4 octaves", "48.0", "96.0"),
+        range("Viola 3 octaves", "48.0", "84.0"),
+        range("Cello 4 octaves", "36.0", "84.0"),
+        range("Cello 3 octaves", "36.0", "72.0"),
+        length("1 Minute loop", "1.0"),
+        length("74 Minute loop", "74.0"),
+    };
+    return presets_;
+}
+
+bool Parameters::presetSelected(const QString &title)
+{
+    for (const Preset &preset : presets()) {
+        if (preset.name != title)
+            continue;
+        for (std::size_t i = 0; i < preset.params.size(); ++i)
+            preset.params[i]->setFromText(preset.values.at(qsizetype(i)));
+        return true;
+    }
+    return false;
+}
+
+bool Parameters::matches(const Preset &preset)
+{
+    for (std::size_t i = 0; i < preset.params.size(); ++i) {
+        const Parameter *p = preset.params[i];
+        const QString &wanted = preset.values.at(qsizetype(i));
+        if (const auto *d = dynamic_cast<const DoubleParameter *>(p)) {
+            if (DoubleParameter::parse(wanted) != d->value())
+                return false;
+        } else if (p->valueText() != wanted) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace quorval

@@ -1,0 +1,218 @@
+#pragma once
+
+#include "options/BooleanParameter.h"
+#include "options/ChoiceParameter.h"
+#include "options/DoubleParameter.h"
+#include "options/IntParameter.h"
+#include "options/Preset.h"
+#include "options/StringParameter.h"
+
+#include <QChar>
+#include <QHash>
+#include <QMap>
+#include <QVariantMap>
+
+#include <array>
+#include <atomic>
+#include <vector>
+
+namespace quorval {
+
+// The application's complete, fixed set of options, grouped into the five pages of the options
+// dialog and one page of hidden entries. Each option is defined here once, by its label; the
+// rest of the program reaches it through a member or by label. Values live in the store, so
+// several sets (tests make their own) see the same values.
+// Thread: values may be read from any thread; changes, lists, presets and files on the main
+// thread.
+class Parameters
+{
+public:
+    // "Key": twelve key names in two spellings, major and minor, entry i naming the same pitch
+    // class in both. The spelling not in use is altChoices, so either is found when stored.
+    class KeyParameter : public ChoiceParameter
+    {
+    public:
+        KeyParameter();
+        // Which spelling is the current choices list.
+        bool isMinor() const { return isMinor_.load(); }
+        // Exchanges the spellings when minor differs from isMinor(); the index stays.
+        void setMinor(bool minor);
+
+    private:
+        std::atomic<bool> isMinor_{false};
+    };
+
+    // "Minor": its check box switches the key's spellings.
+    class MinorParameter : public BooleanParameter
+    {
+    public:
+        // Starts the key in the spelling of the stored value. key is not owned.
+        explicit MinorParameter(KeyParameter &key);
+        // The check box's action: the key list follows the box at once; the value itself is
+        // stored when the dialog applies it.
+        void minorButtonPushed(bool checked);
+        // Also keeps the key's spelling in step with a value set from a file or preset.
+        bool setValue(bool b) override;
+
+    private:
+        KeyParameter &key_;
+    };
+
+    // "Temperament": offers the short list unless developer mode is on or a temperament
+    // beyond it is stored.
+    class TemperamentParameter : public ChoiceParameter
+    {
+    public:
+        TemperamentParameter();
+        // Chooses the offered list for the given developer mode and the stored temperament.
+        void updateChoices(bool developerMode);
+    };
+
+    // "Lowest Note": accepted only strictly below "Highest Note".
+    class LowestNoteParameter : public DoubleParameter
+    {
+    public:
+        LowestNoteParameter();
+        void setHighest(const DoubleParameter *highest) { highest_ = highest; }
+
+    protected:
+        bool accepts(double x) const override;
+
+    private:
+        const DoubleParameter *highest_ = nullptr;
+    };
+
+    // "Highest Note": accepted only strictly above "Lowest Note".
+    class HighestNoteParameter : public DoubleParameter
+    {
+    public:
+        HighestNoteParameter();
+        void setLowest(const DoubleParameter *lowest) { lowest_ = lowest; }
+
+    protected:
+        bool accepts(double x) const override;
+
+    private:
+        const DoubleParameter *lowest_ = nullptr;
+    };
+
+    // "Max audio file length (minutes)": the longest sound kept, in minutes (1 to 209).
+    class MaxFileLengthParameter : public DoubleParameter
+    {
+    public:
+        MaxFileLengthParameter();
+    };
+
+    // One page of options; the hidden page has an empty tab identifier.
+    struct Page
+    {
+        QString tabIdentifier;
+        std::vector<Parameter *> parameters;
+    };
+
+    // The key as the scale needs it: index into the key lists (-1 when unknown), and "Minor".
+    struct CurrentKey
+    {
+        int index = -1;
+        bool minor = false;
+    };
+
+    Parameters();
+    Parameters(const Parameters &) = delete;
+    Parameters &operator=(const Parameters &) = delete;
+
+    // The set the application uses, made on first use and kept for the whole run.
+    static Parameters &shared();
+
+    static const QStringList &majorKeyNames();
+    static const QStringList &minorKeyNames();
+    static const QStringList &temperamentNames();
+    static const QStringList &shortTemperamentNames();
+
+    // Page "Scale".
+    KeyParameter key;
+    MinorParameter minor;
+    TemperamentParameter temperament;
+    ChoiceParameter completeness;
+    DoubleParameter aFrequency;
+    LowestNoteParameter lowestNote;
+    HighestNoteParameter highestNote;
+    DoubleParameter scaleExtension;
+    // Page "View".
+    ChoiceParameter viewType;
+    DoubleParameter traceHeight;
+    BooleanParameter automaticGainControl;
+    BooleanParameter tuning;
+    BooleanParameter showNoteNamesOnGrid;
+    ChoiceParameter labelPianoKeys;
+    DoubleParameter preferredDisplayLength;
+    DoubleParameter qualityThreshold;
+    DoubleParameter volumeThreshold;
+    DoubleParameter zoomIncrement;
+    // Page "Process".
+    DoubleParameter response;
+    DoubleParameter frameOverlap;
+    IntParameter numberOfInclusivePeaks;
+    DoubleParameter inclusiveGoodnessThreshold;
+    DoubleParameter minimumPeakThreshold;
+    DoubleParameter peakThresholdIncrement;
+    DoubleParameter dbNoiseLimit;
+    // Page "Audio".
+    ChoiceParameter analyzeStereoChannel;
+    BooleanParameter oneTouchPlayRecord;
+    MaxFileLengthParameter maxAudioFileLength;
+    // Page "Files".
+    BooleanParameter checkForModifiedFiles;
+    ChoiceParameter checkForUpdatesOnStartup;
+    // Hidden page.
+    StringParameter lastversion;
+    StringParameter ignoreUpdateVersion;
+    DoubleParameter lastUpdateCheck;
+
+    // Scale, View, Process, Audio, Files, hidden.
+    const std::vector<Page> &allPages() const { return allPages_; }
+    // The first five pages, with their tab identifiers.
+    std::vector<Page> dialogPages() const;
+    // "Key" and "Minor", for the main window's key controls.
+    std::array<Parameter *, 2> keyPair() { return {&key, &minor}; }
+    // By label over all pages, and over the dialog pages.
+    const QHash<QString, Parameter *> &allByName() const { return allByName_; }
+    const QHash<QString, Parameter *> &dialogByName() const { return dialogByName_; }
+    // The option a file's key names: by label, or by legacyName. Null when none.
+    Parameter *findForKey(const QString &key) const;
+
+    // The first letter of "View type" ('C', 'R', 'A', 'P', 'Q', 'S'); a null QChar when the
+    // stored text is none of the choices.
+    QChar viewTypeLetter() const;
+    // Stores the full choice text, e.g. "Pitch"; refuses a text that is no choice.
+    bool setViewType(const QString &choice);
+    // "Letters", "Numbers" or "None"; empty when the stored text is none of them.
+    QString pianoKeyLabelling() const;
+    CurrentKey currentKey() const;
+    void setLastVersion(const QString &version);
+    void setIgnoreUpdateVersion(const QString &version);
+
+    // Every option of the dialog pages (debug ones included) as label -> text.
+    QMap<QString, QString> exportOptions() const;
+    // Sets options from a dictionary: nested dictionaries are walked as if their entries stood
+    // at the top; string entries go to the option named by the key (label or legacyName);
+    // other keys and values are ignored. Each entry stands alone; one refused is tried once
+    // more after the rest, because the note range rules depend on the order of setting.
+    void importOptions(const QVariantMap &dictionary);
+
+    // The presets in menu order, built on first use.
+    std::vector<Preset> &presets();
+    // Applies the values of the first preset named title, in order. False when none is named so.
+    bool presetSelected(const QString &title);
+    // Whether every value of the preset is in force; doubles are compared as numbers.
+    static bool matches(const Preset &preset);
+
+private:
+    std::vector<Page> allPages_;
+    QHash<QString, Parameter *> allByName_;
+    QHash<QString, Parameter *> dialogByName_;
+    QHash<QString, Parameter *> byLegacyName_;
+    std::vector<Preset> presets_;
+};
+
+} // namespace quorval
