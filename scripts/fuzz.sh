@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Builds the fuzz targets with clang, writes the seed corpus and fuzzes the WAV reader for
+# SECONDS (default 60). Fails on any crash, sanitizer report, leak or input slower than 10 s.
+# Usage: scripts/fuzz.sh [SECONDS] [extra libFuzzer options...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+seconds="${1:-60}"
+shift || true
+build=build/fuzz
+
+CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DQUORVAL_FUZZ=ON -DQUORVAL_WERROR=ON
+cmake --build "$build" -j"$(nproc)"
+
+seeds="$build/seeds"
+rm -rf "$seeds"
+mkdir -p "$seeds" "$build/artifacts" fuzz/corpus-run
+"$build/fuzz/make_wav_seeds" "$seeds"
+
+# The target's scratch files go to a private directory, in memory where there is one.
+scratch_parent=/tmp
+[ -d /dev/shm ] && [ -w /dev/shm ] && scratch_parent=/dev/shm
+scratch="$(mktemp -d "$scratch_parent/quorval-fuzz.XXXXXX")"
+trap 'rm -rf "$scratch"' EXIT
+
+TMPDIR="$scratch" "$build/fuzz/wav_file_fuzz" \
+    -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=4096 \
+    -dict=fuzz/wav.dict -print_final_stats=1 -artifact_prefix="$build/artifacts/" \
+    "$@" fuzz/corpus-run "$seeds"
