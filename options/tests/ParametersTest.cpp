@@ -1,0 +1,166 @@
+#include "options/Parameters.h"
+
+#include "options/DeveloperMode.h"
+#include "options/OptionStore.h"
+#include "options/tests/support/OptionsTestStore.h"
+
+#include <set>
+
+namespace quorval {
+namespace {
+
+using ParametersTest = StoreTest;
+
+TEST_F(ParametersTest, everyLabelIsUniqueAndTheDialogLeavesOutTheHiddenPage)
+{
+    Parameters parameters;
+    std::set<QString> labels;
+    std::size_t count = 0;
+    for (const Parameters::Page &page : parameters.allPages()) {
+        for (const Parameter *p : page.parameters) {
+            labels.insert(p->name);
+            ++count;
+            EXPECT_EQ(parameters.findForKey(p->name), p);
+        }
+    }
+    EXPECT_EQ(labels.size(), count);
+    EXPECT_EQ(parameters.allByName().size(), qsizetype(count));
+
+    const std::vector<Parameters::Page> dialog = parameters.dialogPages();
+    ASSERT_EQ(dialog.size(), parameters.allPages().size() - 1);
+    for (const Parameter *hidden : parameters.allPages().back().parameters) {
+        EXPECT_FALSE(parameters.dialogByName().contains(hidden->name));
+        EXPECT_FALSE(parameters.exportOptions().contains(hidden->name));
+    }
+    EXPECT_EQ(parameters.exportOptions().size(), parameters.dialogByName().size());
+    EXPECT_EQ(parameters.findForKey(QStringLiteral("key")), nullptr);
+}
+
+TEST_F(ParametersTest, minorSwapsTheKeySpellingsAndKeepsThePitchClass)
+{
+    Parameters parameters;
+    Parameters::KeyParameter &key = parameters.key;
+    ASSERT_TRUE(key.setValue(QStringLiteral("A\u266D")));
+    const int index = key.index();
+
+    parameters.minor.minorButtonPushed(true);
+    EXPECT_TRUE(key.isMinor());
+    EXPECT_EQ(key.index(), index);
+    EXPECT_EQ(key.value(), QStringLiteral("G\u266F"));
+    EXPECT_EQ(key.altChoices(), Parameters::majorKeyNames());
+    // The box alone stores nothing; the dialog applies it.
+    EXPECT_FALSE(parameters.minor.value());
+
+    parameters.minor.minorButtonPushed(false);
+    EXPECT_EQ(key.value(), QStringLiteral("A\u266D"));
+
+    // A minor value set from a file brings the minor spellings, here and in a set made later.
+    EXPECT_TRUE(parameters.minor.setFromText(QStringLiteral("true")));
+    EXPECT_EQ(key.value(), QStringLiteral("G\u266F"));
+    Parameters later;
+    EXPECT_TRUE(later.key.isMinor());
+    EXPECT_EQ(later.key.choices(), Parameters::minorKeyNames());
+    EXPECT_EQ(later.currentKey().index, index);
+    EXPECT_TRUE(later.currentKey().minor);
+}
+
+TEST_F(ParametersTest, temperamentListDependsOnStoredIndexAndDeveloperMode)
+{
+    struct Case
+    {
+        const char *stored;
+        bool developer;
+        bool shortList;
+    };
+    const Case cases[] = {
+        {nullptr, false, true},      {"Pythagorean", false, true}, {"Salinas", false, true},
+        {"Mean Tone", false, false}, {"Bagpipes", false, false},   {"Unknown", false, true},
+        {nullptr, true, false},
+    };
+    for (const Case &c : cases) {
+        clearTestStore();
+        if (c.stored)
+            OptionStore::setText(QStringLiteral("Temperament"), QString::fromUtf8(c.stored));
+        setDeveloperMode(c.developer);
+        Parameters parameters;
+        setDeveloperMode(false);
+        const auto &temperament = parameters.temperament;
+        SCOPED_TRACE(c.stored ? c.stored : "absent");
+        if (c.shortList) {
+            EXPECT_EQ(temperament.choices(), Parameters::shortTemperamentNames());
+            EXPECT_EQ(temperament.altChoices(), Parameters::temperamentNames());
+        } else {
+            EXPECT_EQ(temperament.choices(), Parameters::temperamentNames());
+            EXPECT_FALSE(temperament.altChoices());
+        }
+    }
+    // A stored temperament outside the short list is still in force.
+    OptionStore::setText(QStringLiteral("Temperament"), QStringLiteral("Salinas"));
+    Parameters parameters;
+    EXPECT_EQ(parameters.temperament.index(), 3);
+    EXPECT_EQ(parameters.temperament.value(), QStringLiteral("Salinas"));
+}
+
+TEST_F(ParametersTest, noteRangeEndsAreCheckedAgainstEachOther)
+{
+    Parameters parameters;
+    EXPECT_FALSE(parameters.lowestNote.setValue(91.0));
+    EXPECT_FALSE(parameters.highestNote.setValue(55.0));
+    EXPECT_EQ(followUpCounts(), FollowUpCounts{});
+    EXPECT_TRUE(parameters.lowestNote.setValue(90.0));
+    EXPECT_FALSE(parameters.highestNote.setValue(89.0));
+    EXPECT_TRUE(parameters.highestNote.setValue(100.0));
+    EXPECT_EQ(followUpCounts(), (FollowUpCounts{1, 1, 0, 0}));
+
+    auto &length = parameters.maxAudioFileLength;
+    EXPECT_TRUE(length.setFromText(QStringLiteral("1.0")));
+    EXPECT_TRUE(length.setFromText(QStringLiteral("209")));
+    EXPECT_FALSE(length.setFromText(QStringLiteral("0.5")));
+    EXPECT_FALSE(length.setFromText(QStringLiteral("210")));
+    EXPECT_EQ(length.value(), 209.0);
+}
+
+TEST_F(ParametersTest, recolouringRefreshesTheTuningOffsetOnlyOutsideEqual)
+{
+    Parameters parameters;
+    EXPECT_TRUE(parameters.tuning.setValue(true));
+    EXPECT_EQ(followUpCounts(), (FollowUpCounts{0, 0, 1, 0}));
+    // The temperament's own change sees the new temperament.
+    EXPECT_TRUE(parameters.temperament.setValue(QStringLiteral("Just")));
+    EXPECT_EQ(followUpCounts(), (FollowUpCounts{0, 0, 2, 1}));
+    EXPECT_TRUE(parameters.key.setValue(QStringLiteral("D")));
+    EXPECT_TRUE(parameters.completeness.setValue(QStringLiteral("Diatonic")));
+    EXPECT_EQ(followUpCounts(), (FollowUpCounts{0, 0, 4, 3}));
+    // Debug and plain options take effect without any recolouring.
+    EXPECT_TRUE(parameters.frameOverlap.setValue(0.25));
+    EXPECT_TRUE(parameters.viewType.setValue(QStringLiteral("Pitch")));
+    EXPECT_EQ(followUpCounts(), (FollowUpCounts{1, 0, 4, 3}));
+}
+
+TEST_F(ParametersTest, sharedLookupsReadTheStore)
+{
+    Parameters parameters;
+    EXPECT_EQ(parameters.viewTypeLetter(), QLatin1Char('C'));
+    EXPECT_TRUE(parameters.setViewType(QStringLiteral("RMS Amplitude")));
+    EXPECT_EQ(OptionStore::text(QStringLiteral("View type")), QStringLiteral("RMS Amplitude"));
+    EXPECT_EQ(parameters.viewTypeLetter(), QLatin1Char('R'));
+    EXPECT_FALSE(parameters.setViewType(QStringLiteral("R")));
+    OptionStore::setText(QStringLiteral("View type"), QStringLiteral("Xylophone"));
+    EXPECT_TRUE(parameters.viewTypeLetter().isNull());
+    // Even a text starting with a view letter selects nothing unless it is a choice.
+    OptionStore::setText(QStringLiteral("View type"), QStringLiteral("Pitchy"));
+    EXPECT_TRUE(parameters.viewTypeLetter().isNull());
+
+    EXPECT_EQ(parameters.pianoKeyLabelling(), QStringLiteral("Letters"));
+    EXPECT_EQ(parameters.currentKey().index, Parameters::majorKeyNames().indexOf(u"A"));
+    OptionStore::setText(QStringLiteral("Key"), QStringLiteral("H"));
+    EXPECT_EQ(parameters.currentKey().index, -1);
+
+    parameters.setLastVersion(QStringLiteral("2.1"));
+    parameters.setIgnoreUpdateVersion(QStringLiteral(" 2.2 "));
+    EXPECT_EQ(parameters.lastversion.value(), QStringLiteral("2.1"));
+    EXPECT_EQ(OptionStore::text(QStringLiteral("Ignore update version")), QStringLiteral(" 2.2 "));
+}
+
+} // namespace
+} // namespace quorval
