@@ -1,0 +1,258 @@
+#include "streams/PitchStream.h"
+
+#include "analysis/Check.h"
+#include "options/Parameters.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+
+#include <cmath>
+#include <limits>
+
+namespace quorval {
+
+namespace {
+
+// log2(segLength / 2) for a power of two >= 4; 0 otherwise.
+int logNFor(std::int64_t segLength)
+{
+    const std::int64_t half = segLength / 2;
+    if (segLength < 2 || half % 2 != 0)
+        return 0;
+    int logN = 0;
+    while ((std::int64_t{1} << logN) < half)
+        ++logN;
+    return logN;
+}
+
+double noteFrequency(double note)
+{
+    return Parameters::shared().aFrequency.value() * std::exp((note - 69.0) * kLogSemitone);
+}
+
+std::int64_t checkedProduct(std::int64_t a, std::int64_t b)
+{
+    std::int64_t product = 0;
+    QUORVAL_CHECK(!__builtin_mul_overflow(a, b, &product));
+    return product;
+}
+
+} // namespace
+
+PitchStream::PitchStream(const std::shared_ptr<WavStream> &wav, std::int64_t segLength,
+                         std::int64_t segSpacing, std::int64_t ringSize)
+    : ResultStream(
+          ringSize, wav->xScale * static_cast<double>(segSpacing), 0.0,
+          Parameters::shared().lowestNote.value() - Parameters::shared().scaleExtension.value(),
+          Parameters::shared().highestNote.value() + Parameters::shared().scaleExtension.value()),
+      wavStream(wav), segLength(segLength), segSpacing(segSpacing), nFreqs(segLength / 2 + 1),
+      fftLogN(logNFor(segLength)), fft(std::make_unique<FFTOC>()),
+      peakDataSet(std::make_unique<PeakDataSetOC>()), pitchResult(std::make_unique<PitchResultOC>())
+{
+    QUORVAL_CHECK(segSpacing > 0 && segLength > 0);
+    QUORVAL_CHECK(nFreqs <= std::numeric_limits<int>::max());
+    (void)fft->setupWithLogN(fftLogN);
+    // The shared transform belongs to the crunch queue: it follows this size there.
+    const int sharedLogN = fftLogN;
+    Quorval::crunchQueue().async(
+        [sharedLogN] { (void)Quorval::sharedFFT().setupWithLogN(sharedLogN); });
+
+    Parameters &options = Parameters::shared();
+    const double lowFreq =
+        noteFrequency(options.lowestNote.value() - options.scaleExtension.value());
+    (void)peakDataSet->setupWithN(static_cast<int>(nFreqs), fft->getResult(),
+                                  options.minimumPeakThreshold.value(),
+                                  1.0 / (wav->xScale * static_cast<double>(segLength)), lowFreq,
+                                  options.peakThresholdIncrement.value());
+    minIndex_D = 0;
+    maxIndex_D = wav->maximumIndex_D() / segSpacing;
+    setFrequencyRange();
+}
+
+void PitchStream::attachGoodnessStream(std::shared_ptr<GoodnessStream> goodnessStream)
+{
+    goodness = std::move(goodnessStream);
+}
+
+GoodnessStream &PitchStream::requireGoodness() const
+{
+    QUORVAL_CHECK(goodness != nullptr);
+    return *goodness;
+}
+
+void PitchStream::setFrequencyRange()
+{
+    Parameters &options = Parameters::shared();
+    const double extension = options.scaleExtension.value();
+    freqMin = noteFrequency(options.lowestNote.value() - extension);
+    freqMax = noteFrequency(options.highestNote.value() + extension);
+}
+
+bool PitchStream::segmentInside_D(std::int64_t i) const
+{
+    auto wav = wavStream.lock();
+    QUORVAL_CHECK(wav != nullptr);
+    const std::int64_t start = checkedProduct(i, segSpacing);
+    std::int64_t end = 0;
+    QUORVAL_CHECK(!__builtin_add_overflow(start, segLength, &end));
+    return start >= wav->minimumIndex_D() && end <= wav->maximumIndex_D();
+}
+
+bool PitchStream::segmentReady_D(std::int64_t i)
+{
+    if (!segmentInside_D(i))
+        return false;
+    auto wav = wavStream.lock();
+    Parameters &options = Parameters::shared();
+    return readyProbe.setupFromWavFile(
+        wav->wavFile_D(), wav->byteLocOf(i * segSpacing), *fft, nullptr, 0, freqMin, freqMax,
+        options.inclusiveGoodnessThreshold.value(), options.dbNoiseLimit.value());
+}
+
+PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i)
+{
+    QUORVAL_CHECK(!Quorval::dataQueue().isCurrent());
+    auto wav = wavStream.lock();
+    QUORVAL_CHECK(wav != nullptr);
+    Parameters &options = Parameters::shared();
+    const std::int64_t nHighest = options.numberOfInclusivePeaks.value();
+    QUORVAL_CHECK(nHighest >= std::numeric_limits<int>::min() &&
+                  nHighest <= std::numeric_limits<int>::max());
+    const double goodnessThreshold = options.inclusiveGoodnessThreshold.value();
+    const double dbLimit = options.dbNoiseLimit.value();
+    const double aFrequency = options.aFrequency.value();
+
+    // The scratch lock is never taken on the data queue, so waiting for it there cannot happen.
+    std::lock_guard scratch(scratchMutex);
+    SegmentResult result;
+    bool setUp = false;
+    Quorval::dataQueue().sync([&] {
+        result.inside = segmentInside_D(i);
+        if (result.inside)
+            setUp = pitchResult->setupFromWavFile(
+                wav->wavFile_D(), wav->byteLocOf(i * segSpacing), *fft, peakDataSet.get(),
+                static_cast<int>(nHighest), freqMin, freqMax, goodnessThreshold, dbLimit);
+    });
+    if (!result.inside || !setUp)
+        return result;
+    pitchResult->compute();
+    const double freq = pitchResult->getFreq();
+    if (freq > 0.0) {
+        result.pitch = std::log(freq / aFrequency) / kLogSemitone + 69.0;
+        result.goodness = pitchResult->getGoodness();
+    }
+    return result;
+}
+
+double PitchStream::computePitch(std::int64_t i)
+{
+    const SegmentResult result = computeSegment(i);
+    GoodnessStream *goodnessTarget = result.inside ? &requireGoodness() : nullptr;
+    Quorval::dataQueue().sync([&] {
+        store_D(result.pitch, i);
+        if (goodnessTarget)
+            goodnessTarget->store_D(result.goodness, i);
+    });
+    return result.pitch;
+}
+
+void PitchStream::computePitchInBackground(std::int64_t i)
+{
+    const SegmentResult result = computeSegment(i);
+    storeInBackground(result.pitch, i);
+    if (result.inside)
+        requireGoodness().storeInBackground(result.goodness, i);
+}
+
+std::int64_t PitchStream::nextUncalculatedIndex_D()
+{
+    if (minIndex_D >= allPitchesCalculatedTo)
+        allPitchesCalculatedTo = minIndex_D - 1;
+    for (std::int64_t i = allPitchesCalculatedTo + 1; i < maxIndex_D; ++i) {
+        if (valueAt_D(i) == 0.0) {
+            allPitchesCalculatedTo = i - 1;
+            return i;
+        }
+    }
+    allPitchesCalculatedTo = maxIndex_D - 1;
+    return -1;
+}
+
+void PitchStream::extendRange_D(std::int64_t n)
+{
+    if (n > maxIndex_D) {
+        const std::int64_t from = std::max(maxIndex_D, n - size);
+        for (std::int64_t j = from; j < n; ++j)
+            data_D[static_cast<std::size_t>(slotOf(j))] = 0.0;
+    }
+    maxIndex_D = n;
+    minIndex_D = std::max<std::int64_t>(0, n - size);
+    if (goodness)
+        goodness->setRange_D(minIndex_D, maxIndex_D);
+}
+
+void PitchStream::reset_D()
+{
+    setFrequencyRange();
+    if (size != 0)
+        std::fill(data_D.begin(), data_D.end(), 0.0);
+    allPitchesCalculatedTo = minIndex_D - 1;
+}
+
+std::string PitchStream::description_D() const
+{
+    return "serial " + std::to_string(serial.load()) + " min " + std::to_string(minIndex_D) +
+           " max " + std::to_string(maxIndex_D);
+}
+
+std::string PitchStream::description() const
+{
+    return Quorval::dataQueue().sync([this] { return description_D(); });
+}
+
+std::vector<double> PitchStream::lastSpectrum()
+{
+    std::lock_guard scratch(scratchMutex);
+    const double *values = fft->getResult();
+    return {values, values + nFreqs};
+}
+
+std::vector<double> PitchStream::spectrumOf(std::int64_t i, FFTOC &sharedTransform)
+{
+    QUORVAL_CHECK(Quorval::crunchQueue().isCurrent());
+    auto wav = wavStream.lock();
+    QUORVAL_CHECK(wav != nullptr);
+    const double dbLimit = Parameters::shared().dbNoiseLimit.value();
+    // A newer segmentation may have resized the shared transform since.
+    if (sharedTransform.getN() != (fftLogN > 0 ? 1 << fftLogN : 1))
+        (void)sharedTransform.setupWithLogN(fftLogN);
+    const bool ready = Quorval::dataQueue().sync([&] {
+        return segmentInside_D(i) &&
+               spectrumResult.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing),
+                                               sharedTransform, nullptr, 0, freqMin, freqMax, 0.0,
+                                               dbLimit);
+    });
+    if (!ready)
+        return {};
+    spectrumResult.compute();
+    const double *values = spectrumResult.getFFTResult();
+    return {values, values + spectrumResult.getFFTSize()};
+}
+
+GoodnessStream::GoodnessStream(const PitchStream &pitch)
+    : ResultStream(pitch.size, pitch.xScale, pitch.overlap, 0.0, 1.0)
+{
+    setRange_D(pitch.minimumIndex_D(), pitch.maximumIndex_D());
+}
+
+void GoodnessStream::setRange_D(std::int64_t minIndex, std::int64_t maxIndex)
+{
+    if (maxIndex > maxIndex_D) {
+        const std::int64_t from = std::max(maxIndex_D, maxIndex - size);
+        for (std::int64_t j = from; j < maxIndex; ++j)
+            data_D[static_cast<std::size_t>(slotOf(j))] = 0.0;
+    }
+    minIndex_D = minIndex;
+    maxIndex_D = maxIndex;
+}
+
+} // namespace quorval

@@ -1,0 +1,116 @@
+#pragma once
+
+#include "analysis/FFTOC.h"
+#include "analysis/PeakDataSetOC.h"
+#include "analysis/PitchResultOC.h"
+#include "streams/ResultStream.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace quorval {
+
+class GoodnessStream;
+class WavStream;
+
+// ln 2 / 12: the natural log of one equal-tempered semitone's frequency ratio.
+inline constexpr double kLogSemitone = 0.057762265046662105;
+
+// One pitch per analysis segment of a sound, as a note number (69 = "A Frequency", one unit per
+// semitone); -1 means no pitch, 0.0 not calculated yet. Segment i covers the sound's frames
+// i × segSpacing .. i × segSpacing + segLength - 1; index i sits at i × segSpacing seconds-per-
+// frame on the time axis. Its GoodnessStream holds the matching goodness (0 .. 1, 0 = none).
+//
+// Threading: construction and the methods ending in _D run on the data queue. computePitch and
+// computePitchInBackground run on any other thread and serialise on the stream's own transform
+// and peak set (one segment at a time per stream); they read the sound on the data queue.
+// Ownership: the sound is not owned (weak); the goodness stream is shared with its users.
+class PitchStream : public ResultStream
+{
+public:
+    // On the data queue: a stream over wav's present extent, ring of ringSize segments
+    // (>= the segments the sound can hold), options read now. segLength a power of two >= 2.
+    PitchStream(const std::shared_ptr<WavStream> &wav, std::int64_t segLength,
+                std::int64_t segSpacing, std::int64_t ringSize);
+
+    const std::weak_ptr<WavStream> wavStream;
+    const std::int64_t segLength;     // frames per segment
+    const std::int64_t segSpacing;    // frames between segment starts
+    const std::int64_t nFreqs;        // spectrum bins, segLength / 2 + 1
+    std::atomic<double> freqMin{0.0}; // Hz, lowest pitch accepted
+    std::atomic<double> freqMax{0.0}; // Hz, pitches must lie below
+    // Every index up to this one is known to be calculated. Data queue.
+    std::int64_t allPitchesCalculatedTo = -1;
+
+    // Attached once, by the music stream, before any pitch is computed. Same index range and
+    // ring size as this stream.
+    void attachGoodnessStream(std::shared_ptr<GoodnessStream> goodness);
+    [[nodiscard]] const std::shared_ptr<GoodnessStream> &goodnessStream() const { return goodness; }
+
+    // Recalculates freqMin and freqMax from the note options, "Scale extension" semitones beyond
+    // the lowest and highest notes. Any thread.
+    void setFrequencyRange();
+
+    // Computes segment i now and stores it (synchronously); answers the pitch. A segment not
+    // wholly inside the sound stores -1 and leaves its goodness alone. Not on the data queue.
+    double computePitch(std::int64_t i);
+    // The same for background work: stores through the background store, never waiting for it.
+    void computePitchInBackground(std::int64_t i);
+    // Segment i lies inside the sound and its samples can be read. Data queue.
+    [[nodiscard]] bool segmentReady_D(std::int64_t i);
+    // The first index from allPitchesCalculatedTo + 1 whose slot is 0.0, or -1. Data queue.
+    [[nodiscard]] std::int64_t nextUncalculatedIndex_D();
+    // Moves maxIndex to n (in the goodness stream too); slots newly entered read 0.0. Data queue.
+    void extendRange_D(std::int64_t n);
+    // Recompute everything: new frequency range, every slot 0.0. Data queue.
+    void reset_D();
+    // "serial <s> min <min> max <max>". Data queue / any other thread.
+    [[nodiscard]] std::string description_D() const;
+    [[nodiscard]] std::string description() const;
+
+    // The dB spectrum (nFreqs values) of segment i computed with fft, which is resized to this
+    // stream's segments if needed; empty when the segment is not inside the sound. Crunch queue
+    // (fft is the shared transform).
+    [[nodiscard]] std::vector<double> spectrumOf(std::int64_t i, FFTOC &fft);
+    // A copy of the dB spectrum of the last segment this stream computed. Not on the data queue.
+    [[nodiscard]] std::vector<double> lastSpectrum();
+
+private:
+    struct SegmentResult
+    {
+        bool inside = false;
+        double pitch = -1.0;
+        double goodness = 0.0;
+    };
+    SegmentResult computeSegment(std::int64_t i);
+    [[nodiscard]] bool segmentInside_D(std::int64_t i) const;
+    [[nodiscard]] GoodnessStream &requireGoodness() const;
+
+    std::shared_ptr<GoodnessStream> goodness;
+    int fftLogN = 0;
+    std::mutex scratchMutex; // guards fft, peakDataSet and pitchResult
+    std::unique_ptr<FFTOC> fft;
+    std::unique_ptr<PeakDataSetOC> peakDataSet;
+    std::unique_ptr<PitchResultOC> pitchResult;
+    PitchResultOC readyProbe;     // data queue
+    PitchResultOC spectrumResult; // crunch queue
+};
+
+// The goodness of each segment of a pitch stream, index for index: same ring size, range and
+// axis. No fields of its own.
+class GoodnessStream : public ResultStream
+{
+public:
+    // On the data queue, from the pitch stream whose range it copies.
+    explicit GoodnessStream(const PitchStream &pitch);
+
+private:
+    friend class PitchStream;
+    void setRange_D(std::int64_t minIndex, std::int64_t maxIndex);
+};
+
+} // namespace quorval

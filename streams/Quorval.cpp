@@ -1,0 +1,253 @@
+#include "streams/Quorval.h"
+
+#include "analysis/FFTOC.h"
+#include "options/DeveloperMode.h"
+#include "options/FollowUps.h"
+#include "streams/MusicStream.h"
+
+#include <array>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <thread>
+
+namespace quorval {
+
+std::atomic<bool> Quorval::needsRedisplay{false};
+std::atomic<bool> Quorval::needsRecolor{false};
+std::atomic<bool> Quorval::playing{false};
+std::atomic<bool> Quorval::recording{false};
+std::atomic<bool> Quorval::loop{false};
+std::atomic<double> Quorval::needleTime{0.0};
+std::atomic<double> Quorval::playStartTime{0.0};
+std::atomic<double> Quorval::tuningOffset{0.0};
+
+namespace {
+
+enum QueueIndex
+{
+    kData,
+    kCalc,
+    kCrunch,
+    kCopy,
+    kDisplay,
+    kRealtime,
+    kQueueCount
+};
+
+struct Queues
+{
+    std::array<std::unique_ptr<SerialQueue>, kQueueCount> queues;
+
+    Queues()
+    {
+        const std::array<const char *, kQueueCount> names = {"data", "calc",    "crunch",
+                                                             "copy", "display", "realtime"};
+        for (int i = 0; i < kQueueCount; ++i)
+            queues[i] =
+                std::make_unique<SerialQueue>(std::string(Quorval::kQueuePrefix) + names[i]);
+    }
+
+    // Producers first, so that what they post while finishing still reaches a live consumer.
+    void stopAll()
+    {
+        for (QueueIndex index : {kRealtime, kDisplay, kCopy, kCalc, kCrunch, kData})
+            queues[index]->stop();
+    }
+};
+
+std::atomic<bool> shuttingDown{false};
+
+Queues &queues()
+{
+    static Queues instance;
+    static std::once_flag exitHook;
+    std::call_once(exitHook, [] { std::atexit([] { Quorval::shutdown(); }); });
+    return instance;
+}
+
+SerialQueue &queue(QueueIndex index)
+{
+    return *queues().queues[index];
+}
+
+struct MainState
+{
+    std::mutex mutex;
+    Quorval::MainPoster poster;
+    std::function<void()> redisplayHandler;
+    std::thread::id mainThread;
+    std::shared_ptr<MusicStream> musicStream;
+    std::shared_ptr<VisibleSegmentSource> visibleSource;
+};
+
+// Never destroyed: queue threads may still reach it while statics are torn down at exit.
+MainState &mainState()
+{
+    static auto *state = new MainState;
+    return *state;
+}
+
+std::atomic<bool> redisplayPending{false};
+
+// Copies of the main state's members, taken and replaced under its lock.
+template <class T> T loadShared(T MainState::*field)
+{
+    MainState &state = mainState();
+    std::lock_guard lock(state.mutex);
+    return state.*field;
+}
+
+template <class T> void storeShared(T MainState::*field, T value)
+{
+    MainState &state = mainState();
+    std::lock_guard lock(state.mutex);
+    state.*field = std::move(value);
+}
+
+} // namespace
+
+SerialQueue &Quorval::dataQueue()
+{
+    return queue(kData);
+}
+SerialQueue &Quorval::calcQueue()
+{
+    return queue(kCalc);
+}
+SerialQueue &Quorval::crunchQueue()
+{
+    return queue(kCrunch);
+}
+SerialQueue &Quorval::copyQueue()
+{
+    return queue(kCopy);
+}
+SerialQueue &Quorval::displayQueue()
+{
+    return queue(kDisplay);
+}
+SerialQueue &Quorval::realtimeQueue()
+{
+    return queue(kRealtime);
+}
+
+void Quorval::shutdown()
+{
+    shuttingDown = true;
+    queues().stopAll();
+}
+
+bool Quorval::isShuttingDown()
+{
+    return shuttingDown;
+}
+
+void Quorval::installMainPoster(MainPoster poster)
+{
+    MainState &state = mainState();
+    std::lock_guard lock(state.mutex);
+    state.poster = std::move(poster);
+    state.mainThread = std::this_thread::get_id();
+}
+
+bool Quorval::isMainThread()
+{
+    MainState &state = mainState();
+    std::lock_guard lock(state.mutex);
+    return state.poster && state.mainThread == std::this_thread::get_id();
+}
+
+void Quorval::postToMain(std::function<void()> fn)
+{
+    const MainPoster poster = loadShared(&MainState::poster);
+    if (poster)
+        poster(std::move(fn));
+}
+
+void Quorval::setRedisplayHandler(std::function<void()> handler)
+{
+    storeShared(&MainState::redisplayHandler, std::move(handler));
+}
+
+void Quorval::redisplay()
+{
+    auto runHandler = [] {
+        const std::function<void()> handler = loadShared(&MainState::redisplayHandler);
+        if (handler)
+            handler();
+    };
+    if (isMainThread()) {
+        runHandler();
+        return;
+    }
+    if (redisplayPending.exchange(true))
+        return;
+    postToMain([runHandler] {
+        // Cleared before drawing, so that a change made while drawing asks for another pass.
+        redisplayPending = false;
+        runHandler();
+    });
+}
+
+bool Quorval::developerMode()
+{
+    return ::quorval::developerMode();
+}
+
+void Quorval::setDeveloperMode(bool on)
+{
+    ::quorval::setDeveloperMode(on);
+}
+
+void Quorval::installOptionFollowUps()
+{
+    FollowUpHandlers handlers;
+    handlers.resegment = [] {
+        if (auto music = musicStream()) {
+            music->noteRangeChanged();
+            music->resegment();
+        }
+    };
+    handlers.recompute = [] {
+        if (auto music = musicStream()) {
+            music->noteRangeChanged();
+            music->recompute();
+        }
+    };
+    handlers.recolor = [] {
+        needsRecolor = true;
+        needsRedisplay = true;
+        redisplay();
+    };
+    setFollowUpHandlers(std::move(handlers));
+}
+
+FFTOC &Quorval::sharedFFT()
+{
+    // Never destroyed, for the same reason as the main state.
+    static auto *fft = new FFTOC;
+    return *fft;
+}
+
+void Quorval::setMusicStream(std::shared_ptr<MusicStream> stream)
+{
+    storeShared(&MainState::musicStream, std::move(stream));
+}
+
+std::shared_ptr<MusicStream> Quorval::musicStream()
+{
+    return loadShared(&MainState::musicStream);
+}
+
+void Quorval::setVisibleSegmentSource(std::shared_ptr<VisibleSegmentSource> source)
+{
+    storeShared(&MainState::visibleSource, std::move(source));
+}
+
+std::shared_ptr<VisibleSegmentSource> Quorval::visibleSegmentSource()
+{
+    return loadShared(&MainState::visibleSource);
+}
+
+} // namespace quorval

@@ -1,0 +1,106 @@
+#pragma once
+
+#include "streams/SerialQueue.h"
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+namespace quorval {
+
+class FFTOC;
+class MusicStream;
+class PitchStream;
+
+// What the display's column stream tells the calculation: the next segment that a visible column
+// still needs, so that visible columns are computed first. Called on the data queue only.
+class VisibleSegmentSource
+{
+public:
+    virtual ~VisibleSegmentSource() = default;
+    // The index of a segment of pitchStream whose pitch a visible column still waits for, or -1.
+    virtual std::int64_t nextVisibleSegment_D(const PitchStream &pitchStream) = 0;
+    // The pitch stream's range grew: columns that had found nothing may now find a pitch.
+    virtual void pitchStreamGrew_D() {}
+};
+
+// The application's central static class: the six serial work queues, the way back to the main
+// thread, and the little state the whole application shares.
+//
+// Queues (labels kQueuePrefix + last component), made together on first use:
+//   "data"     every access to stream contents and sound-file bytes; never waits on another queue
+//   "calc"     the pitch calculation loop, one item at a time
+//   "crunch"   the units of that loop, taken synchronously from "calc"
+//   "copy"     copying sound into the working sound file
+//   "display"  the player's display timer
+//   "realtime" delivery of microphone buffers
+// Synchronous nesting used: main -> data; calc -> crunch -> data.
+class Quorval
+{
+public:
+    Quorval() = delete;
+
+    static constexpr const char *kQueuePrefix = "org.quorval.Quorval.";
+
+    static SerialQueue &dataQueue();
+    static SerialQueue &calcQueue();
+    static SerialQueue &crunchQueue();
+    static SerialQueue &copyQueue();
+    static SerialQueue &displayQueue();
+    static SerialQueue &realtimeQueue();
+
+    // Stops every queue, producers before consumers, after telling long loops to give up. Called
+    // by the application before its event loop object goes, and at exit otherwise. Once called,
+    // posts are dropped; it is final. Main thread only.
+    static void shutdown();
+    // True once shutdown() has begun: long-running work items return early.
+    [[nodiscard]] static bool isShuttingDown();
+
+    // The main queue. The application (or a headless tool) installs the poster; the installing
+    // thread becomes the main thread. Without a poster, posts to the main queue are dropped.
+    using MainPoster = std::function<void(std::function<void()>)>;
+    static void installMainPoster(MainPoster poster);
+    [[nodiscard]] static bool isMainThread();
+    // Any thread.
+    static void postToMain(std::function<void()> fn);
+
+    // Redisplay: runs the handler at once on the main thread; from any other thread posts it to
+    // the main queue, with requests made while one is pending merged into that one.
+    static void setRedisplayHandler(std::function<void()> handler);
+    static void redisplay();
+
+    // The drawing code's "something changed, redraw" flag: set by the music stream, cleared by
+    // the display when it has redrawn. Any thread.
+    static std::atomic<bool> needsRedisplay;
+
+    // The display's colours must be computed afresh (a colouring option changed). Any thread.
+    static std::atomic<bool> needsRecolor;
+
+    // Installs the work that option changes ask for into the options' follow-up hook: re-cut
+    // and recompute the open sound, recolour and redraw. Main thread, at start-up.
+    static void installOptionFollowUps();
+
+    // Application-wide state, any thread.
+    // Developer mode, off at start: kept by the options, which sit below and read it too.
+    [[nodiscard]] static bool developerMode();
+    static void setDeveloperMode(bool on);
+    static std::atomic<bool> playing;
+    static std::atomic<bool> recording;
+    static std::atomic<bool> loop;            // play the selection again and again
+    static std::atomic<double> needleTime;    // seconds: the current play or record position
+    static std::atomic<double> playStartTime; // seconds: where the next play starts
+    static std::atomic<double> tuningOffset;  // semitones, added to non-equal temperaments
+
+    // The transform used for the spectrum of one chosen segment. Crunch queue only.
+    static FFTOC &sharedFFT();
+
+    // The music stream of the open sound, and the display's column stream for the visible range
+    // (either may be empty). Any thread; the objects are shared.
+    static void setMusicStream(std::shared_ptr<MusicStream> stream);
+    [[nodiscard]] static std::shared_ptr<MusicStream> musicStream();
+    static void setVisibleSegmentSource(std::shared_ptr<VisibleSegmentSource> source);
+    [[nodiscard]] static std::shared_ptr<VisibleSegmentSource> visibleSegmentSource();
+};
+
+} // namespace quorval

@@ -1,0 +1,70 @@
+#pragma once
+
+#include "analysis/Check.h"
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <type_traits>
+#include <utility>
+
+namespace quorval {
+
+// A serial work queue: one worker thread runs posted work items one at a time, in the order
+// they were posted.
+//
+// async() returns at once; sync() blocks the caller until the item has run and hands back its
+// result. A sync() onto the queue the caller is already running on would wait for itself, so it
+// is a broken invariant (fatal), never a silent deadlock. Any thread may post.
+//
+// stop() lets the items already posted run, then joins the worker; items posted afterwards are
+// dropped (async) or fatal (sync). The destructor stops. Not copyable.
+class SerialQueue
+{
+public:
+    explicit SerialQueue(std::string label);
+    ~SerialQueue();
+    SerialQueue(const SerialQueue &) = delete;
+    SerialQueue &operator=(const SerialQueue &) = delete;
+
+    [[nodiscard]] const std::string &label() const { return labelText; }
+
+    // True when called from this queue's worker thread.
+    [[nodiscard]] bool isCurrent() const;
+
+    // Posts fn and returns at once. Dropped when the queue has stopped.
+    void async(std::function<void()> fn);
+
+    // Runs fn on the worker and returns its result once it has run.
+    template <class F> auto sync(F &&fn) -> std::invoke_result_t<F &>
+    {
+        using Result = std::invoke_result_t<F &>;
+        if constexpr (std::is_void_v<Result>) {
+            runAndWait([&fn] { fn(); });
+        } else {
+            std::optional<Result> result;
+            runAndWait([&fn, &result] { result.emplace(fn()); });
+            return std::move(*result);
+        }
+    }
+
+    // Runs what is already posted, then joins the worker. Idempotent; not from the worker itself.
+    void stop();
+
+private:
+    void run();
+    void runAndWait(const std::function<void()> &work);
+
+    std::string labelText;
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::deque<std::function<void()>> items; // guarded by mutex
+    bool stopping = false;                   // guarded by mutex
+    std::thread worker;
+};
+
+} // namespace quorval

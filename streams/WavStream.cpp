@@ -1,0 +1,380 @@
+#include "streams/WavStream.h"
+
+#include "analysis/Check.h"
+#include "options/Messages.h"
+#include "options/Parameters.h"
+#include "streams/MusicStream.h"
+#include "streams/Quorval.h"
+
+#include <QFileInfo>
+#include <QUuid>
+
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <limits>
+#include <mutex>
+
+namespace quorval {
+
+namespace {
+
+// Frames read from the decoder at a time.
+constexpr sf_count_t kImportPieceFrames = 65536;
+// Copy calls made per visit to the data queue while copying a file in: large enough to keep the
+// copy quick, small enough that display reads get their turn.
+constexpr int kCopyCallsPerVisit = 8;
+
+double nominalLimit(int bytesPerSample)
+{
+    return std::ldexp(1.0, 8 * bytesPerSample - 1);
+}
+
+// The frame limit of the option for a sound at sampleRate.
+double frameLimit(double sampleRate)
+{
+    return Parameters::shared().maxAudioFileLength.value() * 60.0 * sampleRate;
+}
+
+} // namespace
+
+WavStream::WavStream(double sampleRate, int channels, int bytesPerSample)
+    : DoubleStream(1.0 / sampleRate, 0.0, -nominalLimit(bytesPerSample),
+                   nominalLimit(bytesPerSample)),
+      wavFile(std::make_unique<WavFileOC>()), channels(channels), sampleBytes(bytesPerSample)
+{
+    const std::int64_t frameBytes = std::int64_t{channels} * bytesPerSample;
+    QUORVAL_CHECK(frameBytes <= std::numeric_limits<std::int32_t>::max());
+    bytesPerFrame = static_cast<std::int32_t>(frameBytes);
+}
+
+WavStream::~WavStream()
+{
+    // A working copy of an opened file, or a recording with nothing unsaved, is only scratch.
+    // A recording never saved is left behind, so that nothing recorded is lost.
+    if (isSetup && !modified && fileURL != "/") {
+        std::error_code ignored;
+        std::filesystem::remove(fileURL, ignored);
+    }
+}
+
+std::shared_ptr<WavStream> WavStream::createForRecording(int channels, int bytesPerSample,
+                                                         double sampleRate)
+{
+    auto stream = std::shared_ptr<WavStream>(new WavStream(sampleRate, channels, bytesPerSample));
+    stream->fileTitle = "New File";
+    const double limit = frameLimit(sampleRate);
+    QUORVAL_CHECK(limit >= 0.0 && limit < 0x1p63);
+    stream->maxFrames = static_cast<std::int64_t>(limit);
+    const std::int64_t maxBytes = stream->maxFrames * stream->bytesPerFrame;
+    QUORVAL_CHECK(maxBytes <= std::numeric_limits<std::int32_t>::max());
+    stream->isSetup = stream->wavFile->setupWithSampleRate(sampleRate, channels, bytesPerSample,
+                                                           static_cast<int>(maxBytes));
+    if (!stream->isSetup) {
+        showMessage("", "Can't create .wav file -- internal error");
+        return nullptr;
+    }
+    stream->fileURL = stream->wavFile->getFilePath();
+    return stream;
+}
+
+std::shared_ptr<WavStream> WavStream::createFromFile(const std::string &path)
+{
+    auto source = std::make_unique<WavFileOC>();
+    std::shared_ptr<WavStream> stream;
+    if (source->setupFromPath(path) && source->isVerified())
+        stream = openWav(std::move(source));
+    else
+        stream = importWithSndfile(path);
+    if (!stream) {
+        showMessage("", "Can't read sound file");
+        return nullptr;
+    }
+    stream->fileTitle = QFileInfo(QString::fromStdString(path)).fileName().toStdString();
+    return stream;
+}
+
+void WavStream::applyFrameLimit(std::int64_t fileFrames)
+{
+    const double limit = frameLimit(sampleRate());
+    QUORVAL_CHECK(limit >= 0.0 && limit <= std::numeric_limits<std::int32_t>::max());
+    // The ring's byte count must fit the sound file's 32-bit sizes: a limit beyond that is
+    // lowered to what fits rather than refused.
+    const std::int64_t limitFrames = std::min<std::int64_t>(
+        static_cast<std::int64_t>(limit), std::numeric_limits<std::int32_t>::max() / bytesPerFrame);
+    if (fileFrames <= limitFrames) {
+        maxFrames = limitFrames;
+        wavFile->setMaxByteLength(static_cast<int>(limitFrames * bytesPerFrame));
+    } else {
+        maxFrames = fileFrames; // kept whole; recording into it wraps
+    }
+}
+
+std::shared_ptr<WavStream> WavStream::openWav(std::unique_ptr<WavFileOC> source)
+{
+    auto stream = std::shared_ptr<WavStream>(new WavStream(
+        source->getSampleRate(), source->getNChannels(), source->getBytesPerSample()));
+    if (!stream->wavFile->setupFromWavFile(*source, std::nullopt) ||
+        !stream->wavFile->copyHeadersFromWavFile(*source))
+        return nullptr;
+    stream->fileURL = stream->wavFile->getFilePath();
+    const std::int64_t fileFrames =
+        stream->bytesPerFrame == 0 ? 0 : source->getFileDataLength() / stream->bytesPerFrame;
+    stream->applyFrameLimit(fileFrames);
+    stream->isSetup = true;
+    stream->startCopy(std::move(source));
+    return stream;
+}
+
+void WavStream::startCopy(std::unique_ptr<WavFileOC> source)
+{
+    copying = true;
+    std::shared_ptr<WavFileOC> from(std::move(source));
+    auto self = std::static_pointer_cast<WavStream>(shared_from_this());
+    Quorval::copyQueue().async([self, from] {
+        int location = 0;
+        bool more = true;
+        while (more && !Quorval::isShuttingDown()) {
+            more = Quorval::dataQueue().sync([&] {
+                for (int call = 0; call < kCopyCallsPerVisit; ++call) {
+                    const int n = self->wavFile->copyDataFromWavFile(*from, location, location,
+                                                                     WavFileOC::kMaxCopyBytes);
+                    if (n <= 0)
+                        return false;
+                    location += n;
+                    self->maxIndex_D = location / self->bytesPerFrame;
+                }
+                return true;
+            });
+            self->notifyParentOfGrowth();
+        }
+        self->copying = false;
+        self->notifyParentOfGrowth();
+    });
+}
+
+void WavStream::setParent(const std::shared_ptr<MusicStream> &music)
+{
+    std::lock_guard lock(parentMutex);
+    parent = music;
+}
+
+std::shared_ptr<MusicStream> WavStream::parentStream() const
+{
+    std::lock_guard lock(parentMutex);
+    return parent.lock();
+}
+
+void WavStream::notifyParentOfGrowth()
+{
+    if (auto music = parentStream())
+        music->soundGrew();
+}
+
+std::shared_ptr<WavStream> WavStream::importWithSndfile(const std::string &path)
+{
+    SF_INFO info{};
+    SNDFILE *file = sf_open(path.c_str(), SFM_READ, &info);
+    if (!file)
+        return nullptr;
+    std::shared_ptr<WavStream> stream;
+    if (info.samplerate > 0 && info.channels > 0) {
+        stream = std::shared_ptr<WavStream>(new WavStream(info.samplerate, 1, 2));
+        const double limit = frameLimit(info.samplerate);
+        const std::int64_t capacity = std::clamp<std::int64_t>(
+            static_cast<std::int64_t>(limit) * 2, 0, std::numeric_limits<std::int32_t>::max());
+        stream->isSetup =
+            stream->wavFile->setupWithSampleRate(info.samplerate, 1, 2, static_cast<int>(capacity));
+    }
+    if (!stream || !stream->isSetup) {
+        sf_close(file);
+        return nullptr;
+    }
+    std::vector<float> frames(static_cast<std::size_t>(kImportPieceFrames * info.channels));
+    std::vector<float> mono(static_cast<std::size_t>(kImportPieceFrames));
+    std::int64_t byteLoc = 0;
+    bool ok = true;
+    for (;;) {
+        const sf_count_t got = sf_readf_float(file, frames.data(), kImportPieceFrames);
+        if (got <= 0)
+            break;
+        for (sf_count_t f = 0; f < got; ++f) {
+            float sum = 0.0f;
+            for (int c = 0; c < info.channels; ++c)
+                sum += frames[static_cast<std::size_t>(f * info.channels + c)];
+            mono[static_cast<std::size_t>(f)] = sum / static_cast<float>(info.channels);
+        }
+        if (byteLoc + got * 2 > std::numeric_limits<std::int32_t>::max()) {
+            ok = false;
+            break;
+        }
+        ok = stream->wavFile->putFloats(mono.data(), static_cast<int>(got),
+                                        static_cast<int>(byteLoc));
+        if (!ok)
+            break;
+        byteLoc += got * 2;
+    }
+    sf_close(file);
+    if (!ok || !stream->wavFile->finalizeWithByteSize(static_cast<int>(byteLoc)))
+        return nullptr;
+    stream->fileURL = stream->wavFile->getFilePath();
+    stream->applyFrameLimit(byteLoc / 2);
+    if (stream->maxFrames == byteLoc / 2)
+        stream->wavFile->setMaxByteLength(static_cast<int>(byteLoc));
+    stream->maxIndex_D = byteLoc / 2;
+    return stream;
+}
+
+int WavStream::byteLocOf(std::int64_t frame) const
+{
+    QUORVAL_CHECK(maxFrames > 0 && frame >= 0);
+    return static_cast<int>((frame % maxFrames) * bytesPerFrame);
+}
+
+VolumeResultOC WavStream::volume_D(std::int64_t firstFrame, std::int64_t nFrames)
+{
+    if (!volumeResult)
+        volumeResult.emplace();
+    QUORVAL_CHECK(nFrames >= 0 && nFrames <= std::numeric_limits<std::int32_t>::max());
+    wavFile->getVolume(byteLocOf(firstFrame), static_cast<int>(nFrames), *volumeResult);
+    return *volumeResult;
+}
+
+VolumeResultOC WavStream::volume(std::int64_t firstFrame, std::int64_t nFrames)
+{
+    return Quorval::dataQueue().sync([&] { return volume_D(firstFrame, nFrames); });
+}
+
+bool WavStream::appendSamples_D(const std::int16_t *samples, std::int64_t nFrames)
+{
+    QUORVAL_CHECK(sampleBytes == 2 && nFrames >= 0);
+    const std::int64_t count = nFrames * channels;
+    QUORVAL_CHECK(count <= std::numeric_limits<std::int32_t>::max() / 2);
+    if (!wavFile->putSamples(samples, static_cast<int>(count), byteLocOf(maxIndex_D)))
+        return false;
+    maxIndex_D += nFrames;
+    minIndex_D = std::max<std::int64_t>(0, maxIndex_D - maxFrames);
+    modified = true;
+    const std::int64_t held = std::min(maxIndex_D, maxFrames);
+    return wavFile->finalizeWithByteSize(static_cast<int>(held * bytesPerFrame));
+}
+
+void WavStream::appendSamples(std::vector<std::int16_t> samples)
+{
+    auto self = std::static_pointer_cast<WavStream>(shared_from_this());
+    Quorval::dataQueue().async([self, samples = std::move(samples)] {
+        const bool written = self->appendSamples_D(
+            samples.data(), static_cast<std::int64_t>(samples.size()) / self->channels);
+        (void)written; // a failed write leaves the extent alone; nothing to tell the recorder
+    });
+    // Told after the write was posted, so that the parent's read of the extent comes after it.
+    notifyParentOfGrowth();
+}
+
+std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
+{
+    const std::filesystem::path target(path);
+    const std::string partPath =
+        (target.parent_path() /
+         ("." + target.filename().string() + "." +
+          QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString() + ".part"))
+            .string();
+    const std::optional<std::int64_t> written =
+        Quorval::dataQueue().sync([&]() -> std::optional<std::int64_t> {
+            WavFileOC out;
+            if (!out.setupFromWavFile(*wavFile, partPath) || !out.copyHeadersFromWavFile(*wavFile))
+                return std::nullopt;
+            const std::int64_t first = minIndex_D;
+            const std::int64_t frames = maxIndex_D - minIndex_D;
+            const std::int64_t totalBytes = frames * bytesPerFrame;
+            QUORVAL_CHECK(totalBytes <= std::numeric_limits<std::int32_t>::max());
+            // Ring order: from the oldest frame to the end of the ring, then from its start.
+            std::int64_t from = frames > 0 ? byteLocOf(first) : 0;
+            std::int64_t to = 0;
+            while (to < totalBytes) {
+                const std::int64_t ringEnd = maxFrames * bytesPerFrame;
+                const std::int64_t want = std::min(totalBytes - to, ringEnd - from);
+                const int n = out.copyDataFromWavFile(*wavFile, static_cast<int>(from),
+                                                      static_cast<int>(to), static_cast<int>(want));
+                if (n <= 0)
+                    return std::nullopt;
+                to += n;
+                from += n;
+                if (from >= ringEnd)
+                    from = 0;
+            }
+            // Both size fields are rewritten even when the copied header already names this
+            // length: its RIFF size may count chunks after the data that were not copied.
+            if (!out.finalizeWithByteSize(static_cast<int>(totalBytes) + 1) ||
+                !out.finalizeWithByteSize(static_cast<int>(totalBytes)))
+                return std::nullopt;
+            return maxIndex_D;
+        });
+    std::error_code error;
+    if (written)
+        std::filesystem::rename(partPath, target, error);
+    if (!written || error) {
+        std::filesystem::remove(partPath, error);
+        return std::nullopt;
+    }
+    return written;
+}
+
+bool WavStream::save()
+{
+    if (!saveURL)
+        return false;
+    const std::string path = *saveURL;
+    auto self = std::static_pointer_cast<WavStream>(shared_from_this());
+    // On the copy queue, so that a copy still under way finishes first.
+    const bool saved = Quorval::copyQueue().sync([&] {
+        const std::optional<std::int64_t> reached = self->writeTo(path);
+        if (reached)
+            self->savedMaxFileIndex = *reached;
+        return reached.has_value();
+    });
+    if (!saved) {
+        showMessage("", "Can't save sound file");
+        return false;
+    }
+    modified = false;
+    return true;
+}
+
+bool WavStream::saveAs(const std::string &path)
+{
+    const auto previous = saveURL;
+    saveURL = path;
+    if (!save()) {
+        saveURL = previous;
+        return false;
+    }
+    fileTitle = QFileInfo(QString::fromStdString(path)).fileName().toStdString();
+    return true;
+}
+
+void WavStream::waitForCopy() const
+{
+    Quorval::copyQueue().sync([] {});
+}
+
+std::string WavStream::description() const
+{
+    const auto [minIndex, maxIndex] = Quorval::dataQueue().sync(
+        [this] { return std::make_pair(minimumIndex_D(), maximumIndex_D()); });
+    const double framesPerMinute = sampleRate() * 60.0;
+    char text[256];
+    std::snprintf(text, sizeof text,
+                  "Number of channels %d\nBytes per sample %d\nFrame rate %.0f\nLength %.2f "
+                  "minutes\nMax length %.2f minutes",
+                  channels, sampleBytes, sampleRate(),
+                  static_cast<double>(maxIndex - minIndex) / framesPerMinute,
+                  static_cast<double>(maxFrames) / framesPerMinute);
+    return text;
+}
+
+} // namespace quorval

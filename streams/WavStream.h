@@ -1,0 +1,124 @@
+#pragma once
+
+#include "analysis/VolumeResultOC.h"
+#include "analysis/WavFileOC.h"
+#include "streams/DataStream.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quorval {
+
+class MusicStream;
+
+// The stream of sound samples of one document: index = frame number, x = seconds. It works on a
+// WAV file of its own in the temporary folder (a new one for a recording, a working copy of an
+// opened file), never on the user's file, which is only read.
+//
+// Frame f lies at byte location (f mod maxFrames) × bytesPerFrame of the working file's data:
+// the data region is a ring of maxFrames frames. The extent is [minIndex, maxIndex): frames
+// held; while a recording wraps it is the newest maxFrames frames.
+//
+// Values are raw integer samples; the nominal range is ±2^(bits - 1) (±32768 for 16-bit sound).
+// Threading: every read and write of the sound file runs on the data queue (methods ending in
+// _D); the public methods take it themselves. Main-thread fields say so. User-visible failures
+// go through showMessage with the system's texts; the factories then answer nullptr.
+class WavStream : public DoubleStream
+{
+public:
+    // Max frames held: option "Max audio file length (minutes)" × 60 × sampleRate.
+    // A new, empty sound for recording; "Can't create .wav file -- internal error" on failure.
+    // channels 1 or 2, bytesPerSample 1 or 2, sampleRate in Hz.
+    static std::shared_ptr<WavStream> createForRecording(int channels, int bytesPerSample,
+                                                         double sampleRate);
+
+    // Opens a sound file. A WAV file the reader takes gets a working copy whose data is copied on
+    // the "copy" queue in pieces, the extent growing as they land (copying is set meanwhile);
+    // anything else (24-bit, float or extensible WAV, a WAV with other chunks before the data,
+    // MP3, FLAC, Ogg, AIFF) is imported as mono 16-bit before this returns, channels mixed as
+    // their mean. "Can't read sound file" when neither works. Main thread (or a tool's).
+    static std::shared_ptr<WavStream> createFromFile(const std::string &path);
+
+    ~WavStream() override;
+
+    // Set at creation, then constant.
+    const bool copyOnRead = true;
+    std::int64_t maxFrames = 0;     // ring length in frames
+    std::int32_t bytesPerFrame = 2; // channels × bytes per sample
+    bool isSetup = false;
+    std::string fileURL = "/"; // the working sound file
+
+    // The owning music stream, told when the sound grows. Any thread.
+    void setParent(const std::shared_ptr<MusicStream> &music);
+    [[nodiscard]] std::shared_ptr<MusicStream> parentStream() const;
+
+    // Main thread.
+    std::optional<std::string> saveURL; // where save() writes; empty for a sound never saved
+    std::string fileTitle;              // "New File", or the opened file's name
+    std::atomic<bool> modified{false};  // unsaved changes exist
+    std::atomic<bool> copying{false};   // a copy into the sound file is under way
+    std::atomic<std::int64_t> savedMaxFileIndex{0}; // maxIndex at the last save
+
+    [[nodiscard]] double sampleRate() const { return 1.0 / xScale; }
+    [[nodiscard]] int nChannels() const { return channels; }
+    [[nodiscard]] int bytesPerSample() const { return sampleBytes; }
+
+    // Byte location in the sound file's data of frame f >= 0. Any thread.
+    [[nodiscard]] int byteLocOf(std::int64_t frame) const;
+
+    // The working sound file. Data queue only.
+    [[nodiscard]] WavFileOC &wavFile_D() { return *wavFile; }
+
+    // Least, greatest and RMS sample (integer units, every channel sample counted) of nFrames
+    // frames from firstFrame. Data queue only / any other thread.
+    [[nodiscard]] VolumeResultOC volume_D(std::int64_t firstFrame, std::int64_t nFrames);
+    [[nodiscard]] VolumeResultOC volume(std::int64_t firstFrame, std::int64_t nFrames);
+
+    // Appends 16-bit interleaved frames at the end (recording): written on the data queue in
+    // arrival order, the extent moving forward and wrapping in the ring, the header kept
+    // current so that a crash loses nothing. Then the parent music stream is told. Any thread
+    // (the "realtime" queue); returns at once.
+    void appendSamples(std::vector<std::int16_t> samples);
+    // The same on the data queue, without telling the parent. Answers false on a write error.
+    bool appendSamples_D(const std::int16_t *samples, std::int64_t nFrames);
+
+    // Writes the sound held to saveURL (save) or to path, which becomes saveURL (saveAs). A new
+    // file is written beside the target and renamed over it only when complete, so a failure
+    // ("Can't save sound file") leaves the existing file as it was. Runs after any copy under
+    // way. Main thread; answers success.
+    bool save();
+    bool saveAs(const std::string &path);
+
+    // "Number of channels %d\nBytes per sample %d\nFrame rate %.0f\nLength %.2f minutes\n
+    // Max length %.2f minutes". Any thread but the data queue.
+    [[nodiscard]] std::string description() const;
+
+    // Waits until a copy under way has finished. Not from the "copy" or data queue.
+    void waitForCopy() const;
+
+private:
+    WavStream(double sampleRate, int channels, int bytesPerSample);
+
+    static std::shared_ptr<WavStream> openWav(std::unique_ptr<WavFileOC> source);
+    static std::shared_ptr<WavStream> importWithSndfile(const std::string &path);
+    // maxFrames from the frame limit for a file of fileFrames frames; grows the file's ring.
+    void applyFrameLimit(std::int64_t fileFrames);
+    void startCopy(std::unique_ptr<WavFileOC> source);
+    void notifyParentOfGrowth();
+    // Writes the sound held to path through a new file beside it; the frame index reached.
+    std::optional<std::int64_t> writeTo(const std::string &path);
+
+    mutable std::mutex parentMutex;
+    std::weak_ptr<MusicStream> parent;          // guarded by parentMutex
+    std::unique_ptr<WavFileOC> wavFile;         // owned; touched on the data queue
+    std::optional<VolumeResultOC> volumeResult; // data queue
+    int channels;
+    int sampleBytes;
+};
+
+} // namespace quorval

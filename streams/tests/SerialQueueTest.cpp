@@ -1,0 +1,114 @@
+#include "streams/SerialQueue.h"
+
+#include "streams/Quorval.h"
+#include "streams/tests/Wait.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace quorval {
+namespace {
+
+TEST(SerialQueue, runsItemsInOrderOnOneThreadAndSyncReturnsResults)
+{
+    SerialQueue queue("test.order");
+    std::vector<int> seen; // touched only on the queue
+    std::set<std::thread::id> threads;
+    for (int i = 0; i < 500; ++i)
+        queue.async([&seen, &threads, i] {
+            seen.push_back(i);
+            threads.insert(std::this_thread::get_id());
+        });
+    const std::vector<int> copy = queue.sync([&seen] { return seen; });
+    ASSERT_EQ(copy.size(), 500u);
+    for (int i = 0; i < 500; ++i)
+        EXPECT_EQ(copy[i], i);
+    EXPECT_EQ(queue.sync([&threads] { return threads.size(); }), 1u);
+    EXPECT_NE(queue.sync([] { return std::this_thread::get_id(); }), std::this_thread::get_id());
+}
+
+TEST(SerialQueue, knowsWhenItIsCurrentAndNestsSyncOntoAnotherQueue)
+{
+    SerialQueue outer("test.outer");
+    SerialQueue inner("test.inner");
+    EXPECT_FALSE(outer.isCurrent());
+    const auto flags = outer.sync([&] {
+        const bool outerHere = outer.isCurrent();
+        const std::string fromInner = inner.sync([&] {
+            return std::string(inner.isCurrent() && !outer.isCurrent() ? "inner" : "wrong");
+        });
+        return std::make_pair(outerHere, fromInner);
+    });
+    EXPECT_TRUE(flags.first);
+    EXPECT_EQ(flags.second, "inner");
+}
+
+TEST(SerialQueue, stopRunsWhatWasPostedThenDropsLaterPosts)
+{
+    std::atomic<int> count{0};
+    SerialQueue queue("test.stop");
+    for (int i = 0; i < 100; ++i)
+        queue.async([&count] { ++count; });
+    queue.stop();
+    EXPECT_EQ(count.load(), 100);
+    queue.async([&count] { ++count; });
+    queue.stop();
+    EXPECT_EQ(count.load(), 100);
+}
+
+TEST(SerialQueueDeathTest, syncOntoItsOwnQueueIsFatal)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            SerialQueue queue("test.self");
+            queue.sync([&queue] { queue.sync([] {}); });
+        },
+        "isCurrent");
+}
+
+TEST(Quorval, ownsSixLabelledQueuesMadeOnce)
+{
+    std::set<std::string> labels;
+    for (SerialQueue *queue :
+         {&Quorval::dataQueue(), &Quorval::calcQueue(), &Quorval::crunchQueue(),
+          &Quorval::copyQueue(), &Quorval::displayQueue(), &Quorval::realtimeQueue()}) {
+        EXPECT_EQ(queue->label().rfind(Quorval::kQueuePrefix, 0), 0u);
+        labels.insert(queue->label().substr(std::string(Quorval::kQueuePrefix).size()));
+    }
+    EXPECT_EQ(labels,
+              (std::set<std::string>{"data", "calc", "crunch", "copy", "display", "realtime"}));
+    EXPECT_EQ(&Quorval::dataQueue(), &Quorval::dataQueue());
+}
+
+TEST(Quorval, redisplayRunsAtOnceOnMainAndMergesRequestsFromQueues)
+{
+    std::atomic<int> redraws{0};
+    Quorval::setRedisplayHandler([&redraws] { ++redraws; });
+    ASSERT_TRUE(Quorval::isMainThread());
+    Quorval::redisplay();
+    EXPECT_EQ(redraws.load(), 1);
+
+    Quorval::dataQueue().sync([] {
+        EXPECT_FALSE(Quorval::isMainThread());
+        for (int i = 0; i < 5; ++i)
+            Quorval::redisplay();
+    });
+    EXPECT_EQ(redraws.load(), 1); // posted, not run
+    EXPECT_TRUE(test::waitUntil([&redraws] { return redraws.load() == 2; }));
+    // Run what else is pending: the five requests were merged into the one redraw.
+    QCoreApplication::processEvents();
+    EXPECT_EQ(redraws.load(), 2);
+
+    // Once that redraw ran, a new request posts again.
+    Quorval::dataQueue().sync([] { Quorval::redisplay(); });
+    EXPECT_TRUE(test::waitUntil([&redraws] { return redraws.load() == 3; }));
+    Quorval::setRedisplayHandler({});
+}
+
+} // namespace
+} // namespace quorval
