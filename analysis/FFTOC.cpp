@@ -74,7 +74,7 @@ void FFTOC::compute(const double *x)
         Complex b;
         Complex c;
         Complex e;
-        cComplement(&a, &z[(n - k) % n]);
+        cComplement(&a, &z[(n - k) & (n - 1)]); // (n - k) mod n, n a power of two
         cAdd(&b, &z[k], &a);
         cSubtract(&c, &z[k], &a);
         cMultiply(&e, &wrs[k], &c);

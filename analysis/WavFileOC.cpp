@@ -138,8 +138,9 @@ bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int 
 bool WavFileOC::setupFromPath(const std::string &path)
 {
     filePath = path;
+    // Only a regular file counts: opening a pipe or a device could block or never end.
     std::error_code error;
-    if (!std::filesystem::exists(path, error))
+    if (!std::filesystem::is_regular_file(path, error))
         return false;
     if (!openHandles(false))
         return false;
@@ -376,6 +377,7 @@ bool WavFileOC::putFloats(const float *floats, int size, int byteLoc)
 
 bool WavFileOC::finalizeWithByteSize(int byteSize)
 {
+    QUORVAL_CHECK(byteSize >= 0);
     if (byteSize == fileDataLength)
         return true;
     if (headerLength < 8)

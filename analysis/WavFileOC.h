@@ -55,10 +55,12 @@ public:
     [[nodiscard]] bool setupWithSampleRate(double sampleRate, int nChannels, int bytesPerSample,
                                            int maxDataBytes);
 
-    // Opens an existing WAV file and checks its header. A format body shorter than 16 bytes is
-    // accepted at once without reading any format (kept deliberately): the object then stays
-    // unverified with every format field 0. A file that can be read but not written opens, and
-    // every write to it fails.
+    // Opens an existing WAV file (a regular file) and checks its header. A format body shorter
+    // than 16 bytes is accepted at once without reading any format (kept deliberately): the
+    // object then stays unverified with every format field 0. A file that can be read but not
+    // written opens, and every write to it fails. The checks do not bound bits per sample from
+    // below: 0 bits (block align < channels) passes as 8-bit, negative bits as a format that
+    // reads as silence.
     [[nodiscard]] bool setupFromPath(const std::string &path);
 
     // Makes a new file (at path, or at a temporary path) that is to become a copy of source and
@@ -97,7 +99,7 @@ public:
     // piece, without wrapping. False if the write failed.
     [[nodiscard]] bool putFloats(const float *floats, int size, int byteLoc);
 
-    // Records byteSize as the data length in the header (RIFF size and data size fields).
+    // Records byteSize ≥ 0 as the data length in the header (RIFF size and data size fields).
     // Nothing is written when it equals fileDataLength. False if a write failed or there is no
     // header to update.
     [[nodiscard]] bool finalizeWithByteSize(int byteSize);
