@@ -223,8 +223,9 @@ Parameters::Parameters()
 
 Parameters &Parameters::shared()
 {
-    static Parameters parameters;
-    return parameters;
+    // Never destroyed: work queues may still read options while the program exits.
+    static Parameters *const parameters = new Parameters;
+    return *parameters;
 }
 
 std::vector<Parameters::Page> Parameters::dialogPages() const

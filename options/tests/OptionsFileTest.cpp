@@ -113,6 +113,8 @@ TEST_F(OptionsFileTest, foreignPlistsImportTheirUsableStrings)
                            "  <key>A Frequency</key><string>600</string>\r\n"
                            "  <key>No such option</key><string>1</string>\r\n"
                            "  <key>Zoom increment</key><string>1.5</string>\r\n"
+                           "  <key>Highest Note</key><string>40</string>\r\n"
+                           "  <key>Lowest Note</key><string>20</string>\r\n"
                            "  <key>Label Piano Keys</key><string>Num<!-- x -->bers</string>\r\n"
                            "</dict>\r\n</plist>\r\n";
     writeFile(QStringLiteral("foreign.plist"), xml);
@@ -122,6 +124,9 @@ TEST_F(OptionsFileTest, foreignPlistsImportTheirUsableStrings)
     EXPECT_EQ(parameters.key.value(), QStringLiteral("F"));
     EXPECT_EQ(parameters.zoomIncrement.value(), 1.5);
     EXPECT_EQ(parameters.labelPianoKeys.value(), QStringLiteral("Numbers"));
+    // 40 is refused while the lowest note is 55, and taken once 20 is in.
+    EXPECT_EQ(parameters.lowestNote.value(), 20.0);
+    EXPECT_EQ(parameters.highestNote.value(), 40.0);
     // Not strings, out of range or unknown: left as they were.
     EXPECT_EQ(parameters.response.value(), parameters.response.defaultValue);
     EXPECT_EQ(parameters.traceHeight.value(), parameters.traceHeight.defaultValue);
