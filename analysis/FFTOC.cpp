@@ -50,18 +50,21 @@ void FFTOC::compute(const double *x)
     for (int i = 0; i < n; i++)
         cSet(&z[order[i]], x[2 * i], x[2 * i + 1]);
 
-    // Decimation-in-time passes, in place, unscaled.
+    // Decimation-in-time passes, in place, unscaled. The butterflies of one pass are
+    // independent; walking each group in turn (rather than each twiddle across all groups)
+    // gives the same numbers and keeps the working lines in cache for large n.
     int passes = 0;
     for (int half = 1; passes < logN; half *= 2, passes++) {
         const int span = 2 * half;
         const int step = n / span;
-        for (int j = 0; j < half; j++) {
-            const Complex w = ws[j * step];
-            for (int g = 0; g < n; g += span) {
+        for (int g = 0; g < n; g += span) {
+            Complex *top = z + g;
+            Complex *bottom = z + g + half;
+            for (int j = 0; j < half; j++) {
                 Complex t;
-                cMultiply(&t, &w, &z[g + j + half]);
-                cSubtract(&z[g + j + half], &z[g + j], &t);
-                cAdd(&z[g + j], &z[g + j], &t);
+                cMultiply(&t, &ws[j * step], &bottom[j]);
+                cSubtract(&bottom[j], &top[j], &t);
+                cAdd(&top[j], &top[j], &t);
             }
         }
     }
