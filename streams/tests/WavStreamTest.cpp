@@ -1,0 +1,251 @@
+#include "streams/WavStream.h"
+
+#include "analysis/tests/support/TestSignals.h"
+#include "options/Parameters.h"
+#include "streams/Quorval.h"
+#include "streams/tests/SoundFiles.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <thread>
+
+namespace quorval {
+namespace {
+
+using test::MessageCatcher;
+
+// Sets "Max audio file length (minutes)" for one test.
+class MaxLength
+{
+public:
+    explicit MaxLength(double minutes) { EXPECT_TRUE(option().setValue(minutes)); }
+    ~MaxLength() { option().resetToDefault(); }
+    MaxLength(const MaxLength &) = delete;
+    MaxLength &operator=(const MaxLength &) = delete;
+
+private:
+    static DoubleParameter &option() { return Parameters::shared().maxAudioFileLength; }
+};
+
+std::int64_t limitFrames(double sampleRate)
+{
+    return static_cast<std::int64_t>(Parameters::shared().maxAudioFileLength.value() * 60.0 *
+                                     sampleRate);
+}
+
+TEST(WavStream, openedWavIsCopiedInTheBackgroundAndTheUserFileOnlyRead)
+{
+    const int frames = 3 * 44100;
+    const auto left = testsignals::sine(440.0, 10000.0, frames);
+    testsignals::TempWav file(left, testsignals::silence(frames), 2);
+    ASSERT_TRUE(file.ok());
+    const std::string before = test::fileBytes(file.path());
+
+    auto stream = WavStream::createFromFile(file.path());
+    ASSERT_NE(stream, nullptr);
+    stream->waitForCopy();
+    EXPECT_FALSE(stream->copying);
+    EXPECT_EQ(stream->bytesPerFrame, 4);
+    EXPECT_EQ(stream->maxFrames, limitFrames(44100.0));
+    EXPECT_EQ(stream->minNominalY, -32768.0);
+    EXPECT_EQ(stream->maxNominalY, 32768.0);
+    EXPECT_DOUBLE_EQ(stream->xScale, 1.0 / 44100.0);
+    EXPECT_EQ(stream->minimumIndex(), 0);
+    EXPECT_EQ(stream->maximumIndex(), frames);
+    EXPECT_NE(stream->fileURL, file.path());
+    EXPECT_EQ(stream->fileTitle, std::filesystem::path(file.path()).filename().string());
+    EXPECT_FALSE(stream->modified);
+
+    // Every channel sample counts: a sine of 10000 on one channel, silence on the other.
+    const VolumeResultOC volume = stream->volume(44100, 44100);
+    EXPECT_NEAR(volume.getRMS(), 10000.0 / std::sqrt(2.0) / std::sqrt(2.0), 5.0);
+    EXPECT_NEAR(volume.getMax(), 10000.0, 1.0);
+
+    const std::string text = stream->description();
+    EXPECT_NE(text.find("Number of channels 2\nBytes per sample 2\nFrame rate 44100\n"),
+              std::string::npos);
+    EXPECT_NE(text.find("Length 0.05 minutes"), std::string::npos);
+    EXPECT_EQ(test::fileBytes(file.path()), before);
+}
+
+TEST(WavStream, limitsFollowTheOptionAndLongerFilesAreKeptWhole)
+{
+    MaxLength oneMinute(1.0);
+    const int rate = 8000;
+    const int longFrames = 61 * rate;
+    testsignals::TempWav longFile(testsignals::sine(300.0, 1000.0, longFrames, rate), {}, 2, rate);
+    ASSERT_TRUE(longFile.ok());
+    auto stream = WavStream::createFromFile(longFile.path());
+    ASSERT_NE(stream, nullptr);
+    stream->waitForCopy();
+    EXPECT_EQ(stream->maxFrames, longFrames);
+    EXPECT_EQ(stream->maximumIndex(), longFrames);
+
+    testsignals::TempWav eightBit(testsignals::sine(300.0, 100.0, rate, rate), {}, 1, rate);
+    ASSERT_TRUE(eightBit.ok());
+    auto small = WavStream::createFromFile(eightBit.path());
+    ASSERT_NE(small, nullptr);
+    EXPECT_EQ(small->maxFrames, 60 * rate);
+    EXPECT_EQ(small->minNominalY, -128.0);
+    EXPECT_EQ(small->maxNominalY, 128.0);
+}
+
+TEST(WavStream, recordingWrapsInItsRingAndSavesTheNewestFramesInOrder)
+{
+    MaxLength oneMinute(1.0);
+    const int rate = 8000;
+    auto stream = WavStream::createForRecording(1, 2, rate);
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(stream->fileTitle, "New File");
+    EXPECT_FALSE(stream->modified);
+    EXPECT_FALSE(stream->saveURL.has_value());
+    EXPECT_EQ(stream->maxFrames, 60 * rate);
+
+    // 70 s of a ramp that tells every frame apart, in buffers from another thread.
+    const std::int64_t total = 70 * rate;
+    auto sampleOf = [](std::int64_t frame) { return static_cast<std::int16_t>(frame % 30011); };
+    std::thread recorder([&] {
+        for (std::int64_t start = 0; start < total; start += 1000) {
+            std::vector<std::int16_t> buffer(1000);
+            for (std::int64_t i = 0; i < 1000; ++i)
+                buffer[static_cast<std::size_t>(i)] = sampleOf(start + i);
+            stream->appendSamples(std::move(buffer));
+        }
+    });
+    recorder.join();
+    EXPECT_EQ(stream->maximumIndex(), total);
+    EXPECT_EQ(stream->minimumIndex(), total - 60 * rate);
+    EXPECT_TRUE(stream->modified);
+
+    QTemporaryDir dir;
+    const std::string target = QDir(dir.path()).filePath("take.wav").toStdString();
+    ASSERT_TRUE(stream->saveAs(target));
+    EXPECT_FALSE(stream->modified);
+    EXPECT_EQ(stream->savedMaxFileIndex, total);
+    EXPECT_EQ(stream->fileTitle, "take.wav");
+
+    auto saved = WavStream::createFromFile(target);
+    ASSERT_NE(saved, nullptr);
+    saved->waitForCopy();
+    ASSERT_EQ(saved->maximumIndex(), 60 * rate);
+    const std::int64_t first = total - 60 * rate;
+    for (std::int64_t frame :
+         {std::int64_t{0}, std::int64_t{1}, std::int64_t{123457}, std::int64_t{60 * rate - 1}}) {
+        const VolumeResultOC one = saved->volume(frame, 1);
+        EXPECT_EQ(one.getMax(), sampleOf(first + frame)) << frame;
+    }
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path().toStdString()),
+                            std::filesystem::directory_iterator()),
+              1);
+}
+
+TEST(WavStream, failedSaveLeavesTheTargetAsItWas)
+{
+    const int frames = 44100;
+    testsignals::TempWav file(testsignals::sine(440.0, 8000.0, frames), {}, 2);
+    ASSERT_TRUE(file.ok());
+    auto stream = WavStream::createFromFile(file.path());
+    ASSERT_NE(stream, nullptr);
+    stream->waitForCopy();
+
+    QTemporaryDir dir;
+    const std::string target = QDir(dir.path()).filePath("kept.wav").toStdString();
+    ASSERT_TRUE(stream->saveAs(target));
+    const std::string savedBytes = test::fileBytes(target);
+    EXPECT_EQ(savedBytes.substr(44), test::fileBytes(file.path()).substr(44));
+
+    // The working copy loses its second half: the next save cannot be completed.
+    std::filesystem::resize_file(stream->fileURL, 44 + frames);
+    MessageCatcher messages;
+    EXPECT_FALSE(stream->save());
+    ASSERT_EQ(messages.texts.size(), 1u);
+    EXPECT_EQ(messages.texts[0], "Can't save sound file");
+    EXPECT_EQ(test::fileBytes(target), savedBytes);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path().toStdString()),
+                            std::filesystem::directory_iterator()),
+              1);
+}
+
+struct ImportCase
+{
+    const char *name;
+    int format;
+    int channels;
+    bool lossy;
+    const char *title = nullptr; // a LIST chunk before the data
+};
+
+TEST(WavStream, importsWhatTheWavReaderRefusesAsMono16Bit)
+{
+    const std::vector<ImportCase> cases = {
+        {"flac", SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 2, false},
+        {"ogg", SF_FORMAT_OGG | SF_FORMAT_VORBIS, 2, true},
+        {"mp3", SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 2, true},
+        {"aiff", SF_FORMAT_AIFF | SF_FORMAT_PCM_16, 2, false},
+        {"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_24, 2, false},
+        {"wav", SF_FORMAT_WAV | SF_FORMAT_FLOAT, 1, false},
+        {"wav", SF_FORMAT_WAVEX | SF_FORMAT_PCM_16, 2, false},
+        {"wav", SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, false, "a title"},
+    };
+    const int rate = 44100;
+    const int frames = 2 * rate;
+    const double amplitude = 0.5;
+    QTemporaryDir dir;
+    int index = 0;
+    for (const ImportCase &c : cases) {
+        SCOPED_TRACE(std::to_string(index) + " " + c.name);
+        const std::string path =
+            QDir(dir.path()).filePath(QString("in%1.%2").arg(index++).arg(c.name)).toStdString();
+        ASSERT_TRUE(test::writeSoundFile(path, c.format, c.channels, rate,
+                                         test::leftSine(440.0, amplitude, frames, c.channels, rate),
+                                         c.title));
+        if (c.title) {
+            const std::string bytes = test::fileBytes(path);
+            ASSERT_LT(bytes.find("LIST"), bytes.find("data"));
+        }
+        auto stream = WavStream::createFromFile(path);
+        ASSERT_NE(stream, nullptr);
+        EXPECT_EQ(stream->nChannels(), 1);
+        EXPECT_EQ(stream->bytesPerSample(), 2);
+        EXPECT_EQ(stream->minNominalY, -32768.0);
+        EXPECT_DOUBLE_EQ(stream->sampleRate(), rate);
+        const std::int64_t got = stream->maximumIndex();
+        if (c.lossy)
+            EXPECT_NEAR(static_cast<double>(got), frames, 3000.0);
+        else
+            EXPECT_EQ(got, frames);
+        // Stereo is the mean of the channels: the silent right one halves the sine.
+        const double expectedRMS =
+            amplitude * 32768.0 / std::sqrt(2.0) / static_cast<double>(c.channels);
+        const VolumeResultOC volume = stream->volume(rate / 2, rate);
+        EXPECT_NEAR(volume.getRMS(), expectedRMS, expectedRMS * (c.lossy ? 0.05 : 0.001));
+    }
+}
+
+TEST(WavStream, whatNothingCanReadIsRefusedWithAMessage)
+{
+    QTemporaryDir dir;
+    const std::string text = QDir(dir.path()).filePath("notes.wav").toStdString();
+    {
+        std::ofstream out(text);
+        out << "not a sound at all, just some words in a file";
+    }
+    const std::string empty = QDir(dir.path()).filePath("empty.mp3").toStdString();
+    std::ofstream(empty).close();
+    const std::string missing = QDir(dir.path()).filePath("missing.wav").toStdString();
+
+    for (const std::string &path : {text, empty, missing, dir.path().toStdString()}) {
+        MessageCatcher messages;
+        EXPECT_EQ(WavStream::createFromFile(path), nullptr) << path;
+        ASSERT_EQ(messages.texts.size(), 1u) << path;
+        EXPECT_EQ(messages.texts[0], "Can't read sound file");
+    }
+}
+
+} // namespace
+} // namespace quorval
