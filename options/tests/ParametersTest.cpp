@@ -4,6 +4,7 @@
 #include "options/OptionStore.h"
 #include "options/tests/support/OptionsTestStore.h"
 
+#include <memory>
 #include <set>
 
 namespace quorval {
@@ -62,6 +63,31 @@ TEST_F(ParametersTest, minorSwapsTheKeySpellingsAndKeepsThePitchClass)
     EXPECT_EQ(later.key.choices(), Parameters::minorKeyNames());
     EXPECT_EQ(later.currentKey().index, index);
     EXPECT_TRUE(later.currentKey().minor);
+}
+
+// Records what the parameter asks of its control.
+struct FakeView : ParameterView
+{
+    int *changes;
+    bool answer;
+    FakeView(int *changes, bool answer) : changes(changes), answer(answer) {}
+    void load() override {}
+    bool apply() override { return answer; }
+    void choicesChanged() override { ++*changes; }
+};
+
+TEST_F(ParametersTest, attachedControlHearsOfNewChoiceLists)
+{
+    Parameters parameters;
+    int changes = 0;
+    EXPECT_TRUE(parameters.key.applyView());
+    parameters.key.setView(std::make_unique<FakeView>(&changes, false));
+    parameters.minor.minorButtonPushed(true);
+    parameters.minor.minorButtonPushed(true);
+    EXPECT_EQ(changes, 1);
+    parameters.minor.minorButtonPushed(false);
+    EXPECT_EQ(changes, 2);
+    EXPECT_FALSE(parameters.key.applyView());
 }
 
 TEST_F(ParametersTest, temperamentListDependsOnStoredIndexAndDeveloperMode)
