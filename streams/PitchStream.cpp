@@ -196,6 +196,7 @@ void PitchStream::reset_D()
     if (size != 0)
         std::fill(data_D.begin(), data_D.end(), 0.0);
     allPitchesCalculatedTo = minIndex_D - 1;
+    ++serial;
 }
 
 std::string PitchStream::description_D() const

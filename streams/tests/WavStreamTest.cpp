@@ -215,10 +215,11 @@ TEST(WavStream, importsWhatTheWavReaderRefusesAsMono16Bit)
         EXPECT_EQ(stream->minNominalY, -32768.0);
         EXPECT_DOUBLE_EQ(stream->sampleRate(), rate);
         const std::int64_t got = stream->maximumIndex();
-        if (c.lossy)
+        if (c.lossy) {
             EXPECT_NEAR(static_cast<double>(got), frames, 3000.0);
-        else
+        } else {
             EXPECT_EQ(got, frames);
+        }
         // Stereo is the mean of the channels: the silent right one halves the sine.
         const double expectedRMS =
             amplitude * 32768.0 / std::sqrt(2.0) / static_cast<double>(c.channels);

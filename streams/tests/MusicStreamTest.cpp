@@ -1,0 +1,363 @@
+#include "streams/MusicStream.h"
+
+#include "analysis/tests/support/TestSignals.h"
+#include "options/Parameters.h"
+#include "streams/FFTStream.h"
+#include "streams/PitchStream.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+#include "streams/tests/SoundFiles.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+namespace quorval {
+namespace {
+
+using namespace std::chrono_literals;
+using testsignals::noteToHz;
+
+constexpr double kRate = 44100.0;
+
+std::vector<std::int16_t> toPCM(const std::vector<double> &samples)
+{
+    std::vector<std::int16_t> pcm;
+    pcm.reserve(samples.size());
+    for (double v : samples)
+        pcm.push_back(static_cast<std::int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0))));
+    return pcm;
+}
+
+// A sound held in a new recording stream, as if it had been recorded.
+std::shared_ptr<WavStream> soundOf(const std::vector<double> &samples)
+{
+    auto wav = WavStream::createForRecording(1, 2, kRate);
+    EXPECT_NE(wav, nullptr);
+    const std::vector<std::int16_t> pcm = toPCM(samples);
+    Quorval::dataQueue().sync([&] {
+        EXPECT_TRUE(wav->appendSamples_D(pcm.data(), static_cast<std::int64_t>(pcm.size())));
+    });
+    wav->modified = false; // leave no unsaved recording behind in the temporary folder
+    return wav;
+}
+
+std::vector<double> toneOf(double note, double seconds)
+{
+    testsignals::Tone spec;
+    spec.freqHz = noteToHz(note);
+    return testsignals::tone(spec, static_cast<int>(seconds * kRate));
+}
+
+// Puts an option back to its default when the test ends.
+class OptionGuard
+{
+public:
+    explicit OptionGuard(Parameter &option) : option(option) {}
+    ~OptionGuard() { option.resetToDefault(); }
+    OptionGuard(const OptionGuard &) = delete;
+    OptionGuard &operator=(const OptionGuard &) = delete;
+
+private:
+    Parameter &option;
+};
+
+// Pitches of the segments lying wholly inside [fromSeconds, toSeconds).
+std::vector<double> pitchesBetween(const MusicStream &music, double fromSeconds, double toSeconds)
+{
+    std::vector<double> pitches;
+    const double segmentSeconds = static_cast<double>(music.segLength()) / kRate;
+    for (const MusicStream::SegmentValue &value : music.segmentValues())
+        if (value.timeSeconds >= fromSeconds && value.timeSeconds + segmentSeconds <= toSeconds)
+            pitches.push_back(value.pitch);
+    return pitches;
+}
+
+void expectPitchesNear(const std::vector<double> &pitches, double note)
+{
+    ASSERT_FALSE(pitches.empty());
+    for (double pitch : pitches)
+        EXPECT_NEAR(pitch, note, 0.05) << "cents off: " << (pitch - note) * 100.0;
+}
+
+TEST(MusicStream, segmentationFollowsTheOptions)
+{
+    OptionGuard response(Parameters::shared().response);
+    OptionGuard overlap(Parameters::shared().frameOverlap);
+    EXPECT_EQ(MusicStream::segmentation(44100.0),
+              std::make_pair(std::int64_t{1024}, std::int64_t{512}));
+    // One period of the lowest note wants 225 samples: the next power of two is 256.
+    ASSERT_TRUE(Parameters::shared().response.setValue(1.0));
+    ASSERT_TRUE(Parameters::shared().frameOverlap.setValue(0.75));
+    EXPECT_EQ(MusicStream::segmentation(44100.0),
+              std::make_pair(std::int64_t{256}, std::int64_t{64}));
+    EXPECT_EQ(MusicStream::segmentation(8000.0).first, 64);
+}
+
+TEST(MusicStream, computesEverySegmentOfASoundInTheBackground)
+{
+    std::vector<double> samples = toneOf(60.3, 1.0);
+    const std::vector<double> quiet = testsignals::silence(static_cast<int>(0.5 * kRate));
+    samples.insert(samples.end(), quiet.begin(), quiet.end());
+    const std::vector<double> second = toneOf(72.0 - 0.2, 1.0);
+    samples.insert(samples.end(), second.begin(), second.end());
+
+    auto music = MusicStream::create(soundOf(samples));
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    const std::int64_t segments = static_cast<std::int64_t>(samples.size()) / 512;
+    EXPECT_EQ(music->pitchStream()->maximumIndex(), segments);
+    expectPitchesNear(pitchesBetween(*music, 0.0, 1.0), 60.3);
+    expectPitchesNear(pitchesBetween(*music, 1.5, 2.5), 71.8);
+    for (double pitch : pitchesBetween(*music, 1.0, 1.5))
+        EXPECT_EQ(pitch, -1.0);
+    for (const MusicStream::SegmentValue &value : music->segmentValues()) {
+        EXPECT_NE(value.pitch, 0.0) << value.index;
+        if (value.pitch > 0.0) {
+            EXPECT_GT(value.goodness, 0.0) << value.index;
+        }
+    }
+    EXPECT_EQ(music->timeRange().duration, static_cast<double>(samples.size()) / kRate);
+    // On demand, the same answer as the background.
+    EXPECT_DOUBLE_EQ(music->pitchAt(20), music->pitchStream()->valueAt(20));
+}
+
+// Hands out the uncalculated segments of a fixed window, in order.
+class Window : public VisibleSegmentSource
+{
+public:
+    Window(std::int64_t first, std::int64_t end) : first(first), end(end) {}
+    std::int64_t nextVisibleSegment_D(const PitchStream &pitch) override
+    {
+        for (std::int64_t i = first; i < end; ++i)
+            if (pitch.valueAt_D(i) == 0.0)
+                return i;
+        return -1;
+    }
+
+private:
+    std::int64_t first;
+    std::int64_t end;
+};
+
+// Records the unit codes; can hold the calculation at its first unit until released.
+class UnitLog
+{
+public:
+    explicit UnitLog(bool holdFirst) : holding(holdFirst) {}
+    void operator()(std::int64_t code)
+    {
+        std::unique_lock lock(mutex);
+        codes.push_back(code);
+        changed.notify_all();
+        changed.wait(lock, [this] { return !holding; });
+    }
+    bool waitForUnits(std::size_t count)
+    {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, 30s, [&] { return codes.size() >= count; });
+    }
+    void release()
+    {
+        std::lock_guard lock(mutex);
+        holding = false;
+        changed.notify_all();
+    }
+    std::vector<std::int64_t> snapshot()
+    {
+        std::lock_guard lock(mutex);
+        return codes;
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::int64_t> codes;
+    bool holding;
+};
+
+TEST(MusicStream, visibleSegmentsComeFirstAndOneLoopServesEveryRequest)
+{
+    const auto wav = soundOf(toneOf(64.0, 1.0));
+    auto log = std::make_shared<UnitLog>(true);
+    Quorval::setVisibleSegmentSource(std::make_shared<Window>(40, 50));
+    auto music = MusicStream::create(wav);
+    music->setUnitObserver([log](std::int64_t code) { (*log)(code); });
+    // The loop that create() started may have passed its first unit before the observer came:
+    // a fresh request then holds the next loop at its first unit.
+    music->requestCalculation();
+    ASSERT_TRUE(log->waitForUnits(1));
+    EXPECT_TRUE(music->isCalculating());
+    const int loops = music->calculationLoopsStarted();
+    for (int i = 0; i < 5; ++i)
+        music->requestCalculation();
+    EXPECT_EQ(music->calculationLoopsStarted(), loops);
+    log->release();
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    EXPECT_EQ(music->calculationLoopsStarted(), loops);
+    Quorval::setVisibleSegmentSource(nullptr);
+
+    std::vector<std::int64_t> computed;
+    for (std::int64_t code : log->snapshot())
+        if (code >= 0)
+            computed.push_back(code);
+    // The window first, in its order, then the rest from the start.
+    auto window = std::find(computed.begin(), computed.end(), 40);
+    ASSERT_NE(window, computed.end());
+    ASSERT_GE(computed.end() - window, 11);
+    for (std::int64_t i = 0; i < 10; ++i)
+        EXPECT_EQ(window[i], 40 + i);
+    EXPECT_NE(window[10], 50);
+    for (auto it = computed.begin(); it != window; ++it)
+        EXPECT_TRUE(*it < 40 || *it >= 50) << "window segment before the window: " << *it;
+}
+
+TEST(MusicStream, growsWithARecordingWhileCalculating)
+{
+    auto wav = WavStream::createForRecording(1, 2, kRate);
+    ASSERT_NE(wav, nullptr);
+    auto music = MusicStream::create(wav);
+    EXPECT_EQ(music->pitchStream()->maximumIndex(), 0);
+    const std::vector<std::int16_t> pcm = toPCM(toneOf(57.0, 2.0));
+
+    Quorval::recording = true;
+    Quorval::realtimeQueue().sync([&] {
+        for (std::size_t start = 0; start < pcm.size(); start += 1024) {
+            const std::size_t end = std::min(pcm.size(), start + 1024);
+            wav->appendSamples(std::vector<std::int16_t>(pcm.begin() + start, pcm.begin() + end));
+        }
+    });
+    Quorval::recording = false;
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    wav->modified = false;
+
+    const std::int64_t whole = (static_cast<std::int64_t>(pcm.size()) - 512) / 512;
+    EXPECT_EQ(music->pitchStream()->maximumIndex(), whole);
+    expectPitchesNear(pitchesBetween(*music, 0.0, 2.0), 57.0);
+    // The newest segment's spectrum was taken while recording.
+    EXPECT_GE(music->fftPitchIndex, 0);
+    EXPECT_EQ(music->fftStream()->maximumIndex(), 513);
+}
+
+TEST(MusicStream, optionChangesResegmentAndRecompute)
+{
+    Quorval::installOptionFollowUps();
+    Parameters &options = Parameters::shared();
+    OptionGuard response(options.response);
+    OptionGuard highest(options.highestNote);
+    auto music = MusicStream::create(soundOf(toneOf(62.0, 1.0)));
+    Quorval::setMusicStream(music);
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    const auto firstPitch = music->pitchStream();
+
+    ASSERT_TRUE(options.response.setValue(2.0));
+    const auto secondPitch = music->pitchStream();
+    EXPECT_NE(secondPitch, firstPitch);
+    EXPECT_EQ(secondPitch->segLength, 512);
+    EXPECT_EQ(music->pitchView->data, secondPitch);
+    EXPECT_EQ(music->goodnessView->data, music->goodnessStream());
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    expectPitchesNear(pitchesBetween(*music, 0.0, 1.0), 62.0);
+
+    // A note above the new highest note (and its extension) is no longer found.
+    ASSERT_TRUE(options.highestNote.setValue(58.0));
+    EXPECT_EQ(music->pitchStream(), secondPitch);
+    EXPECT_EQ(music->pitchView->topY, 60.0);
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    for (double pitch : pitchesBetween(*music, 0.0, 1.0))
+        EXPECT_LT(pitch, 60.0);
+    Quorval::setMusicStream(nullptr);
+}
+
+TEST(MusicStream, viewsByLetterAndShortSounds)
+{
+    auto music = MusicStream::create(soundOf(testsignals::silence(700)));
+    EXPECT_EQ(&music->viewFor(QChar('X')), music->compositeView.get());
+    EXPECT_TRUE(music->viewFor(QChar('R')).showRMS);
+    DataView &amplitude = music->viewFor(QChar('A'));
+    EXPECT_EQ(&amplitude, music->wavView.get());
+    EXPECT_FALSE(amplitude.showRMS);
+    EXPECT_EQ(music->viewFor(QChar('S')).viewType, "S");
+
+    // 700 frames hold one segment start but no whole segment: refresh leaves the range alone.
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    Quorval::needsRedisplay = false;
+    const std::int64_t before = music->pitchStream()->maximumIndex();
+    music->refresh();
+    EXPECT_EQ(music->pitchStream()->maximumIndex(), before);
+    EXPECT_FALSE(Quorval::needsRedisplay);
+    EXPECT_NE(music->description().find("goodnessStream serial"), std::string::npos);
+}
+
+TEST(PitchStream, edgeOperations)
+{
+    auto wav = soundOf(toneOf(69.0, 0.2)); // 8820 frames: segments 0 .. 16 start inside
+    auto music = MusicStream::create(wav);
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    auto pitch = music->pitchStream();
+    auto goodness = music->goodnessStream();
+
+    // Segment 16 ends past the sound: -1, and its goodness is left as it was.
+    Quorval::dataQueue().sync([&] { goodness->store_D(0.25, 16); });
+    EXPECT_EQ(pitch->computePitch(16), -1.0);
+    EXPECT_EQ(goodness->valueAt(16), 0.25);
+    EXPECT_NEAR(pitch->computePitch(3), 69.0, 0.05);
+
+    Quorval::dataQueue().sync([&] {
+        // Every slot holds a pitch or -1: nothing to do, and the mark reaches the end.
+        EXPECT_EQ(pitch->nextUncalculatedIndex_D(), -1);
+        EXPECT_EQ(pitch->allPitchesCalculatedTo, pitch->maximumIndex_D() - 1);
+        // Moving past the ring's end clears exactly the slots entered and moves the start.
+        const std::int64_t ring = pitch->size;
+        const std::int64_t oldMax = pitch->maximumIndex_D();
+        pitch->extendRange_D(ring + 5);
+        EXPECT_EQ(pitch->minimumIndex_D(), 5);
+        EXPECT_EQ(goodness->maximumIndex_D(), ring + 5);
+        EXPECT_EQ(pitch->valueAt_D(oldMax), 0.0);
+        EXPECT_EQ(pitch->valueAt_D(ring + 4), 0.0);
+        EXPECT_NE(pitch->valueAt_D(5), 0.0);
+        EXPECT_EQ(pitch->nextUncalculatedIndex_D(), oldMax);
+        pitch->reset_D();
+        EXPECT_EQ(pitch->nextUncalculatedIndex_D(), 5);
+    });
+}
+
+TEST(MusicStream, mp3PitchTrackLinesUpWithTheWavItWasMadeFrom)
+{
+    const int rate = 44100;
+    std::vector<float> samples(static_cast<std::size_t>(rate), 0.0f); // 1 s of silence
+    for (double v : toneOf(67.0, 1.0))
+        samples.push_back(static_cast<float>(v / 32768.0));
+    QTemporaryDir dir;
+    const std::string wavPath = QDir(dir.path()).filePath("a.wav").toStdString();
+    const std::string mp3Path = QDir(dir.path()).filePath("a.mp3").toStdString();
+    ASSERT_TRUE(test::writeSoundFile(wavPath, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 1, rate, samples));
+    ASSERT_TRUE(
+        test::writeSoundFile(mp3Path, SF_FORMAT_MPEG | SF_FORMAT_MPEG_LAYER_III, 1, rate, samples));
+    auto firstPitched = [](const std::string &path) -> std::int64_t {
+        auto wav = WavStream::createFromFile(path);
+        EXPECT_NE(wav, nullptr);
+        if (!wav)
+            return -100;
+        auto music = MusicStream::create(wav);
+        EXPECT_TRUE(music->waitUntilCalculated(60s));
+        for (const MusicStream::SegmentValue &value : music->segmentValues())
+            if (value.pitch > 0.0)
+                return value.index;
+        return -100;
+    };
+    const std::int64_t fromWav = firstPitched(wavPath);
+    const std::int64_t fromMp3 = firstPitched(mp3Path);
+    EXPECT_GT(fromWav, 0);
+    EXPECT_LE(std::abs(fromMp3 - fromWav), 1) << "wav " << fromWav << ", mp3 " << fromMp3;
+}
+
+} // namespace
+} // namespace quorval
