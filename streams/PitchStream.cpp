@@ -55,17 +55,31 @@ PitchStream::PitchStream(const std::shared_ptr<WavStream> &wav, std::int64_t seg
     const int sharedLogN = fftLogN;
     Quorval::crunchQueue().async(
         [sharedLogN] { (void)Quorval::sharedFFT().setupWithLogN(sharedLogN); });
-
-    Parameters &options = Parameters::shared();
-    const double lowFreq =
-        noteFrequency(options.lowestNote.value() - options.scaleExtension.value());
-    (void)peakDataSet->setupWithN(static_cast<int>(nFreqs), fft->getResult(),
-                                  options.minimumPeakThreshold.value(),
-                                  1.0 / (wav->xScale * static_cast<double>(segLength)), lowFreq,
-                                  options.peakThresholdIncrement.value());
+    setUpPeaks(*fft, *peakDataSet, wav->xScale);
     minIndex_D = 0;
     maxIndex_D = wav->maximumIndex_D() / segSpacing;
     setFrequencyRange();
+}
+
+void PitchStream::setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, double secondsPerFrame) const
+{
+    Parameters &options = Parameters::shared();
+    const double lowFreq =
+        noteFrequency(options.lowestNote.value() - options.scaleExtension.value());
+    (void)peaks.setupWithN(static_cast<int>(nFreqs), transform.getResult(),
+                           options.minimumPeakThreshold.value(),
+                           1.0 / (secondsPerFrame * static_cast<double>(segLength)), lowFreq,
+                           options.peakThresholdIncrement.value());
+}
+
+std::unique_ptr<PitchStream::Scratch> PitchStream::makeScratch() const
+{
+    auto wav = wavStream.lock();
+    QUORVAL_CHECK(wav != nullptr);
+    auto scratch = std::make_unique<Scratch>();
+    (void)scratch->fft.setupWithLogN(fftLogN);
+    setUpPeaks(scratch->fft, scratch->peakDataSet, wav->xScale);
+    return scratch;
 }
 
 void PitchStream::attachGoodnessStream(std::shared_ptr<GoodnessStream> goodnessStream)
@@ -110,6 +124,14 @@ bool PitchStream::segmentReady_D(std::int64_t i)
 
 PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i)
 {
+    // The scratch lock is never taken on the data queue, so waiting for it there cannot happen.
+    std::lock_guard scratch(scratchMutex);
+    return computeSegment(i, *fft, *peakDataSet, *pitchResult);
+}
+
+PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i, FFTOC &transform,
+                                                       PeakDataSetOC &peaks, PitchResultOC &probe)
+{
     QUORVAL_CHECK(!Quorval::dataQueue().isCurrent());
     auto wav = wavStream.lock();
     QUORVAL_CHECK(wav != nullptr);
@@ -121,24 +143,22 @@ PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i)
     const double dbLimit = options.dbNoiseLimit.value();
     const double aFrequency = options.aFrequency.value();
 
-    // The scratch lock is never taken on the data queue, so waiting for it there cannot happen.
-    std::lock_guard scratch(scratchMutex);
     SegmentResult result;
     bool setUp = false;
     Quorval::dataQueue().sync([&] {
         result.inside = segmentInside_D(i);
         if (result.inside)
-            setUp = pitchResult->setupFromWavFile(
-                wav->wavFile_D(), wav->byteLocOf(i * segSpacing), *fft, peakDataSet.get(),
-                static_cast<int>(nHighest), freqMin, freqMax, goodnessThreshold, dbLimit);
+            setUp = probe.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing),
+                                           transform, &peaks, static_cast<int>(nHighest), freqMin,
+                                           freqMax, goodnessThreshold, dbLimit);
     });
     if (!result.inside || !setUp)
         return result;
-    pitchResult->compute();
-    const double freq = pitchResult->getFreq();
+    probe.compute();
+    const double freq = probe.getFreq();
     if (freq > 0.0) {
         result.pitch = std::log(freq / aFrequency) / kLogSemitone + 69.0;
-        result.goodness = pitchResult->getGoodness();
+        result.goodness = probe.getGoodness();
     }
     return result;
 }
@@ -157,8 +177,18 @@ double PitchStream::computePitch(std::int64_t i)
 
 void PitchStream::computePitchInBackground(std::int64_t i)
 {
-    const SegmentResult result = computeSegment(i);
-    storeInBackground(result.pitch, i);
+    storeResultInBackground(i, computeSegment(i));
+}
+
+void PitchStream::computePitchInBackground(std::int64_t i, Scratch &scratch)
+{
+    storeResultInBackground(
+        i, computeSegment(i, scratch.fft, scratch.peakDataSet, scratch.pitchResult));
+}
+
+void PitchStream::storeResultInBackground(std::int64_t i, const SegmentResult &result)
+{
+    ResultStream::storeInBackground(result.pitch, i);
     if (result.inside)
         requireGoodness().storeInBackground(result.goodness, i);
 }

@@ -60,6 +60,18 @@ public:
     double computePitch(std::int64_t i);
     // The same for background work: stores through the background store, never waiting for it.
     void computePitchInBackground(std::int64_t i);
+    // Analysis objects of a caller's own, set up like the stream's, so that several threads can
+    // compute disjoint segments at once, each with its own. Owned by the caller.
+    struct Scratch
+    {
+        FFTOC fft;
+        PeakDataSetOC peakDataSet;
+        PitchResultOC pitchResult;
+    };
+    [[nodiscard]] std::unique_ptr<Scratch> makeScratch() const;
+    // computePitchInBackground with the caller's scratch instead of the stream's: the same
+    // computation, without waiting for the stream's own objects. Not on the data queue.
+    void computePitchInBackground(std::int64_t i, Scratch &scratch);
     // Segment i lies inside the sound and its samples can be read. Data queue.
     [[nodiscard]] bool segmentReady_D(std::int64_t i);
     // The first index from allPitchesCalculatedTo + 1 whose slot is 0.0, or -1. Data queue.
@@ -87,6 +99,10 @@ private:
         double goodness = 0.0;
     };
     SegmentResult computeSegment(std::int64_t i);
+    SegmentResult computeSegment(std::int64_t i, FFTOC &transform, PeakDataSetOC &peaks,
+                                 PitchResultOC &result);
+    void setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, double secondsPerFrame) const;
+    void storeResultInBackground(std::int64_t i, const SegmentResult &result);
     [[nodiscard]] bool segmentInside_D(std::int64_t i) const;
     [[nodiscard]] GoodnessStream &requireGoodness() const;
 
