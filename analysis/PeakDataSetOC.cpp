@@ -1,0 +1,327 @@
+#include "analysis/PeakDataSetOC.h"
+
+#include "analysis/Check.h"
+
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+namespace quorval {
+
+namespace {
+
+constexpr double kNone = -std::numeric_limits<double>::max();
+
+// Width and mean weight of the Lorentz curve for fundamental freq.
+struct Lorentz
+{
+    double w2;   // squared half width, Hz²
+    double base; // mean weight over one harmonic spacing
+
+    explicit Lorentz(double freq, double fftScale)
+    {
+        w2 = (freq / 4.0) * fftScale;
+        const double r = 2.0 * std::sqrt(w2) / freq;
+        base = r * std::atan(1.0 / r);
+    }
+};
+
+// printf-style append; "%f" of the "none" height alone is over 300 characters.
+template <typename... Args>
+void appendFormatted(std::string &text, const char *format, Args... args)
+{
+    const int length = std::snprintf(nullptr, 0, format, args...);
+    if (length <= 0)
+        return;
+    const std::size_t start = text.size();
+    text.resize(start + static_cast<std::size_t>(length) + 1);
+    std::snprintf(text.data() + start, static_cast<std::size_t>(length) + 1, format, args...);
+    text.resize(start + static_cast<std::size_t>(length));
+}
+
+} // namespace
+
+bool PeakDataSetOC::setupWithN(int N, const double *data, double threshold, double scale,
+                               double low, double increment)
+{
+    fftLength = N;
+    const auto room = static_cast<std::size_t>(N > 0 ? N / 2 : 0);
+    indexVals.assign(room, 0.0);
+    xVals.assign(room, 0.0);
+    yVals.assign(room, 0.0);
+    fftData = data;
+    minThreshold = threshold;
+    fftScale = scale;
+    lowFreq = low;
+    threshIncrement = increment;
+    dbLimit = kDbLimit;
+    nPeaks = 0;
+    highestXs[0] = highestXs[1] = -1.0;
+    highestYs[0] = highestYs[1] = kNone;
+    return true;
+}
+
+void PeakDataSetOC::recordPeak(int index)
+{
+    // Each peak needs a rise and a fall, so N values hold at most N / 2 peaks.
+    QUORVAL_CHECK(static_cast<std::size_t>(nPeaks) < indexVals.size());
+    indexVals[static_cast<std::size_t>(nPeaks)] = index;
+    yVals[static_cast<std::size_t>(nPeaks)] = fftData[index];
+    nPeaks++;
+}
+
+int PeakDataSetOC::findPeaks(double t)
+{
+    nPeaks = 0;
+    if (fftLength <= 0)
+        return 0;
+    enum class Direction
+    {
+        undecided,
+        rising,
+        falling
+    };
+    Direction direction = Direction::undecided;
+    double reference = fftData[0];
+    int referenceIndex = 0;
+    for (int i = 0; i < fftLength; i++) {
+        const double v = fftData[i];
+        switch (direction) {
+        case Direction::undecided:
+            if (v > reference + t) {
+                direction = Direction::rising;
+                reference = v;
+                referenceIndex = i;
+            } else if (v < reference - t) {
+                direction = Direction::falling;
+                reference = v;
+                referenceIndex = i;
+            }
+            break;
+        case Direction::rising:
+            if (v > reference) {
+                reference = v;
+                referenceIndex = i;
+            } else if (v < reference - t) {
+                recordPeak(referenceIndex);
+                direction = Direction::falling;
+                reference = v;
+                referenceIndex = i;
+            }
+            break;
+        case Direction::falling:
+            if (v > reference + t) {
+                direction = Direction::rising;
+                reference = v;
+                referenceIndex = i;
+            } else if (v < reference) {
+                reference = v;
+                referenceIndex = i;
+            }
+            break;
+        }
+    }
+    return nPeaks;
+}
+
+double PeakDataSetOC::meanSpacing(int count) const
+{
+    return indexVals[static_cast<std::size_t>(count - 1)] * fftScale / (count - 1);
+}
+
+void PeakDataSetOC::peaksForDensity()
+{
+    double t = minThreshold;
+    int count = findPeaks(t);
+    if (count >= 2) {
+        double spacing = meanSpacing(count);
+        if (!(spacing > lowFreq)) {
+            for (int step = 0; step < kMaxThresholdSteps; step++) {
+                double next = t * threshIncrement;
+                if (next > 0.9 && next < 1.1)
+                    next = 1.0;
+                // A threshold that no longer grows would repeat the same peaks for ever.
+                if (!(next > t))
+                    break;
+                count = findPeaks(next);
+                if (count < 2) {
+                    if (t > 0)
+                        findPeaks(t);
+                    break;
+                }
+                const double nextSpacing = meanSpacing(count);
+                if (nextSpacing <= lowFreq) {
+                    t = next;
+                    spacing = nextSpacing;
+                    continue;
+                }
+                if (t > 0 && nextSpacing - lowFreq > lowFreq - spacing)
+                    findPeaks(t);
+                break;
+            }
+        }
+    }
+    interpolate();
+    shiftUp();
+    goodnessCount = 0;
+}
+
+void PeakDataSetOC::interpolate()
+{
+    for (int i = 0; i < nPeaks; i++) {
+        const auto at = static_cast<std::size_t>(i);
+        const int k = static_cast<int>(indexVals[at]);
+        double x = k;
+        double y = yVals[at];
+        if (k >= 1 && k < fftLength - 1) {
+            const double a = fftData[k - 1];
+            const double b = fftData[k];
+            const double c = fftData[k + 1];
+            const double d = (2.0 * b - a - c) / 2.0;
+            const double p = (c - a) / (4.0 * d);
+            x = k + p;
+            y = b + p * d * p;
+        }
+        xVals[at] = x * fftScale;
+        yVals[at] = y;
+    }
+}
+
+void PeakDataSetOC::shiftUp()
+{
+    highestXs[0] = highestXs[1] = -1.0;
+    highestYs[0] = highestYs[1] = kNone;
+    for (int i = 0; i < nPeaks; i++) {
+        const auto at = static_cast<std::size_t>(i);
+        const double y = yVals[at] - dbLimit;
+        yVals[at] = y;
+        if (y > highestYs[0]) {
+            highestXs[1] = highestXs[0];
+            highestYs[1] = highestYs[0];
+            highestXs[0] = xVals[at];
+            highestYs[0] = y;
+        } else if (y > highestYs[1]) {
+            highestXs[1] = xVals[at];
+            highestYs[1] = y;
+        }
+    }
+}
+
+double PeakDataSetOC::getHighestXAtRank(int rank) const
+{
+    QUORVAL_CHECK(rank == 0 || rank == 1);
+    return highestXs[rank];
+}
+
+double PeakDataSetOC::getIndexVal(int i) const
+{
+    QUORVAL_CHECK(i >= 0 && i < nPeaks);
+    return indexVals[static_cast<std::size_t>(i)];
+}
+
+double PeakDataSetOC::getXVal(int i) const
+{
+    QUORVAL_CHECK(i >= 0 && i < nPeaks);
+    return xVals[static_cast<std::size_t>(i)];
+}
+
+double PeakDataSetOC::getYVal(int i) const
+{
+    QUORVAL_CHECK(i >= 0 && i < nPeaks);
+    return yVals[static_cast<std::size_t>(i)];
+}
+
+void PeakDataSetOC::resetSums(Sums &sums)
+{
+    sums.totalHeight = 0.0;
+    sums.weightedFreq = 0.0;
+    sums.score = 0.0;
+    sums.base = 0.0;
+    sums.highest = kNone;
+}
+
+void PeakDataSetOC::addSums(Sums &sums, double freq) const
+{
+    resetSums(sums);
+    const Lorentz lorentz(freq, fftScale);
+    sums.base = lorentz.base;
+    for (int i = 0; i < nPeaks; i++) {
+        const double x = xVals[static_cast<std::size_t>(i)];
+        const double h = std::floor(x / freq + 0.5);
+        if (h >= 1.0) {
+            const double dev = x - h * freq;
+            const double weight = 1.0 / (dev * dev / lorentz.w2 + 1.0);
+            sums.score += yVals[static_cast<std::size_t>(i)] * (weight - lorentz.base);
+        }
+    }
+}
+
+void PeakDataSetOC::addSumsByHarmonic(Sums &sums, double freq) const
+{
+    resetSums(sums);
+    const Lorentz lorentz(freq, fftScale);
+    sums.base = lorentz.base;
+    // The harmonic number is kept as a double: a far-off peak's x / freq may not fit an int.
+    double group = 0.0;
+    double bestHeight = 0.0;
+    double bestWeight = 0.0;
+    double bestScore = kNone;
+    for (int i = 0; i <= nPeaks; i++) {
+        // One closing step at frequency 0, height 0 settles the last group.
+        const bool real = i < nPeaks;
+        const double x = real ? xVals[static_cast<std::size_t>(i)] : 0.0;
+        const double y = real ? yVals[static_cast<std::size_t>(i)] : 0.0;
+        const double h = real ? std::floor(x / freq + 0.5) : 0.0;
+        if (real) {
+            sums.totalHeight += y;
+            sums.weightedFreq += x * y;
+            if (y > sums.highest)
+                sums.highest = y;
+        }
+        if (h != group) {
+            if (group != 0.0)
+                sums.score += bestHeight * (bestWeight - lorentz.base);
+            group = h;
+            bestScore = kNone;
+        }
+        if (h >= 1.0) {
+            const double dev = x - h * freq;
+            const double weight = 1.0 / (dev * dev / lorentz.w2 + 1.0);
+            const double score = y * (weight - lorentz.base);
+            if (score > bestScore) {
+                bestHeight = y;
+                bestWeight = weight;
+                bestScore = score;
+            }
+        }
+    }
+}
+
+double PeakDataSetOC::computeGoodnessForFreq(double freq)
+{
+    goodnessCount++;
+    if (!(freq > 0.0))
+        return 0.0;
+    addSums(allPeaks, freq);
+    addSumsByHarmonic(byHarmonic, freq);
+    if (byHarmonic.totalHeight == 0.0)
+        return 0.0;
+    const double g1 = allPeaks.score / (1.0 - allPeaks.base);
+    const double m = 2.0 * (byHarmonic.weightedFreq / byHarmonic.totalHeight) / freq;
+    const double g2 = byHarmonic.score / (byHarmonic.highest * m) / (1.0 - byHarmonic.base);
+    return g1 * g2;
+}
+
+std::string PeakDataSetOC::report() const
+{
+    std::string text;
+    for (int i = 0; i < nPeaks; i++) {
+        const auto at = static_cast<std::size_t>(i);
+        appendFormatted(text, "Peak %d x %f y %f\n", i, xVals[at], yVals[at]);
+    }
+    appendFormatted(text, "x %f y %f x %f y %f\n", highestXs[0], highestYs[0], highestXs[1],
+                    highestYs[1]);
+    return text;
+}
+
+} // namespace quorval

@@ -1,0 +1,219 @@
+#include "analysis/PitchResultOC.h"
+
+#include "analysis/Check.h"
+#include "analysis/FFTOC.h"
+#include "analysis/PeakDataSetOC.h"
+#include "analysis/WavFileOC.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <numbers>
+
+namespace quorval {
+
+namespace {
+
+std::atomic<int> pitchResultCount{0};
+
+} // namespace
+
+PitchResultOC::PitchResultOC() : serial(pitchResultCount.fetch_add(1)) {}
+
+void PitchResultOC::prepare(FFTOC &transform, PeakDataSetOC *peaks, int highest, double minHz,
+                            double maxHz, double threshold, double floorDb)
+{
+    fft = &transform;
+    peakData = peaks;
+    nHighest = highest;
+    freqMin = minHz;
+    freqMax = maxHz;
+    goodnessThreshold = threshold;
+    dbLimit = floorDb;
+    nFreqs = transform.getN();
+    QUORVAL_CHECK(nFreqs >= 1 && nFreqs <= (1 << 30));
+    nFrames = 2 * nFreqs;
+    fftSize = nFreqs + 1;
+    samples.resize(static_cast<std::size_t>(nFrames));
+    fftResult = nullptr;
+    freq = 0.0;
+    goodness = 0.0;
+}
+
+bool PitchResultOC::setupFromWavFile(WavFileOC &wavFile, int byteLoc, FFTOC &transform,
+                                     PeakDataSetOC *peaks, int highest, double minHz, double maxHz,
+                                     double threshold, double floorDb)
+{
+    prepare(transform, peaks, highest, minHz, maxHz, threshold, floorDb);
+    return wavFile.getSamples(samples.data(), byteLoc, nFrames);
+}
+
+void PitchResultOC::setupWithSamples(const double *segment, FFTOC &transform, PeakDataSetOC *peaks,
+                                     int highest, double minHz, double maxHz, double threshold,
+                                     double floorDb)
+{
+    prepare(transform, peaks, highest, minHz, maxHz, threshold, floorDb);
+    std::copy(segment, segment + nFrames, samples.begin());
+}
+
+void PitchResultOC::hammingTransform()
+{
+    for (int i = 0; i < nFrames; i++)
+        samples[static_cast<std::size_t>(i)] *=
+            0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * i / (nFrames - 1));
+}
+
+void PitchResultOC::convertToDecibelsAndLimit()
+{
+    const double reference = nFrames * 32768.0;
+    for (int i = 0; i < fftSize; i++) {
+        double &v = fftResult[i];
+        v = v > 0.0 ? std::max(20.0 * std::log10(v / reference), dbLimit) : dbLimit;
+    }
+}
+
+void PitchResultOC::compute()
+{
+    QUORVAL_CHECK(fft != nullptr);
+    bool finite = true;
+    for (double s : samples)
+        finite = finite && std::isfinite(s);
+
+    hammingTransform();
+    fft->compute(samples.data());
+    // The result array belongs to the transform, which is ours to use until the next segment:
+    // converting it in place is what the peak set, set up on the same array, reads.
+    fftResult = const_cast<double *>(fft->getResult());
+    convertToDecibelsAndLimit();
+    if (peakData == nullptr)
+        return;
+    freq = 0.0;
+    goodness = 0.0;
+    if (!finite)
+        return;
+    peakData->peaksForDensity();
+
+    // The peak set ranks two candidates; further ranks have none.
+    const int ranks = std::min(nHighest, 2);
+    for (int rank = 0; rank < ranks; rank++) {
+        const double x = peakData->getHighestXAtRank(rank);
+        if (!(x > 0.0 && x >= freqMin && std::isfinite(x)))
+            continue;
+        for (int divisor = 1; divisor <= kMaxDivisor; divisor++) {
+            const double f = x / divisor;
+            if (!(f >= freqMin))
+                break;
+            if (!(f < freqMax))
+                continue;
+            const double g = goodnessAt(f);
+            if (!(g > goodness * goodnessThreshold))
+                continue;
+            // Only a refined frequency inside the range is taken, never the unrefined one.
+            const double refined = refineFreq(f);
+            if (freqMin <= refined && refined < freqMax) {
+                const double refinedGoodness = goodnessAt(refined);
+                if (refinedGoodness > goodness) {
+                    freq = refined;
+                    goodness = refinedGoodness;
+                }
+            }
+        }
+    }
+}
+
+double PitchResultOC::goodnessAt(double f)
+{
+    return peakData->computeGoodnessForFreq(f);
+}
+
+double PitchResultOC::refineFreq(double f)
+{
+    if (f <= 0.0)
+        return f;
+    QUORVAL_CHECK(peakData != nullptr);
+    const double g0 = goodnessAt(f);
+    const double h = kFirstStep * f;
+    const double f1 = f + h;
+    const double g1 = goodnessAt(f1);
+    if (g1 == g0)
+        return f + h / 2.0;
+
+    // Bracketing: walk uphill, away from the lower of the first two points. dir is the walking
+    // direction; "back" is the point behind "best", "out" the newest point ahead of it.
+    double d = h * (1.0 + kPhi);
+    const double dir = g1 > g0 ? 1.0 : -1.0;
+    double back = dir > 0.0 ? f : f1;
+    double backG = dir > 0.0 ? g0 : g1;
+    double best = dir > 0.0 ? f1 : f;
+    double bestG = dir > 0.0 ? g1 : g0;
+    double out = best + dir * d;
+    double outG = goodnessAt(out);
+    while (outG > bestG && d < kPhi * f) {
+        back = best;
+        backG = bestG;
+        best = out;
+        bestG = outG;
+        d *= 1.0 + kPhi;
+        out = best + dir * d;
+        outG = goodnessAt(out);
+    }
+    const double inner = out - dir * kPhi * d;
+    const double innerG = goodnessAt(inner);
+
+    // Keep three points in rising frequency, the best one in the middle.
+    double a = back;
+    double ga = backG;
+    double b = best;
+    double gb = bestG;
+    double c = inner;
+    double gc = innerG;
+    if (innerG > bestG || outG > bestG) {
+        a = best;
+        ga = bestG;
+        b = inner;
+        gb = innerG;
+        c = out;
+        gc = outG;
+    }
+    if (a > c) {
+        std::swap(a, c);
+        std::swap(ga, gc);
+    }
+
+    // Narrowing: probe the golden point of the side whose outer point is higher, where a smooth
+    // maximum must lie; on equal heights the wider side.
+    // The stop test follows each probe: without a climb d·φ is already h (φ + φ² = 1), and the
+    // final step needs the probe.
+    do {
+        d *= kPhi;
+        const bool right = gc > ga || (gc == ga && c - b >= b - a);
+        const double x = right ? b + (1.0 - kPhi) * (c - b) : b - (1.0 - kPhi) * (b - a);
+        const double gx = goodnessAt(x);
+        if (gx > gb) {
+            if (right) {
+                a = b;
+                ga = gb;
+            } else {
+                c = b;
+                gc = gb;
+            }
+            b = x;
+            gb = gx;
+        } else if (right) {
+            c = x;
+            gc = gx;
+        } else {
+            a = x;
+            ga = gx;
+        }
+    } while (d > h);
+
+    // Twice the textbook parabola-vertex offset, deliberately.
+    const double A = a - b;
+    const double B = c - b;
+    const double FA = ga - gb;
+    const double FC = gc - gb;
+    return b - (A * A * FC - FA * B * B) / (FA * B - A * FC);
+}
+
+} // namespace quorval

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <vector>
+
+namespace quorval {
+
+class FFTOC;
+class PeakDataSetOC;
+class WavFileOC;
+
+// The pitch (fundamental frequency) and goodness of one segment of sound.
+//
+// Reads 2n frames (mono mix, raw integer units), weights them with a Hamming window, transforms
+// them with the given FFTOC, turns the n + 1 magnitudes into dB relative to a full-scale segment
+// with a floor, lets the peak set pick two candidates, and searches each candidate and its
+// subharmonics x/2, x/3, ... for the frequency of greatest goodness.
+//
+// The search near one frequency (refineFreq) is a golden-section search (Kiefer, 1953), ending
+// with one step through the last three points that is twice the textbook parabola-vertex offset
+// (kept so: the estimates were tuned with it). Bookkeeping chosen here:
+// - Bracketing walks downhill-away steps d, d·(1 + φ), ... from the first pair of points (d
+//   starts at h·(1 + φ), h = five cents of f) while each new point is higher and d < φ·f; the
+//   last three points are kept. One inner point at φ·d back from the outermost point follows.
+// - Of the (up to) four points so found, the best and its two neighbours are kept, the best in
+//   the middle (when the climb was stopped by d >= φ·f the outermost point may be the best; it
+//   then stays at the edge).
+// - Narrowing: each step multiplies d by φ, probes the golden point (1 − φ of the side's width
+//   from the best point) of the side whose outer point is higher, where a smooth maximum lies
+//   (the wider side on equal heights), and keeps the three points around the better of the best
+//   and the probe; a probe only replaces the best when strictly better. It stops as soon as
+//   d <= h after a probe, so there is always at least one.
+//
+// Units: frequencies in Hz, goodness dimensionless (0 when none), dB relative to
+// nFrames × 32768. The subharmonic search tries at most kMaxDivisor divisors per candidate, so
+// that a lowest pitch near 0 Hz cannot make it endless.
+//
+// Threading: all scratch belongs to this object, the FFTOC and the PeakDataSetOC it is handed;
+// segments with their own FFTOC and PeakDataSetOC may be computed on different threads at once.
+// Ownership: the FFTOC, the PeakDataSetOC and the WavFileOC are not owned; the FFTOC and the
+// peak set must outlive compute(). The peak set must have been set up on the FFTOC's result
+// array with N = n + 1 values: compute() converts that array to dB in place.
+class PitchResultOC
+{
+public:
+    // Golden ratio φ and the first refinement step, 2^(5/1200) − 1 (five cents).
+    static constexpr double kPhi = 0.6180339887498949;
+    static constexpr double kFirstStep = 0.0028922878693671272;
+    // Most subharmonics x/k tried per candidate.
+    static constexpr int kMaxDivisor = 4096;
+
+    // Takes the next running number as its serial (thread-safe).
+    PitchResultOC();
+    PitchResultOC(const PitchResultOC &) = delete;
+    PitchResultOC &operator=(const PitchResultOC &) = delete;
+
+    // Reads 2n frames (n = fft.getN()) at byte location byteLoc of wavFile, ring wrap included,
+    // and stores the search settings: nHighest candidates (0 .. 2 used), pitches accepted from
+    // freqMin (inclusive) to freqMax (exclusive) Hz, goodnessThreshold the factor of the best
+    // goodness a candidate must beat to be refined, dbLimit the spectrum's floor in dB. peakData
+    // may be null (spectrum only). Returns what the read returns. The object may be set up again
+    // for another segment; its buffers are then reused and freq and goodness reset to 0.
+    [[nodiscard]] bool setupFromWavFile(WavFileOC &wavFile, int byteLoc, FFTOC &fft,
+                                        PeakDataSetOC *peakData, int nHighest, double freqMin,
+                                        double freqMax, double goodnessThreshold, double dbLimit);
+    // The same with the 2n samples given directly (copied).
+    void setupWithSamples(const double *segment, FFTOC &fft, PeakDataSetOC *peakData, int nHighest,
+                          double freqMin, double freqMax, double goodnessThreshold, double dbLimit);
+
+    // samples[i] *= 0.54 − 0.46·cos(2π·i / (nFrames − 1)).
+    void hammingTransform();
+    // Each spectrum value v becomes max(20·log10(v / (nFrames × 32768)), dbLimit), or dbLimit
+    // when v is not above 0.
+    void convertToDecibelsAndLimit();
+    // Window, transform, dB, then (with a peak set) the candidate search into freq and goodness.
+    // Non-finite samples give freq = goodness = 0.
+    void compute();
+    // The frequency of greatest goodness near f (Hz); f itself when f <= 0.
+    [[nodiscard]] double refineFreq(double f);
+
+    [[nodiscard]] double getFreq() const { return freq; }
+    [[nodiscard]] double getGoodness() const { return goodness; }
+    [[nodiscard]] int getSerial() const { return serial; }
+    // The spectrum in dB after compute(), fftSize values (owned by the FFTOC).
+    [[nodiscard]] const double *getFFTResult() const { return fftResult; }
+    [[nodiscard]] int getFFTSize() const { return fftSize; }
+
+private:
+    void prepare(FFTOC &fft, PeakDataSetOC *peakData, int nHighest, double freqMin, double freqMax,
+                 double goodnessThreshold, double dbLimit);
+    [[nodiscard]] double goodnessAt(double f);
+
+    int nFrames = 0;
+    int fftSize = 0;
+    int nFreqs = 0;
+    std::vector<double> samples; // nFrames samples of the segment, integer units
+    double *fftResult = nullptr; // the FFTOC's result array, in dB after compute()
+    int serial = 0;
+    double freq = 0.0;
+    double goodness = 0.0;
+    FFTOC *fft = nullptr;
+    PeakDataSetOC *peakData = nullptr;
+    int nHighest = 0;
+    double freqMin = 0.0;
+    double freqMax = 0.0;
+    double goodnessThreshold = 0.0;
+    double dbLimit = 0.0;
+};
+
+} // namespace quorval
