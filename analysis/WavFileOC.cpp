@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <limits>
@@ -31,6 +32,27 @@ void putLittleEndian32(unsigned char *bytes, std::uint32_t value)
 {
     for (int i = 0; i < 4; i++)
         bytes[i] = static_cast<unsigned char>(value >> (8 * i));
+}
+
+// One double per frame of signed little-endian samples: the first channel's sample, or the
+// mean of the first two. Mono gets its own loop, which the compiler can vectorise.
+template <typename Sample>
+void framesToDoubles(const unsigned char *bytes, double *out, int nFrames, int nChannels)
+{
+    if (nChannels == 1) {
+        for (int f = 0; f < nFrames; f++) {
+            Sample a;
+            std::memcpy(&a, bytes + static_cast<std::size_t>(f) * sizeof a, sizeof a);
+            out[f] = a;
+        }
+        return;
+    }
+    const std::size_t frameBytes = static_cast<std::size_t>(nChannels) * sizeof(Sample);
+    for (int f = 0; f < nFrames; f++) {
+        Sample ab[2];
+        std::memcpy(ab, bytes + static_cast<std::size_t>(f) * frameBytes, sizeof ab);
+        out[f] = (ab[0] + ab[1]) * 0.5;
+    }
 }
 
 } // namespace
@@ -458,20 +480,10 @@ void WavFileOC::storeSamples(const unsigned char *bytes, double *samplePtr, int 
 {
     if (nChannels < 1)
         return;
-    const std::size_t frameBytes =
-        static_cast<std::size_t>(nChannels) * static_cast<std::size_t>(std::max(bytesPerSample, 0));
-    if (bytesPerSample == 1) {
-        for (int f = 0; f < nFrames; f++) {
-            const auto *frame = reinterpret_cast<const signed char *>(bytes + f * frameBytes);
-            samplePtr[f] = nChannels >= 2 ? (frame[0] + frame[1]) * 0.5 : frame[0];
-        }
-    } else if (bytesPerSample == 2) {
-        for (int f = 0; f < nFrames; f++) {
-            const unsigned char *frame = bytes + f * frameBytes;
-            const int a = inputShort(frame, 0);
-            samplePtr[f] = nChannels >= 2 ? (a + inputShort(frame, 2)) * 0.5 : a;
-        }
-    }
+    if (bytesPerSample == 1)
+        framesToDoubles<std::int8_t>(bytes, samplePtr, nFrames, nChannels);
+    else if (bytesPerSample == 2)
+        framesToDoubles<std::int16_t>(bytes, samplePtr, nFrames, nChannels);
 }
 
 double WavFileOC::sumOfSquares(const unsigned char *bytes, int size, VolumeResultOC &result) const
