@@ -1,0 +1,183 @@
+#include "streams/Deviations.h"
+
+#include "analysis/Check.h"
+#include "options/Parameters.h"
+#include "scale/Scale.h"
+#include "streams/MusicStream.h"
+#include "streams/PitchStream.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
+namespace quorval {
+
+namespace {
+
+// Segments measured per visit to the data queue: few visits, yet short enough that the data
+// queue keeps serving the display.
+constexpr std::int64_t kSegmentsPerVisit = 256;
+// Frames per volume read of the whole stretch, for the same reason.
+constexpr std::int64_t kFramesPerVolumeRead = std::int64_t{1} << 20;
+
+std::int64_t floorIndex(double x)
+{
+    const double floored = std::floor(x);
+    QUORVAL_CHECK(std::isfinite(floored) && floored >= -0x1p63 && floored < 0x1p63);
+    return std::max<std::int64_t>(0, static_cast<std::int64_t>(floored));
+}
+
+// RMS of frames [first, end) of the sound, read piecewise; 0 for none. Data queue.
+double rmsOf_D(WavStream &wav, std::int64_t first, std::int64_t end)
+{
+    if (end <= first)
+        return 0.0;
+    double sumOfSquares = 0.0;
+    for (std::int64_t from = first; from < end; from += kFramesPerVolumeRead) {
+        const std::int64_t n = std::min(kFramesPerVolumeRead, end - from);
+        const double rms = wav.volume_D(from, n).getRMS();
+        sumOfSquares += rms * rms * static_cast<double>(n);
+    }
+    return std::sqrt(sumOfSquares / static_cast<double>(end - first));
+}
+
+struct SegmentMeasure
+{
+    double rms = 0.0;
+    double storedPitch = 0.0;
+};
+
+} // namespace
+
+std::optional<Deviations::Results> Deviations::compute(MusicStream &music, double t0, double t1,
+                                                       const std::atomic<bool> &canceled)
+{
+    WavStream &wav = *music.wavStream;
+    const std::shared_ptr<PitchStream> pitch = music.pitchStream();
+    QUORVAL_CHECK(pitch != nullptr);
+    if (t0 == t1) {
+        const MusicStream::TimeRange whole = music.timeRange();
+        t0 = whole.start;
+        t1 = whole.end;
+    }
+    const double s = wav.xScale;
+    const double q = wav.overlap;
+    const double p = pitch->xScale;
+    const double o = pitch->overlap;
+
+    const std::int64_t w0 = floorIndex(t0 / s - q);
+    const std::int64_t w1 = floorIndex(t1 / s - q);
+    SerialQueue &data = Quorval::dataQueue();
+    const double stretchRMS = data.sync([&] { return rmsOf_D(wav, w0, w1); });
+    const double floorRMS = stretchRMS * Parameters::shared().volumeThreshold.value();
+
+    const std::int64_t j0 = floorIndex(t0 / p - o);
+    const std::int64_t j1 = floorIndex(t1 / p - o);
+    if (j1 < j0)
+        return std::nullopt;
+
+    const Scale scale = Scale::current();
+    std::int64_t n = 0;
+    double sum = 0.0;
+    double sumOfSquares = 0.0;
+    std::vector<SegmentMeasure> measures;
+    for (std::int64_t block = j0; block < j1; block += kSegmentsPerVisit) {
+        const std::int64_t blockEnd = std::min(j1, block + kSegmentsPerVisit);
+        measures.assign(static_cast<std::size_t>(blockEnd - block), {});
+        data.sync([&] {
+            for (std::int64_t j = block; j < blockEnd; ++j) {
+                const std::int64_t a = floorIndex(p * static_cast<double>(j) / s - q);
+                const std::int64_t b = floorIndex(p * static_cast<double>(j + 1) / s - q);
+                SegmentMeasure &measure = measures[static_cast<std::size_t>(j - block)];
+                measure.rms = rmsOf_D(wav, a, b);
+                measure.storedPitch = pitch->valueAt_D(j);
+            }
+        });
+        for (std::int64_t j = block; j < blockEnd; ++j) {
+            if (canceled)
+                return std::nullopt;
+            const SegmentMeasure &measure = measures[static_cast<std::size_t>(j - block)];
+            // A segment of pure silence never counts, so silence gives four zeros even where
+            // the floor itself is 0.
+            if (measure.rms < floorRMS || measure.rms == 0.0)
+                continue;
+            double value = measure.storedPitch;
+            if (value == 0.0)
+                value = pitch->computePitch(j);
+            // No pitch (-1) is deliberately counted like any other value.
+            const double d = scale.deviation(value);
+            ++n;
+            sum += d;
+            sumOfSquares += d * d;
+        }
+    }
+    if (n == 0)
+        return Results{};
+    Results results;
+    results.pitch = sum / static_cast<double>(n);
+    results.deviation = std::sqrt(sumOfSquares / static_cast<double>(n));
+    results.volume = stretchRMS / wav.maxNominalY;
+    results.coverage = static_cast<double>(n) / static_cast<double>(j1 - j0);
+    return results;
+}
+
+std::string Deviations::report(const Results &results, bool debugLines)
+{
+    // A mean that rounds to zero reads "+0.000", never "-0.000".
+    const double pitch = std::abs(results.pitch) < 0.0005 ? 0.0 : results.pitch;
+    char text[160];
+    std::snprintf(text, sizeof text, "Pitch = %+.3f\nDeviation =  \u00b1%.3f", pitch,
+                  results.deviation);
+    std::string report = text;
+    if (debugLines) {
+        std::snprintf(text, sizeof text, "\nVolume = %.3f\nCoverage = %.3f", results.volume,
+                      results.coverage);
+        report += text;
+    }
+    return report;
+}
+
+Deviations::~Deviations()
+{
+    cancel();
+}
+
+void Deviations::start(std::shared_ptr<MusicStream> music, double t0, double t1,
+                       std::function<void(const Results &)> done)
+{
+    QUORVAL_CHECK(music != nullptr);
+    cancel();
+    if (worker.joinable())
+        worker.join();
+    run = std::make_shared<Run>();
+    worker = std::jthread([current = run, music = std::move(music), t0, t1,
+                           done = std::move(done)]() mutable {
+        const std::optional<Results> results = compute(*music, t0, t1, current->deviationsCanceled);
+        if (!results) {
+            current->finished = true;
+            return;
+        }
+        Quorval::postToMain([current, results = *results, done = std::move(done)] {
+            current->finished = true;
+            // A cancel that came after the computation still silences its report.
+            if (!current->deviationsCanceled)
+                done(results);
+        });
+    });
+}
+
+void Deviations::cancel()
+{
+    if (run)
+        run->deviationsCanceled = true;
+}
+
+bool Deviations::isRunning() const
+{
+    return run && !run->finished && !run->deviationsCanceled;
+}
+
+} // namespace quorval

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+namespace quorval {
+
+class MusicStream;
+
+// How well in tune a stretch of sound was: the mean and RMS deviation of its segments' pitches
+// from the nearest shown grid line of the current scale, counting only segments at least
+// "Volume threshold" × the stretch's RMS loud.
+//
+// compute() and report() are plain functions of their arguments. A Deviations object runs one
+// computation at a time away from the main thread and hands the results to the main queue.
+class Deviations
+{
+public:
+    struct Results
+    {
+        double pitch = 0.0;     // mean signed deviation, semitones, + = sharp
+        double deviation = 0.0; // RMS of the deviations about zero, semitones
+        double volume = 0.0;    // RMS of the stretch / the sound's maxNominalY
+        double coverage = 0.0;  // counted segments / segments in the stretch, 0 .. 1
+    };
+
+    // Over [t0, t1) seconds of music's sound; a stretch of zero width means the whole sound.
+    // Segments still uncalculated are computed on the calling thread. Nothing when the stretch
+    // runs backwards or canceled was set (checked once per segment); four zeros when no segment
+    // is loud enough. Any thread but the data queue.
+    static std::optional<Results> compute(MusicStream &music, double t0, double t1,
+                                          const std::atomic<bool> &canceled);
+
+    // "Pitch = %+.3f\nDeviation =  ±%.3f", then "\nVolume = %.3f\nCoverage = %.3f" when
+    // debugLines (developer mode). UTF-8.
+    static std::string report(const Results &results, bool debugLines);
+
+    Deviations() = default;
+    // Cancels and waits for a computation under way.
+    ~Deviations();
+    Deviations(const Deviations &) = delete;
+    Deviations &operator=(const Deviations &) = delete;
+
+    // Starts computing on a thread of its own (a computation under way is canceled first); done
+    // runs on the main queue with the results unless canceled meanwhile. Main thread.
+    void start(std::shared_ptr<MusicStream> music, double t0, double t1,
+               std::function<void(const Results &)> done);
+    // The running computation stops at its next segment and reports nothing. Main thread.
+    void cancel();
+    // A computation has been started and not yet delivered or canceled. Main thread.
+    [[nodiscard]] bool isRunning() const;
+
+private:
+    struct Run
+    {
+        std::atomic<bool> deviationsCanceled{false};
+        std::atomic<bool> finished{false};
+    };
+    std::shared_ptr<Run> run;
+    std::jthread worker;
+};
+
+} // namespace quorval
