@@ -1,0 +1,139 @@
+#include "cli/CommandLine.h"
+
+#include <cmath>
+
+namespace quorval {
+
+namespace {
+
+std::optional<double> secondsFrom(const QString &text)
+{
+    bool ok = false;
+    const double value = text.toDouble(&ok);
+    if (!ok || !std::isfinite(value) || value < 0.0)
+        return std::nullopt;
+    return value;
+}
+
+} // namespace
+
+const char *CommandLine::usage()
+{
+    return "Usage: quorval-cli [options] COMMAND FILE\n"
+           "\n"
+           "Commands:\n"
+           "  pitches FILE     one line per segment: index, time (s), pitch (note number, -1 for\n"
+           "                   none), goodness, frequency (Hz, 0 for none) and deviation from the\n"
+           "                   nearest grid line (cents, 0 for none)\n"
+           "  deviations FILE  the deviation statistics of the stretch (whole sound by default)\n"
+           "  info FILE        the sound file's description\n"
+           "  options --write FILE.plist\n"
+           "                   writes the options in force to an options file\n"
+           "\n"
+           "Options:\n"
+           "  --from S, --to S     the stretch in seconds (deviations)\n"
+           "  --csv, --json        table formats with headers (pitches)\n"
+           "  --set \"Label=value\"  sets an option for this run (repeatable)\n"
+           "  --options FILE.plist imports an options file for this run\n"
+           "  --use-settings       reads and writes the user's own option store\n"
+           "  --jobs N             analysis threads (default: all cores)\n"
+           "  --developer          developer mode: extra report lines\n"
+           "  --help               this text\n";
+}
+
+std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int defaultJobs,
+                                              QString &error)
+{
+    CommandLine line;
+    line.jobs = std::max(1, defaultJobs);
+    QStringList positional;
+    bool writeOptions = false;
+    for (qsizetype k = 0; k < arguments.size(); ++k) {
+        const QString &argument = arguments[k];
+        auto value = [&]() -> std::optional<QString> {
+            if (k + 1 >= arguments.size()) {
+                error = QStringLiteral("%1 needs a value").arg(argument);
+                return std::nullopt;
+            }
+            return arguments[++k];
+        };
+        if (argument == QLatin1String("--help") || argument == QLatin1String("-h")) {
+            line.command = Command::help;
+            return line;
+        }
+        if (argument == QLatin1String("--csv")) {
+            line.format = Format::csv;
+        } else if (argument == QLatin1String("--json")) {
+            line.format = Format::json;
+        } else if (argument == QLatin1String("--use-settings")) {
+            line.useSettings = true;
+        } else if (argument == QLatin1String("--developer")) {
+            line.developer = true;
+        } else if (argument == QLatin1String("--write")) {
+            writeOptions = true;
+        } else if (argument == QLatin1String("--set") || argument == QLatin1String("--options")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            line.optionSteps.push_back({argument == QLatin1String("--options"), *text});
+        } else if (argument == QLatin1String("--from") || argument == QLatin1String("--to")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            const auto seconds = secondsFrom(*text);
+            if (!seconds) {
+                error =
+                    QStringLiteral("%1 needs a number of seconds, not \"%2\"").arg(argument, *text);
+                return std::nullopt;
+            }
+            (argument == QLatin1String("--from") ? line.fromSeconds : line.toSeconds) = seconds;
+        } else if (argument == QLatin1String("--jobs")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            bool ok = false;
+            line.jobs = text->toInt(&ok);
+            if (!ok || line.jobs < 1 || line.jobs > 1024) {
+                error = QStringLiteral("--jobs needs a whole number from 1 to 1024");
+                return std::nullopt;
+            }
+        } else if (argument.startsWith(QLatin1String("--"))) {
+            error = QStringLiteral("unknown option %1").arg(argument);
+            return std::nullopt;
+        } else {
+            positional.push_back(argument);
+        }
+    }
+    if (positional.size() != 2) {
+        error = positional.isEmpty() ? QStringLiteral("no command given")
+                                     : QStringLiteral("expected a command and one file");
+        return std::nullopt;
+    }
+    const QString &command = positional[0];
+    line.file = positional[1];
+    if (command == QLatin1String("pitches"))
+        line.command = Command::pitches;
+    else if (command == QLatin1String("deviations"))
+        line.command = Command::deviations;
+    else if (command == QLatin1String("info"))
+        line.command = Command::info;
+    else if (command == QLatin1String("options") && writeOptions)
+        line.command = Command::options;
+    else {
+        error = command == QLatin1String("options")
+                    ? QStringLiteral("options needs --write FILE.plist")
+                    : QStringLiteral("unknown command %1").arg(command);
+        return std::nullopt;
+    }
+    if (writeOptions && line.command != Command::options) {
+        error = QStringLiteral("--write belongs to the options command");
+        return std::nullopt;
+    }
+    if (line.fromSeconds && line.toSeconds && *line.fromSeconds > *line.toSeconds) {
+        error = QStringLiteral("--from must not lie after --to");
+        return std::nullopt;
+    }
+    return line;
+}
+
+} // namespace quorval

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "cli/CommandLine.h"
+
+#include <QString>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <utility>
+
+namespace quorval {
+
+class MusicStream;
+class WavStream;
+
+// quorval-cli's commands over the same streams and work queues as the window. Output goes to
+// out, messages (the system's texts, prefixed with "quorval-cli: ") and progress to stderr.
+// Runs on the thread that installed the main poster; reads and sets the options in force.
+class Tool
+{
+public:
+    // Exit statuses.
+    static constexpr int kOk = 0;
+    static constexpr int kFailed = 1;   // a file could not be read or written
+    static constexpr int kBadUsage = 2; // the arguments or an option were refused
+
+    explicit Tool(std::FILE *out) : out(out) {}
+
+    // Applies the option steps, then runs the command. Answers the exit status.
+    int run(const CommandLine &line);
+
+    // Writes the text of a JSON string, quotes included.
+    static std::string jsonString(const std::string &text);
+
+private:
+    bool applyOptions(const CommandLine &line);
+    // The sound of line.file with every segment analysed, or null after a message.
+    std::shared_ptr<MusicStream> openAndAnalyse(const CommandLine &line);
+    // The sound file, or null after a message naming it.
+    static std::shared_ptr<WavStream> openSound(const QString &file);
+    // line's stretch in seconds clamped to the sound; {0, 0} (the whole sound) when none given.
+    static std::pair<double, double> stretchOf(const CommandLine &line, MusicStream &music);
+    int pitches(const CommandLine &line);
+    int deviations(const CommandLine &line);
+    int info(const CommandLine &line);
+    int options(const CommandLine &line);
+    void print(const std::string &text);
+    static void complain(const QString &text);
+
+    std::FILE *out;
+};
+
+} // namespace quorval

@@ -1,0 +1,51 @@
+#include "cli/CommandLine.h"
+#include "cli/Tool.h"
+#include "options/Messages.h"
+#include "streams/Quorval.h"
+
+#include <QCoreApplication>
+#include <QMetaObject>
+#include <QSettings>
+#include <QTemporaryDir>
+
+#include <cstdio>
+#include <thread>
+
+// quorval-cli: the window's analysis for scripts and batches.
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QString error;
+    const auto line = quorval::CommandLine::parse(
+        app.arguments().mid(1), static_cast<int>(std::thread::hardware_concurrency()), error);
+    if (!line) {
+        std::fprintf(stderr, "quorval-cli: %s\n%s", error.toLocal8Bit().constData(),
+                     quorval::CommandLine::usage());
+        return quorval::Tool::kBadUsage;
+    }
+
+    // Unless asked, the user's own option store is neither read nor written: this run gets an
+    // empty one of its own, so every option starts at its default.
+    QTemporaryDir privateStore;
+    if (!line->useSettings) {
+        if (!privateStore.isValid()) {
+            std::fprintf(stderr, "quorval-cli: can't make a temporary folder\n");
+            return quorval::Tool::kFailed;
+        }
+        for (const auto format : {QSettings::NativeFormat, QSettings::IniFormat})
+            for (const auto scope : {QSettings::UserScope, QSettings::SystemScope})
+                QSettings::setPath(format, scope, privateStore.path());
+    }
+
+    quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
+        QMetaObject::invokeMethod(&app, std::move(fn), Qt::QueuedConnection);
+    });
+    // Messages from below (the system's texts) go to stderr.
+    quorval::setMessageHandler([](const QString &, const QString &text) {
+        std::fprintf(stderr, "quorval-cli: %s\n", text.toLocal8Bit().constData());
+    });
+
+    int status = quorval::Tool(stdout).run(*line);
+    quorval::Quorval::shutdown();
+    return status;
+}

@@ -1,0 +1,252 @@
+#include "analysis/tests/support/TestSignals.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+namespace quorval {
+namespace {
+
+using testsignals::noteToHz;
+
+constexpr double kRate = testsignals::kSampleRate;
+
+struct Outcome
+{
+    int status = -1; // exit status; -1 when the tool did not exit normally (a crash)
+    QString out;
+    QString err;
+};
+
+// Runs the built tool in its own temporary folder, with the user's configuration folder there.
+class QuorvalCli : public ::testing::Test
+{
+protected:
+    Outcome run(const QStringList &arguments)
+    {
+        QString command = QStringLiteral("cd %1 && XDG_CONFIG_HOME=%2 %3")
+                              .arg(quoted(dir.path()), quoted(dir.filePath("config")),
+                                   quoted(QStringLiteral(QUORVAL_CLI_PATH)));
+        for (const QString &argument : arguments)
+            command += " " + quoted(argument);
+        command += " >" + quoted(dir.filePath("out")) + " 2>" + quoted(dir.filePath("err"));
+        const int raw = std::system(command.toLocal8Bit().constData());
+        Outcome result;
+        result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+        result.out = QString::fromUtf8(contents("out"));
+        result.err = QString::fromUtf8(contents("err"));
+        return result;
+    }
+
+    QByteArray contents(const QString &name) const
+    {
+        QFile file(dir.filePath(name));
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    // A mono 16-bit WAV file in the test's folder.
+    QString wavOf(const QString &name, const std::vector<double> &samples)
+    {
+        testsignals::TempWav made(samples, {}, 2);
+        EXPECT_TRUE(made.ok());
+        const QString path = dir.filePath(name);
+        EXPECT_TRUE(QFile::copy(QString::fromStdString(made.path()), path));
+        return path;
+    }
+
+    static QString quoted(const QString &text)
+    {
+        QString escaped = text;
+        escaped.replace("'", "'\\''");
+        return "'" + escaped + "'";
+    }
+
+    QTemporaryDir dir;
+};
+
+std::vector<double> toneAt(double note, double seconds)
+{
+    testsignals::Tone spec;
+    spec.freqHz = noteToHz(note);
+    return testsignals::tone(spec, static_cast<int>(seconds * kRate));
+}
+
+std::vector<double> melody(const std::vector<double> &notes, double secondsEach)
+{
+    std::vector<double> samples;
+    for (double note : notes) {
+        const std::vector<double> part = toneAt(note, secondsEach);
+        samples.insert(samples.end(), part.begin(), part.end());
+    }
+    return samples;
+}
+
+QStringList linesOf(const QString &text)
+{
+    return text.split('\n', Qt::SkipEmptyParts);
+}
+
+TEST_F(QuorvalCli, pitchesAreTheSameOnAnyNumberOfThreadsAndInEveryFormat)
+{
+    // 60 in tune, 64 thirty cents sharp, 67 twenty cents flat, one second each.
+    const QString file = wavOf("melody.wav", melody({60.0, 64.3, 66.8}, 1.0));
+    const Outcome one = run({"pitches", file, "--jobs", "1"});
+    const Outcome three = run({"--jobs", "3", "pitches", file});
+    ASSERT_EQ(one.status, 0) << one.err.toStdString();
+    ASSERT_EQ(three.status, 0) << three.err.toStdString();
+    EXPECT_EQ(one.out, three.out);
+
+    // Whole segments of 1024 frames every 512.
+    const QStringList lines = linesOf(one.out);
+    ASSERT_EQ(lines.size(), (3 * static_cast<int>(kRate) - 512) / 512);
+    const struct
+    {
+        double seconds, note, cents;
+    } expected[] = {{0.5, 60.0, 0.0}, {1.5, 64.3, 30.0}, {2.5, 66.8, -20.0}};
+    for (const auto &probe : expected) {
+        const QStringList fields = lines[static_cast<int>(probe.seconds * kRate / 512)].split(' ');
+        ASSERT_EQ(fields.size(), 6);
+        EXPECT_NEAR(fields[1].toDouble(), probe.seconds, 0.02);
+        EXPECT_NEAR(fields[2].toDouble(), probe.note, 0.02);
+        EXPECT_GT(fields[3].toDouble(), 0.0);
+        EXPECT_NEAR(fields[4].toDouble(), noteToHz(probe.note), noteToHz(probe.note) * 0.002);
+        EXPECT_NEAR(fields[5].toDouble(), probe.cents, 2.0);
+    }
+
+    const Outcome csv = run({"pitches", file, "--csv"});
+    ASSERT_EQ(csv.status, 0);
+    const QStringList csvLines = linesOf(csv.out);
+    ASSERT_EQ(csvLines.size(), lines.size() + 1);
+    EXPECT_EQ(csvLines[0], "index,time_s,pitch,goodness,frequency_hz,deviation_cents");
+    EXPECT_EQ(csvLines[100], QString(lines[99]).replace(' ', ','));
+
+    const Outcome json = run({"pitches", file, "--json"});
+    ASSERT_EQ(json.status, 0);
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(json.out.toUtf8(), &parseError);
+    ASSERT_EQ(parseError.error, QJsonParseError::NoError) << parseError.errorString().toStdString();
+    const QJsonArray segments = document.object().value("segments").toArray();
+    ASSERT_EQ(segments.size(), lines.size());
+    const QStringList fields = lines[99].split(' ');
+    const QJsonObject segment = segments[99].toObject();
+    EXPECT_EQ(segment.value("index").toInt(), fields[0].toInt());
+    EXPECT_NEAR(segment.value("pitch").toDouble(), fields[2].toDouble(), 1e-6);
+    EXPECT_NEAR(segment.value("deviation_cents").toDouble(), fields[5].toDouble(), 1e-6);
+}
+
+TEST_F(QuorvalCli, reportsDeviationsOfTheStretchAskedFor)
+{
+    const QString file = wavOf("two.wav", melody({69.1, 68.8}, 1.0));
+    const Outcome sharp = run({"deviations", file, "--from", "0.1", "--to", "0.9"});
+    ASSERT_EQ(sharp.status, 0) << sharp.err.toStdString();
+    const QStringList lines = linesOf(sharp.out);
+    ASSERT_EQ(lines.size(), 2);
+    ASSERT_TRUE(lines[0].startsWith("Pitch = +0.1"));
+    EXPECT_NEAR(lines[0].mid(8).toDouble(), 0.1, 0.003);
+    EXPECT_TRUE(lines[1].startsWith(QString::fromUtf8("Deviation =  \u00b10.1")));
+
+    const Outcome flat = run({"deviations", file, "--from", "1.1", "--to", "1.9", "--developer"});
+    ASSERT_EQ(flat.status, 0);
+    const QStringList flatLines = linesOf(flat.out);
+    ASSERT_EQ(flatLines.size(), 4);
+    EXPECT_NEAR(flatLines[0].mid(8).toDouble(), -0.2, 0.003);
+    EXPECT_TRUE(flatLines[2].startsWith("Volume = 0."));
+    EXPECT_TRUE(flatLines[3].startsWith("Coverage = "));
+
+    const Outcome backwards = run({"deviations", file, "--from", "1.5", "--to", "0.5"});
+    EXPECT_EQ(backwards.status, 2);
+    EXPECT_FALSE(backwards.err.isEmpty());
+}
+
+TEST_F(QuorvalCli, takesOptionsFromTheCommandLineAndFilesWithoutTouchingTheUsersStore)
+{
+    const Outcome written = run({"--set", "A Frequency=442", "options", "--write", "opts.plist"});
+    ASSERT_EQ(written.status, 0) << written.err.toStdString();
+    EXPECT_TRUE(contents("opts.plist").contains("<string>442"));
+
+    // An A of 440 Hz measured against A = 442 Hz is 7.85 cents flat.
+    const QString file = wavOf("a.wav", toneAt(69.0, 1.0));
+    const Outcome flat = run({"--options", dir.filePath("opts.plist"), "--json", "pitches", file});
+    ASSERT_EQ(flat.status, 0) << flat.err.toStdString();
+    const QJsonArray segments =
+        QJsonDocument::fromJson(flat.out.toUtf8()).object().value("segments").toArray();
+    ASSERT_GT(segments.size(), 40);
+    EXPECT_NEAR(segments[40].toObject().value("deviation_cents").toDouble(), -7.85, 1.0);
+
+    for (const QStringList &refused : {QStringList{"--set", "A Frequency=5", "info", file},
+                                       QStringList{"--set", "No Such Option=1", "info", file},
+                                       QStringList{"--set", "A Frequency", "info", file}}) {
+        const Outcome outcome = run(refused);
+        EXPECT_EQ(outcome.status, 2) << refused.join(' ').toStdString();
+        EXPECT_FALSE(outcome.err.isEmpty());
+        EXPECT_TRUE(outcome.out.isEmpty());
+    }
+    const Outcome missingOptions = run({"--options", dir.filePath("none.plist"), "info", file});
+    EXPECT_EQ(missingOptions.status, 2);
+    EXPECT_TRUE(missingOptions.err.contains("Can't import options"));
+
+    // Nothing so far reached the user's store; --use-settings reads and writes it.
+    EXPECT_FALSE(QDir(dir.filePath("config")).exists());
+    ASSERT_EQ(run({"--use-settings", "--set", "A Frequency=445", "info", file}).status, 0);
+    ASSERT_EQ(run({"--use-settings", "options", "--write", "kept.plist"}).status, 0);
+    EXPECT_TRUE(contents("kept.plist").contains("<string>445"));
+    ASSERT_EQ(run({"options", "--write", "fresh.plist"}).status, 0);
+    EXPECT_TRUE(contents("fresh.plist").contains("<string>440"));
+}
+
+TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
+{
+    const QString good = wavOf("good.wav", toneAt(69.0, 1.0));
+    const QByteArray bytes = contents("good.wav");
+    QFile truncated(dir.filePath("truncated.wav"));
+    ASSERT_TRUE(truncated.open(QIODevice::WriteOnly));
+    // Half a second of the second's worth that the header promises.
+    truncated.write(bytes.left(44 + static_cast<int>(kRate)));
+    truncated.close();
+    QFile empty(dir.filePath("empty.wav"));
+    ASSERT_TRUE(empty.open(QIODevice::WriteOnly));
+    empty.close();
+    QFile garbage(dir.filePath("garbage.wav"));
+    ASSERT_TRUE(garbage.open(QIODevice::WriteOnly));
+    garbage.write(QByteArray(5000, 'x'));
+    garbage.close();
+    ASSERT_TRUE(QDir(dir.path()).mkdir("folder.wav"));
+
+    for (const char *name : {"missing.wav", "folder.wav", "empty.wav", "garbage.wav"}) {
+        for (const char *command : {"pitches", "info", "deviations"}) {
+            const Outcome bad = run({command, dir.filePath(name)});
+            EXPECT_EQ(bad.status, 1) << command << " " << name;
+            EXPECT_TRUE(bad.err.contains("Can't read sound file")) << bad.err.toStdString();
+            EXPECT_TRUE(bad.out.isEmpty());
+        }
+    }
+    // A file cut short is read as far as it goes.
+    const Outcome cut = run({"pitches", truncated.fileName()});
+    EXPECT_EQ(cut.status, 0) << cut.err.toStdString();
+    EXPECT_EQ(linesOf(cut.out).size(), (static_cast<int>(kRate) / 2 - 512) / 512);
+
+    const Outcome info = run({"info", good});
+    ASSERT_EQ(info.status, 0);
+    EXPECT_TRUE(info.out.startsWith("Number of channels 1\nBytes per sample 2\nFrame rate 44100"));
+
+    EXPECT_EQ(run({"pitches"}).status, 2);
+    EXPECT_EQ(run({"transcribe", good}).status, 2);
+    EXPECT_EQ(run({"--jobs", "0", "pitches", good}).status, 2);
+}
+
+} // namespace
+} // namespace quorval
