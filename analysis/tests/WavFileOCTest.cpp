@@ -1,6 +1,7 @@
 #include "analysis/WavFileOC.h"
 
 #include "analysis/VolumeResultOC.h"
+#include "analysis/tests/support/WavImage.h"
 
 #include <gtest/gtest.h>
 #include <sndfile.h>
@@ -21,74 +22,12 @@ namespace quorval {
 namespace {
 
 namespace fs = std::filesystem;
-using Bytes = std::vector<unsigned char>;
-
-void appendLE(Bytes &bytes, std::uint32_t value, int width)
-{
-    for (int i = 0; i < width; i++)
-        bytes.push_back(static_cast<unsigned char>(value >> (8 * i)));
-}
-
-void appendId(Bytes &bytes, const char *id)
-{
-    bytes.insert(bytes.end(), id, id + 4);
-}
+using Bytes = WavImage::Bytes;
 
 std::uint32_t readLE32(const Bytes &bytes, std::size_t offset)
 {
     return WavFileOC::inputLong(bytes.data(), static_cast<int>(offset));
 }
-
-// A WAV file assembled field by field, so that each refusal differs from an accepted file in
-// one field only.
-struct WavImage
-{
-    std::uint16_t formatTag = 1;
-    std::uint16_t channels = 1;
-    std::uint32_t rate = 8000;
-    std::uint16_t bits = 16;
-    std::optional<std::uint16_t> blockAlign;
-    std::optional<std::uint32_t> byteRate;
-    std::uint32_t formatSize = 16;
-    const char *chunkBeforeData = nullptr;
-    Bytes data;
-    std::optional<std::uint32_t> dataSize;
-    std::optional<std::uint32_t> riffSize;
-
-    [[nodiscard]] Bytes bytes() const
-    {
-        const std::uint16_t align =
-            blockAlign.value_or(static_cast<std::uint16_t>(channels * ((bits + 7) / 8)));
-        Bytes body;
-        appendLE(body, formatTag, 2);
-        appendLE(body, channels, 2);
-        appendLE(body, rate, 4);
-        appendLE(body, byteRate.value_or(rate * align), 4);
-        appendLE(body, align, 2);
-        appendLE(body, bits, 2);
-        body.resize(formatSize, 0x5A); // extra format bytes, or a short body
-        Bytes out;
-        appendId(out, "RIFF");
-        const std::size_t chunkBytes = chunkBeforeData != nullptr ? 12 : 0;
-        appendLE(out,
-                 riffSize.value_or(static_cast<std::uint32_t>(4 + 8 + body.size() + chunkBytes + 8 +
-                                                              data.size())),
-                 4);
-        appendId(out, "WAVE");
-        appendId(out, "fmt ");
-        appendLE(out, formatSize, 4);
-        out.insert(out.end(), body.begin(), body.end());
-        if (chunkBeforeData != nullptr) {
-            appendId(out, chunkBeforeData);
-            appendLE(out, 4, 4);
-            appendLE(out, 0, 4);
-        }
-        appendId(out, "data");
-        appendLE(out, dataSize.value_or(static_cast<std::uint32_t>(data.size())), 4);
-        out.insert(out.end(), data.begin(), data.end());
-        return out;
-    }
-};
 
 // Each test works in its own temporary directory, which also serves as TMPDIR so that the
 // files the class creates are removed with it.
@@ -377,10 +316,10 @@ TEST_F(WavFileOCTest, convertsSignedEightBitAndMeanOfStereo)
 
     WavImage stereo;
     stereo.channels = 2;
-    appendLE(stereo.data, 100, 2);
-    appendLE(stereo.data, static_cast<std::uint16_t>(-50), 2);
-    appendLE(stereo.data, static_cast<std::uint16_t>(-32768), 2);
-    appendLE(stereo.data, static_cast<std::uint16_t>(-1), 2);
+    WavImage::appendLE(stereo.data, 100, 2);
+    WavImage::appendLE(stereo.data, static_cast<std::uint16_t>(-50), 2);
+    WavImage::appendLE(stereo.data, static_cast<std::uint16_t>(-32768), 2);
+    WavImage::appendLE(stereo.data, static_cast<std::uint16_t>(-1), 2);
     WavFileOC pair;
     ASSERT_TRUE(pair.setupFromPath(write("stereo.wav", stereo.bytes())));
     ASSERT_TRUE(pair.getSamples(samples, 0, 2));
