@@ -57,6 +57,9 @@ int main(int argc, char **argv)
     seed("oversize-data", [](WavImage &h) { h.dataSize = 65; });
     seed("truncated-data", [](WavImage &h) { h.dataSize = 4000, h.riffSize = 4100; });
     seed("huge-data", [](WavImage &h) { h.dataSize = 0x7FFFFFF0, h.riffSize = 0xFFFFFFFF; });
+    seed("bits0-largest-data", [](WavImage &h) {
+        h.bits = 0, h.blockAlign = 0, h.dataSize = 0x7FFFFFFF, h.riffSize = 0xFFFFFFFF;
+    });
     seed("empty-data", [](WavImage &h) { h.data.clear(); });
 
     for (const auto &[name, image] : seeds) {

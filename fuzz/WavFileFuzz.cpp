@@ -86,7 +86,8 @@ void readAndMeasure(quorval::WavFileOC &wav)
     static std::vector<double> samples(kMaxFrames);
 
     // From the start, a little past the region's end (wrapping).
-    const int nFrames = std::min(regionFrames + 3, kMaxFrames);
+    const int nFrames =
+        static_cast<int>(std::min<std::int64_t>(std::int64_t{regionFrames} + 3, kMaxFrames));
     std::fill_n(samples.begin(), nFrames, -1e300);
     require(wav.getSamples(samples.data(), 0, nFrames), "getSamples from 0 failed");
     checkSamples(wav, samples, nFrames);
@@ -98,7 +99,7 @@ void readAndMeasure(quorval::WavFileOC &wav)
     checkSamples(wav, samples, nFrames);
 
     quorval::VolumeResultOC volume;
-    wav.getVolume(0, std::min(regionFrames + 1, kMaxFrames), volume);
+    wav.getVolume(0, std::min(regionFrames, kMaxFrames - 1) + 1, volume);
     require(volume.getRMS() >= 0.0 && std::isfinite(volume.getRMS()), "bad RMS");
     if (volume.getMin() <= volume.getMax())
         require(volume.getMin() >= -32768.0 && volume.getMax() <= 32767.0, "volume out of range");
