@@ -177,8 +177,8 @@ bool WavFileOC::setupFromPath(const std::string &path)
     if (formatSize < 16)
         return true; // deliberate: accepted unverified, no format taken
 
-    // Only the first 16 bytes of the format body carry fields; a body that is not all there
-    // is refused below when its data chunk cannot be found.
+    // The fields lie in the first 16 bytes of the format body; any further bytes are skipped
+    // here (copyHeadersFromWavFile keeps them) and are never read into memory.
     unsigned char format[16];
     if (readHandle.readAt(20, format, 16) != 16)
         return false;
