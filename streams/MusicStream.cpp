@@ -2,6 +2,7 @@
 
 #include "analysis/Check.h"
 #include "options/Parameters.h"
+#include "scale/Scale.h"
 #include "streams/FFTStream.h"
 #include "streams/PitchStream.h"
 #include "streams/Quorval.h"
@@ -112,7 +113,7 @@ std::pair<std::int64_t, std::int64_t> MusicStream::segmentation(double sampleRat
 {
     Parameters &options = Parameters::shared();
     const double lowFreq =
-        options.aFrequency.value() * std::exp((options.lowestNote.value() - 69.0) * kLogSemitone);
+        options.aFrequency.value() * std::exp((options.lowestNote.value() - 69.0) * kSemitoneLog);
     const double wantedSamples = options.response.value() / lowFreq * sampleRate;
     std::int64_t length = 1;
     while (static_cast<double>(length) < wantedSamples) {

@@ -2,6 +2,7 @@
 
 #include "analysis/Check.h"
 #include "options/Parameters.h"
+#include "scale/Scale.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
@@ -26,7 +27,7 @@ int logNFor(std::int64_t segLength)
 
 double noteFrequency(double note)
 {
-    return Parameters::shared().aFrequency.value() * std::exp((note - 69.0) * kLogSemitone);
+    return Parameters::shared().aFrequency.value() * std::exp((note - 69.0) * kSemitoneLog);
 }
 
 std::int64_t checkedProduct(std::int64_t a, std::int64_t b)
@@ -157,7 +158,7 @@ PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i, FFTOC &tr
     probe.compute();
     const double freq = probe.getFreq();
     if (freq > 0.0) {
-        result.pitch = std::log(freq / aFrequency) / kLogSemitone + 69.0;
+        result.pitch = std::log(freq / aFrequency) / kSemitoneLog + 69.0;
         result.goodness = probe.getGoodness();
     }
     return result;

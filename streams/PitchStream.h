@@ -17,9 +17,6 @@ namespace quorval {
 class GoodnessStream;
 class WavStream;
 
-// ln 2 / 12: the natural log of one equal-tempered semitone's frequency ratio.
-inline constexpr double kLogSemitone = 0.057762265046662105;
-
 // One pitch per analysis segment of a sound, as a note number (69 = "A Frequency", one unit per
 // semitone); -1 means no pitch, 0.0 not calculated yet. Segment i covers the sound's frames
 // i × segSpacing .. i × segSpacing + segLength - 1; index i sits at i × segSpacing seconds-per-

@@ -3,6 +3,7 @@
 #include "analysis/FFTOC.h"
 #include "options/DeveloperMode.h"
 #include "options/FollowUps.h"
+#include "scale/Scale.h"
 #include "streams/MusicStream.h"
 
 #include <array>
@@ -20,7 +21,6 @@ std::atomic<bool> Quorval::recording{false};
 std::atomic<bool> Quorval::loop{false};
 std::atomic<double> Quorval::needleTime{0.0};
 std::atomic<double> Quorval::playStartTime{0.0};
-std::atomic<double> Quorval::tuningOffset{0.0};
 
 namespace {
 
@@ -200,6 +200,16 @@ void Quorval::setDeveloperMode(bool on)
     ::quorval::setDeveloperMode(on);
 }
 
+double Quorval::tuningOffset()
+{
+    return Scale::tuningOffset();
+}
+
+void Quorval::setTuningOffset(double semitones)
+{
+    Scale::setTuningOffset(semitones);
+}
+
 void Quorval::installOptionFollowUps()
 {
     FollowUpHandlers handlers;
@@ -220,6 +230,8 @@ void Quorval::installOptionFollowUps()
         needsRedisplay = true;
         redisplay();
     };
+    // Grids are made afresh from the offset at every redraw: asking for one is the refresh.
+    handlers.refreshTuningOffset = [] { needsRedisplay = true; };
     setFollowUpHandlers(std::move(handlers));
 }
 

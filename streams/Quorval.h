@@ -82,6 +82,11 @@ public:
     static void installOptionFollowUps();
 
     // Application-wide state, any thread.
+    // The tuning offset in semitones, added to the lines of non-equal temperaments: kept by the
+    // scale, which reads it for every grid.
+    [[nodiscard]] static double tuningOffset();
+    static void setTuningOffset(double semitones);
+
     // Developer mode, off at start: kept by the options, which sit below and read it too.
     [[nodiscard]] static bool developerMode();
     static void setDeveloperMode(bool on);
@@ -90,7 +95,6 @@ public:
     static std::atomic<bool> loop;            // play the selection again and again
     static std::atomic<double> needleTime;    // seconds: the current play or record position
     static std::atomic<double> playStartTime; // seconds: where the next play starts
-    static std::atomic<double> tuningOffset;  // semitones, added to non-equal temperaments
 
     // The transform used for the spectrum of one chosen segment. Crunch queue only.
     static FFTOC &sharedFFT();

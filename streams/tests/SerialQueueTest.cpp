@@ -101,7 +101,7 @@ TEST(Quorval, redisplayRunsAtOnceOnMainAndMergesRequestsFromQueues)
     EXPECT_EQ(redraws.load(), 1); // posted, not run
     EXPECT_TRUE(test::waitUntil([&redraws] { return redraws.load() == 2; }));
     // Run what else is pending: the five requests were merged into the one redraw.
-    QCoreApplication::processEvents();
+    test::MainQueue::runPosted();
     EXPECT_EQ(redraws.load(), 2);
 
     // Once that redraw ran, a new request posts again.
