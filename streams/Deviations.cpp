@@ -44,20 +44,17 @@ double rmsOf_D(WavStream &wav, std::int64_t first, std::int64_t end)
     return std::sqrt(sumOfSquares / static_cast<double>(end - first));
 }
 
-struct SegmentMeasure
-{
-    double rms = 0.0;
-    double storedPitch = 0.0;
-};
-
 } // namespace
 
-std::optional<Deviations::Results> Deviations::compute(MusicStream &music, double t0, double t1,
-                                                       const std::atomic<bool> &canceled)
+std::optional<Deviations::Stretch>
+Deviations::walk(MusicStream &music, double t0, double t1, const std::atomic<bool> &canceled,
+                 const std::function<void(const Segment &)> &visit)
 {
     WavStream &wav = *music.wavStream;
     const std::shared_ptr<PitchStream> pitch = music.pitchStream();
     QUORVAL_CHECK(pitch != nullptr);
+    const std::shared_ptr<GoodnessStream> goodness = pitch->goodnessStream();
+    QUORVAL_CHECK(goodness != nullptr);
     if (t0 == t1) {
         const MusicStream::TimeRange whole = music.timeRange();
         t0 = whole.start;
@@ -68,59 +65,78 @@ std::optional<Deviations::Results> Deviations::compute(MusicStream &music, doubl
     const double p = pitch->xScale;
     const double o = pitch->overlap;
 
+    Stretch stretch;
     const std::int64_t w0 = floorIndex(t0 / s - q);
     const std::int64_t w1 = floorIndex(t1 / s - q);
     SerialQueue &data = Quorval::dataQueue();
-    const double stretchRMS = data.sync([&] { return rmsOf_D(wav, w0, w1); });
-    const double floorRMS = stretchRMS * Parameters::shared().volumeThreshold.value();
+    stretch.rms = data.sync([&] { return rmsOf_D(wav, w0, w1); });
+    const double floorRMS = stretch.rms * Parameters::shared().volumeThreshold.value();
 
-    const std::int64_t j0 = floorIndex(t0 / p - o);
-    const std::int64_t j1 = floorIndex(t1 / p - o);
-    if (j1 < j0)
+    stretch.firstSegment = floorIndex(t0 / p - o);
+    stretch.endSegment = floorIndex(t1 / p - o);
+    if (stretch.endSegment < stretch.firstSegment)
         return std::nullopt;
 
-    const Scale scale = Scale::current();
-    std::int64_t n = 0;
-    double sum = 0.0;
-    double sumOfSquares = 0.0;
-    std::vector<SegmentMeasure> measures;
-    for (std::int64_t block = j0; block < j1; block += kSegmentsPerVisit) {
-        const std::int64_t blockEnd = std::min(j1, block + kSegmentsPerVisit);
-        measures.assign(static_cast<std::size_t>(blockEnd - block), {});
+    std::vector<Segment> segments;
+    for (std::int64_t block = stretch.firstSegment; block < stretch.endSegment;
+         block += kSegmentsPerVisit) {
+        const std::int64_t blockEnd = std::min(stretch.endSegment, block + kSegmentsPerVisit);
+        segments.assign(static_cast<std::size_t>(blockEnd - block), {});
         data.sync([&] {
             for (std::int64_t j = block; j < blockEnd; ++j) {
                 const std::int64_t a = floorIndex(p * static_cast<double>(j) / s - q);
                 const std::int64_t b = floorIndex(p * static_cast<double>(j + 1) / s - q);
-                SegmentMeasure &measure = measures[static_cast<std::size_t>(j - block)];
-                measure.rms = rmsOf_D(wav, a, b);
-                measure.storedPitch = pitch->valueAt_D(j);
+                Segment &segment = segments[static_cast<std::size_t>(j - block)];
+                segment.index = j;
+                segment.timeSeconds = p * static_cast<double>(j);
+                segment.rms = rmsOf_D(wav, a, b);
+                segment.pitch = pitch->valueAt_D(j);
+                segment.goodness = goodness->valueAt_D(j);
             }
         });
-        for (std::int64_t j = block; j < blockEnd; ++j) {
+        for (Segment &segment : segments) {
             if (canceled)
                 return std::nullopt;
-            const SegmentMeasure &measure = measures[static_cast<std::size_t>(j - block)];
-            // A segment of pure silence never counts, so silence gives four zeros even where
-            // the floor itself is 0.
-            if (measure.rms < floorRMS || measure.rms == 0.0)
-                continue;
-            double value = measure.storedPitch;
-            if (value == 0.0)
-                value = pitch->computePitch(j);
+            // Pure silence never counts, so that silence gives nothing even where the floor
+            // itself is 0.
+            segment.loud = segment.rms >= floorRMS && segment.rms > 0.0;
+            if (segment.loud && segment.pitch == 0.0) {
+                segment.pitch = pitch->computePitch(segment.index);
+                segment.goodness = goodness->valueAt(segment.index);
+            }
+            visit(segment);
+        }
+    }
+    return stretch;
+}
+
+std::optional<Deviations::Results> Deviations::compute(MusicStream &music, double t0, double t1,
+                                                       const std::atomic<bool> &canceled)
+{
+    const Scale scale = Scale::current();
+    std::int64_t n = 0;
+    double sum = 0.0;
+    double sumOfSquares = 0.0;
+    const std::optional<Stretch> stretch =
+        walk(music, t0, t1, canceled, [&](const Segment &segment) {
+            if (!segment.loud)
+                return;
             // No pitch (-1) is deliberately counted like any other value.
-            const double d = scale.deviation(value);
+            const double d = scale.deviation(segment.pitch);
             ++n;
             sum += d;
             sumOfSquares += d * d;
-        }
-    }
+        });
+    if (!stretch)
+        return std::nullopt;
     if (n == 0)
         return Results{};
     Results results;
     results.pitch = sum / static_cast<double>(n);
     results.deviation = std::sqrt(sumOfSquares / static_cast<double>(n));
-    results.volume = stretchRMS / wav.maxNominalY;
-    results.coverage = static_cast<double>(n) / static_cast<double>(j1 - j0);
+    results.volume = stretch->rms / music.wavStream->maxNominalY;
+    results.coverage =
+        static_cast<double>(n) / static_cast<double>(stretch->endSegment - stretch->firstSegment);
     return results;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -34,6 +35,31 @@ public:
     // is loud enough. Any thread but the data queue.
     static std::optional<Results> compute(MusicStream &music, double t0, double t1,
                                           const std::atomic<bool> &canceled);
+
+    // One segment of a stretch as the statistics and the note report see it.
+    struct Segment
+    {
+        std::int64_t index = 0;
+        double timeSeconds = 0.0; // where the segment starts
+        double rms = 0.0;         // of the segment's own stretch of sound, integer sample units
+        // At or above the stretch's volume floor (pure silence never is). Only a loud segment
+        // is sure to have its pitch: one not yet calculated is computed for it.
+        bool loud = false;
+        double pitch = 0.0; // note number; -1 none, 0 not calculated
+        double goodness = 0.0;
+    };
+    struct Stretch
+    {
+        std::int64_t firstSegment = 0;
+        std::int64_t endSegment = 0; // one past the last
+        double rms = 0.0;            // of the whole stretch, integer sample units
+    };
+    // Visits every segment of [t0, t1) seconds in order (zero width: the whole sound), on the
+    // calling thread. Nothing when the stretch runs backwards or canceled was set (checked once
+    // per segment). Any thread but the data queue.
+    static std::optional<Stretch> walk(MusicStream &music, double t0, double t1,
+                                       const std::atomic<bool> &canceled,
+                                       const std::function<void(const Segment &)> &visit);
 
     // "Pitch = %+.3f\nDeviation =  ±%.3f", then "\nVolume = %.3f\nCoverage = %.3f" when
     // debugLines (developer mode). UTF-8.

@@ -5,6 +5,7 @@
 #include "streams/MusicStream.h"
 #include "streams/PitchStream.h"
 #include "streams/WavStream.h"
+#include "streams/tests/OpenedSound.h"
 #include "streams/tests/Wait.h"
 
 #include <QCoreApplication>
@@ -20,64 +21,33 @@ namespace quorval {
 namespace {
 
 using namespace std::chrono_literals;
-using testsignals::noteToHz;
 
 constexpr double kRate = testsignals::kSampleRate;
 
-std::vector<double> toneAt(double note, double seconds)
+// Deviations over [t0, t1) seconds of an opened sound.
+std::optional<Deviations::Results> over(const test::OpenedSound &sound, double t0, double t1)
 {
-    testsignals::Tone spec;
-    spec.freqHz = noteToHz(note);
-    return testsignals::tone(spec, static_cast<int>(seconds * kRate));
-}
-
-// A sound opened from a WAV file, as the window opens one, with every pitch calculated.
-class OpenedSound
-{
-public:
-    explicit OpenedSound(const std::vector<double> &samples) : file(samples, {}, 2)
-    {
-        EXPECT_TRUE(file.ok());
-        auto wav = WavStream::createFromFile(file.path());
-        EXPECT_NE(wav, nullptr);
-        wav->waitForCopy();
-        music = MusicStream::create(wav);
-        EXPECT_TRUE(music->waitUntilCalculated(60s));
-    }
-
-    std::optional<Deviations::Results> over(double t0, double t1) const
-    {
-        const std::atomic<bool> canceled{false};
-        return Deviations::compute(*music, t0, t1, canceled);
-    }
-
-    testsignals::TempWav file;
-    std::shared_ptr<MusicStream> music;
-};
-
-std::vector<double> joined(std::vector<double> a, const std::vector<double> &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
+    const std::atomic<bool> canceled{false};
+    return Deviations::compute(*sound.music, t0, t1, canceled);
 }
 
 TEST(Deviations, measuresTheSelectedStretchAndTheWholeSoundWhenNoneIsSelected)
 {
     // One second 10 cents sharp of A4, then one second 15 cents flat.
-    const OpenedSound sound(joined(toneAt(69.1, 1.0), toneAt(68.85, 1.0)));
+    const test::OpenedSound sound(test::joined(test::toneAt(69.1, 1.0), test::toneAt(68.85, 1.0)));
 
-    const auto sharp = sound.over(0.1, 0.9);
+    const auto sharp = over(sound, 0.1, 0.9);
     ASSERT_TRUE(sharp);
     EXPECT_NEAR(sharp->pitch, 0.1, 0.002);
     EXPECT_NEAR(sharp->deviation, 0.1, 0.002);
     EXPECT_DOUBLE_EQ(sharp->coverage, 1.0);
-    const auto flat = sound.over(1.1, 1.9);
+    const auto flat = over(sound, 1.1, 1.9);
     ASSERT_TRUE(flat);
     EXPECT_NEAR(flat->pitch, -0.15, 0.002);
 
     // A selection of zero width, wherever it lies, means the whole sound.
-    const auto whole = sound.over(0.7, 0.7);
-    const auto explicitWhole = sound.over(0.0, 2.0);
+    const auto whole = over(sound, 0.7, 0.7);
+    const auto explicitWhole = over(sound, 0.0, 2.0);
     ASSERT_TRUE(whole && explicitWhole);
     EXPECT_EQ(whole->pitch, explicitWhole->pitch);
     EXPECT_EQ(whole->deviation, explicitWhole->deviation);
@@ -88,12 +58,12 @@ TEST(Deviations, measuresTheSelectedStretchAndTheWholeSoundWhenNoneIsSelected)
     EXPECT_GT(whole->volume, 0.05);
     EXPECT_LT(whole->volume, 0.3);
 
-    EXPECT_FALSE(sound.over(1.5, 0.5)) << "a stretch running backwards is not measured";
+    EXPECT_FALSE(over(sound, 1.5, 0.5)) << "a stretch running backwards is not measured";
 }
 
 TEST(Deviations, countsEverySegmentAboveTheFloorWhetherPitchedOrNot)
 {
-    const OpenedSound sound(toneAt(69.0, 1.0));
+    const test::OpenedSound sound(test::toneAt(69.0, 1.0));
     const std::shared_ptr<PitchStream> pitch = sound.music->pitchStream();
     const std::int64_t end = pitch->maximumIndex();
     ASSERT_GT(end, 20);
@@ -103,7 +73,7 @@ TEST(Deviations, countsEverySegmentAboveTheFloorWhetherPitchedOrNot)
 
     for (std::int64_t i = 0; i < end; ++i)
         pitch->store(i % 2 == 0 ? 69.1 : 68.9, i);
-    const auto alternating = sound.over(0.0, t1);
+    const auto alternating = over(sound, 0.0, t1);
     ASSERT_TRUE(alternating);
     EXPECT_NEAR(alternating->pitch, 0.0, 1e-9);
     EXPECT_NEAR(alternating->deviation, 0.1, 1e-9);
@@ -112,7 +82,7 @@ TEST(Deviations, countsEverySegmentAboveTheFloorWhetherPitchedOrNot)
     // A loud segment without a pitch counts, with the deviation of note number -1 (0 in Equal).
     for (std::int64_t i = 1; i < end; i += 2)
         pitch->store(-1.0, i);
-    const auto halfUnpitched = sound.over(0.0, t1);
+    const auto halfUnpitched = over(sound, 0.0, t1);
     ASSERT_TRUE(halfUnpitched);
     EXPECT_DOUBLE_EQ(halfUnpitched->coverage, 1.0);
     EXPECT_NEAR(halfUnpitched->pitch, 0.05, 1e-9);
@@ -124,12 +94,12 @@ TEST(Deviations, givesFourZerosWhenNoSegmentIsLoudEnough)
     // Quiet noise, then a loud burst after the last whole segment: the burst lifts the floor
     // above every segment's own volume.
     std::vector<double> samples = testsignals::whiteNoise(10.0, static_cast<int>(kRate), 7);
-    const std::vector<double> burst = toneAt(69.0, 300.0 / kRate);
-    const OpenedSound quietThenBurst(joined(samples, burst));
-    const OpenedSound silent(testsignals::silence(static_cast<int>(kRate)));
+    const std::vector<double> burst = test::toneAt(69.0, 300.0 / kRate);
+    const test::OpenedSound quietThenBurst(test::joined(samples, burst));
+    const test::OpenedSound silent(testsignals::silence(static_cast<int>(kRate)));
 
-    for (const OpenedSound *sound : {&quietThenBurst, &silent}) {
-        const auto results = sound->over(0.0, 0.0);
+    for (const test::OpenedSound *sound : {&quietThenBurst, &silent}) {
+        const auto results = over(*sound, 0.0, 0.0);
         ASSERT_TRUE(results);
         EXPECT_EQ(results->pitch, 0.0);
         EXPECT_EQ(results->deviation, 0.0);
@@ -138,8 +108,8 @@ TEST(Deviations, givesFourZerosWhenNoSegmentIsLoudEnough)
     }
 
     // Without the burst the same noise counts.
-    const OpenedSound quiet(samples);
-    const auto noise = quiet.over(0.0, 0.0);
+    const test::OpenedSound quiet(samples);
+    const auto noise = over(quiet, 0.0, 0.0);
     ASSERT_TRUE(noise);
     EXPECT_GT(noise->coverage, 0.5);
 }
@@ -158,7 +128,7 @@ TEST(Deviations, reportsInTheSystemsWordsWithDebugLinesOnRequest)
 
 TEST(Deviations, runsAwayFromTheMainThreadAndStaysSilentWhenCanceled)
 {
-    const OpenedSound sound(toneAt(69.2, 1.0));
+    const test::OpenedSound sound(test::toneAt(69.2, 1.0));
     const std::atomic<bool> canceled{true};
     EXPECT_FALSE(Deviations::compute(*sound.music, 0.0, 0.0, canceled));
 
@@ -169,7 +139,7 @@ TEST(Deviations, runsAwayFromTheMainThreadAndStaysSilentWhenCanceled)
     EXPECT_TRUE(deviations.isRunning());
     ASSERT_TRUE(test::waitUntil([&] { return delivered.has_value(); }));
     EXPECT_FALSE(deviations.isRunning());
-    EXPECT_EQ(delivered->pitch, sound.over(0.0, 0.0)->pitch);
+    EXPECT_EQ(delivered->pitch, over(sound, 0.0, 0.0)->pitch);
 
     bool called = false;
     {

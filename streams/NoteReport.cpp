@@ -1,0 +1,187 @@
+#include "streams/NoteReport.h"
+
+#include "options/Parameters.h"
+#include "scale/Scale.h"
+#include "streams/Deviations.h"
+#include "streams/MusicStream.h"
+#include "streams/PitchStream.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+
+namespace quorval {
+
+namespace {
+
+// The note number of the shown line that deviation d of pitch p was measured from.
+qint64 lineOf(const Scale &scale, double pitch, double d)
+{
+    const double line = pitch - d;
+    qint64 best = std::llround(line);
+    double bestGap = std::numeric_limits<double>::infinity();
+    // Temperaments and the tuning offset move a line off its note by less than a few semitones.
+    for (qint64 n = static_cast<qint64>(std::floor(line)) - 3;
+         n <= static_cast<qint64>(std::ceil(line)) + 3; ++n) {
+        if (!scale.isShown(n))
+            continue;
+        const double gap = std::abs(scale.gridPitch(n) - line);
+        if (gap < bestGap) {
+            bestGap = gap;
+            best = n;
+        }
+    }
+    return best;
+}
+
+// Sums of a run of deviations (cents), for means and spreads.
+struct Sums
+{
+    int count = 0;
+    double sum = 0.0;
+    double sumOfSquares = 0.0;
+    double goodness = 0.0;
+
+    void add(double cents, double goodnessValue)
+    {
+        ++count;
+        sum += cents;
+        sumOfSquares += cents * cents;
+        goodness += goodnessValue;
+    }
+    [[nodiscard]] double mean() const { return sum / count; }
+    // RMS about the mean.
+    [[nodiscard]] double spread() const
+    {
+        const double m = mean();
+        return std::sqrt(std::max(0.0, sumOfSquares / count - m * m));
+    }
+};
+
+template <class... Args> void appendf(std::string &text, const char *format, Args... args)
+{
+    char buffer[256];
+    const int n = std::snprintf(buffer, sizeof buffer, format, args...);
+    if (n > 0)
+        text.append(buffer, static_cast<std::size_t>(std::min<int>(n, sizeof buffer - 1)));
+}
+
+// printf pads by bytes: pad a UTF-8 name to `width` characters by hand.
+std::string padded(const std::string &name, int width)
+{
+    int characters = 0;
+    for (const char c : name)
+        characters += (static_cast<unsigned char>(c) & 0xC0) != 0x80 ? 1 : 0;
+    return name + std::string(static_cast<std::size_t>(std::max(0, width - characters)), ' ');
+}
+
+} // namespace
+
+NoteReport NoteReport::fromSegments(const std::vector<Segment> &segments, double segmentSeconds,
+                                    const Scale &scale)
+{
+    NoteReport report;
+    std::array<Sums, 12> byDegree;
+    std::array<std::vector<std::size_t>, 12> notesOfDegree;
+
+    Sums run;
+    qint64 runLine = 0;
+    std::size_t runStart = 0;
+    auto closeRun = [&](std::size_t end) {
+        if (run.count >= kMinSegments) {
+            Note note;
+            note.startSeconds = segments[runStart].timeSeconds;
+            note.endSeconds = segments[end - 1].timeSeconds + segmentSeconds;
+            note.noteNumber = runLine;
+            note.name = scale.noteName(runLine).toStdString();
+            note.meanCents = run.mean();
+            note.spreadCents = run.spread();
+            note.meanGoodness = run.goodness / run.count;
+            note.segments = run.count;
+            const auto degree = static_cast<std::size_t>(scale.degree(runLine));
+            for (std::size_t k = runStart; k < end; ++k)
+                byDegree[degree].add(scale.deviation(segments[k].pitch) * 100.0, 0.0);
+            notesOfDegree[degree].push_back(report.notes.size());
+            report.notes.push_back(std::move(note));
+        }
+        run = {};
+    };
+    for (std::size_t k = 0; k < segments.size(); ++k) {
+        const Segment &segment = segments[k];
+        const double d = segment.counts ? scale.deviation(segment.pitch) : 0.0;
+        const qint64 line = segment.counts ? lineOf(scale, segment.pitch, d) : 0;
+        if (run.count > 0 && (!segment.counts || line != runLine))
+            closeRun(k);
+        if (!segment.counts)
+            continue;
+        if (run.count == 0) {
+            runStart = k;
+            runLine = line;
+        }
+        run.add(d * 100.0, segment.goodness);
+    }
+    closeRun(segments.size());
+
+    for (std::size_t degree = 0; degree < 12; ++degree) {
+        const std::vector<std::size_t> &members = notesOfDegree[degree];
+        if (members.empty())
+            continue;
+        Degree row;
+        row.degree = static_cast<int>(degree);
+        row.name = report.notes[members.front()].name;
+        row.notes = static_cast<int>(members.size());
+        row.totalSeconds = byDegree[degree].count * segmentSeconds;
+        // Segments are equally long, so their plain mean is the time-weighted one.
+        row.meanCents = byDegree[degree].mean();
+        row.spreadCents = byDegree[degree].spread();
+        row.worstNote = *std::max_element(
+            members.begin(), members.end(), [&report](std::size_t a, std::size_t b) {
+                return std::abs(report.notes[a].meanCents) < std::abs(report.notes[b].meanCents);
+            });
+        report.degrees.push_back(std::move(row));
+    }
+    return report;
+}
+
+std::optional<NoteReport> NoteReport::compute(MusicStream &music, double t0, double t1,
+                                              const std::atomic<bool> &canceled)
+{
+    const double goodnessFloor = Parameters::shared().qualityThreshold.value();
+    std::vector<Segment> segments;
+    const std::optional<Deviations::Stretch> stretch =
+        Deviations::walk(music, t0, t1, canceled, [&](const Deviations::Segment &segment) {
+            Segment cut;
+            cut.timeSeconds = segment.timeSeconds;
+            cut.counts = segment.loud && segment.pitch > 0.0 && segment.goodness >= goodnessFloor;
+            cut.pitch = segment.pitch;
+            cut.goodness = segment.goodness;
+            segments.push_back(cut);
+        });
+    if (!stretch)
+        return std::nullopt;
+    const std::shared_ptr<PitchStream> pitch = music.pitchStream();
+    return fromSegments(segments, pitch->xScale, Scale::current());
+}
+
+std::string NoteReport::text() const
+{
+    std::string text = "Notes\n   Start      End  Note          Cents  Spread  Goodness\n";
+    for (const Note &note : notes)
+        appendf(text, "%8.3f %8.3f  %s %4lld  %+6.1f  %6.1f  %8.1f\n", note.startSeconds,
+                note.endSeconds, padded(note.name, 4).c_str(),
+                static_cast<long long>(note.noteNumber), note.meanCents, note.spreadCents,
+                note.meanGoodness);
+    text += "\nScale degrees\n  Degree  Notes   Time (s)   Cents  Spread  Worst note\n";
+    for (const Degree &degree : degrees) {
+        const Note &worst = notes[degree.worstNote];
+        appendf(text, "  %s %5d %10.3f  %+6.1f  %6.1f  %s (%lld) at %.3f s, %+.1f\n",
+                padded(degree.name, 6).c_str(), degree.notes, degree.totalSeconds, degree.meanCents,
+                degree.spreadCents, worst.name.c_str(), static_cast<long long>(worst.noteNumber),
+                worst.startSeconds, worst.meanCents);
+    }
+    return text;
+}
+
+} // namespace quorval

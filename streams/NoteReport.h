@@ -1,0 +1,75 @@
+#pragma once
+
+#include <QtGlobal>
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quorval {
+
+class MusicStream;
+class Scale;
+
+// Which notes were played out of tune: the stretch cut into notes, each measured against its
+// grid line, and the notes gathered by scale degree.
+//
+// A note is a run of at least kMinSegments consecutive segments that are loud enough (the
+// volume floor of the deviation statistics), have a pitch whose goodness reaches "Quality
+// threshold", and share the nearest shown grid line; vibrato that stays nearest to one line
+// stays in its note. Deviations are in cents, + sharp. Names are UTF-8.
+class NoteReport
+{
+public:
+    static constexpr int kMinSegments = 3;
+
+    struct Note
+    {
+        double startSeconds = 0.0;
+        double endSeconds = 0.0; // where its last segment's spacing ends
+        qint64 noteNumber = 0;   // of the grid line
+        std::string name;        // the grid line's name in the current key, e.g. "F♯"
+        double meanCents = 0.0;
+        double spreadCents = 0.0; // RMS about the mean
+        double meanGoodness = 0.0;
+        int segments = 0;
+    };
+    struct Degree
+    {
+        int degree = 0;   // semitones above the tonic, 0 .. 11
+        std::string name; // as the grid names it in the current key
+        int notes = 0;
+        double totalSeconds = 0.0;
+        double meanCents = 0.0;    // weighted by time
+        double spreadCents = 0.0;  // RMS of its segments about meanCents
+        std::size_t worstNote = 0; // index into notes: the greatest |meanCents|
+    };
+
+    std::vector<Note> notes;     // in time order
+    std::vector<Degree> degrees; // the degrees played, tonic first
+
+    // One segment as the note cutting needs it.
+    struct Segment
+    {
+        double timeSeconds = 0.0;
+        bool counts = false; // loud enough, pitched, and good enough
+        double pitch = 0.0;  // note number
+        double goodness = 0.0;
+    };
+    // Cuts segments (consecutive, segmentSeconds apart) into notes and gathers the degrees.
+    static NoteReport fromSegments(const std::vector<Segment> &segments, double segmentSeconds,
+                                   const Scale &scale);
+
+    // Over [t0, t1) seconds of music (zero width: the whole sound), with the current options.
+    // Nothing when the stretch runs backwards or canceled was set. Any thread but the data
+    // queue; computes segments not yet calculated on the calling thread.
+    static std::optional<NoteReport> compute(MusicStream &music, double t0, double t1,
+                                             const std::atomic<bool> &canceled);
+
+    // Both tables as text to read, cents with one decimal.
+    [[nodiscard]] std::string text() const;
+};
+
+} // namespace quorval

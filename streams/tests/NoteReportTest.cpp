@@ -1,0 +1,169 @@
+#include "streams/NoteReport.h"
+
+#include "options/Parameters.h"
+#include "scale/Scale.h"
+#include "streams/tests/OpenedSound.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace quorval {
+namespace {
+
+using test::joined;
+using test::toneAt;
+
+struct Played
+{
+    double note;  // equal-tempered note number
+    double cents; // how far off it is played
+    double seconds;
+    double vibratoCents = 0.0; // depth of a 6 Hz vibrato
+};
+
+// The notes one after another, each followed by 50 ms of silence.
+std::vector<double> melodyOf(const std::vector<Played> &played)
+{
+    std::vector<double> samples;
+    for (const Played &p : played) {
+        samples = joined(samples, toneAt(p.note + p.cents / 100.0, p.seconds, p.vibratoCents,
+                                         p.vibratoCents > 0.0 ? 6.0 : 0.0));
+        samples = joined(samples, testsignals::silence(static_cast<int>(0.05 * 44100)));
+    }
+    return samples;
+}
+
+NoteReport reportOf(const test::OpenedSound &sound)
+{
+    const std::atomic<bool> canceled{false};
+    const std::optional<NoteReport> report = NoteReport::compute(*sound.music, 0.0, 0.0, canceled);
+    EXPECT_TRUE(report.has_value());
+    return report.value_or(NoteReport{});
+}
+
+// Sets options for one test and puts them back to their defaults after it.
+class NoteReportTest : public ::testing::Test
+{
+protected:
+    void TearDown() override
+    {
+        Parameters &options = Parameters::shared();
+        options.key.resetToDefault();
+        options.temperament.resetToDefault();
+    }
+};
+
+// C major: C in tune, D 12 cents sharp, E 15 flat, F 8 sharp with a wide vibrato, G 5 flat,
+// then C again 20 cents sharp.
+const std::vector<Played> kMelody = {{60, 0, 0.5},     {62, 12, 0.5}, {64, -15, 0.5},
+                                     {65, 8, 1.0, 25}, {67, -5, 0.5}, {60, 20, 0.5}};
+
+TEST_F(NoteReportTest, findsEachNoteWithItsDetuneAndGathersThemByDegree)
+{
+    ASSERT_TRUE(Parameters::shared().key.setFromText("C"));
+    const test::OpenedSound sound(melodyOf(kMelody));
+    const NoteReport report = reportOf(sound);
+
+    ASSERT_EQ(report.notes.size(), kMelody.size());
+    for (std::size_t k = 0; k < kMelody.size(); ++k) {
+        const NoteReport::Note &note = report.notes[k];
+        EXPECT_EQ(note.noteNumber, static_cast<qint64>(kMelody[k].note)) << k;
+        EXPECT_NEAR(note.meanCents, kMelody[k].cents, 1.0) << k;
+        EXPECT_LT(note.endSeconds - note.startSeconds, kMelody[k].seconds + 0.03) << k;
+        EXPECT_GT(note.endSeconds - note.startSeconds, kMelody[k].seconds - 0.06) << k;
+        EXPECT_GT(note.meanGoodness, Parameters::shared().qualityThreshold.value());
+    }
+    // The vibrato swings about its centre; a steady tone hardly spreads.
+    EXPECT_GT(report.notes[3].spreadCents, 10.0);
+    EXPECT_LT(report.notes[0].spreadCents, 2.0);
+    EXPECT_EQ(report.notes[1].name, "D");
+
+    // C, D, E, F, G: the tonic first.
+    ASSERT_EQ(report.degrees.size(), 5u);
+    const int expectedDegrees[] = {0, 2, 4, 5, 7};
+    const char *expectedNames[] = {"C", "D", "E", "F", "G"};
+    for (std::size_t k = 0; k < 5; ++k) {
+        EXPECT_EQ(report.degrees[k].degree, expectedDegrees[k]);
+        EXPECT_EQ(report.degrees[k].name, expectedNames[k]);
+    }
+    const NoteReport::Degree &tonic = report.degrees[0];
+    EXPECT_EQ(tonic.notes, 2);
+    EXPECT_EQ(tonic.worstNote, 5u);
+    EXPECT_NEAR(tonic.totalSeconds, 1.0, 0.1);
+    EXPECT_NEAR(tonic.meanCents, 10.0, 1.0); // two equally long notes, 0 and +20
+    EXPECT_NEAR(tonic.spreadCents, 10.0, 1.5);
+    EXPECT_EQ(report.degrees[1].notes, 1);
+}
+
+TEST_F(NoteReportTest, findsNoNotesInSilenceOrNoise)
+{
+    const test::OpenedSound silent(testsignals::silence(44100));
+    EXPECT_TRUE(reportOf(silent).notes.empty());
+    const test::OpenedSound noise(testsignals::whiteNoise(8000.0, 44100, 3));
+    const NoteReport noiseReport = reportOf(noise);
+    EXPECT_TRUE(noiseReport.notes.empty());
+    EXPECT_TRUE(noiseReport.degrees.empty());
+}
+
+TEST_F(NoteReportTest, followsTheKeyAndTheTemperament)
+{
+    Parameters &options = Parameters::shared();
+    ASSERT_TRUE(options.key.setFromText("G"));
+    const test::OpenedSound sound(melodyOf(kMelody));
+    const NoteReport inG = reportOf(sound);
+    ASSERT_EQ(inG.notes.size(), kMelody.size());
+    // In G the G is the tonic and the C the fourth (5 semitones up), and they come first.
+    ASSERT_FALSE(inG.degrees.empty());
+    EXPECT_EQ(inG.degrees[0].degree, 0);
+    EXPECT_EQ(inG.degrees[0].name, "G");
+    ASSERT_GE(inG.degrees.size(), 2u);
+    EXPECT_EQ(inG.degrees[1].degree, 5);
+    EXPECT_EQ(inG.degrees[1].name, "C");
+
+    // Just intonation in C puts the E 13.7 cents low, so the E played 15 cents flat of equal
+    // temperament is only 1.3 cents flat of it; the G's line moves up by 2 cents.
+    ASSERT_TRUE(options.key.setFromText("C"));
+    ASSERT_TRUE(options.temperament.setFromText("Just"));
+    const NoteReport just = reportOf(sound);
+    ASSERT_EQ(just.notes.size(), kMelody.size());
+    EXPECT_NEAR(just.notes[2].meanCents, -15.0 + 13.7, 1.0);
+    EXPECT_NEAR(just.notes[4].meanCents, -5.0 - 2.0, 1.0);
+    EXPECT_NEAR(just.notes[0].meanCents, 0.0, 1.0);
+}
+
+TEST(NoteReport, cutsRunsAtLineChangesGapsAndShortRuns)
+{
+    const Scale scale(Scale::Settings{0, false, 0, 0, 440.0, 0.0});
+    auto segment = [](double pitch, bool counts = true) {
+        NoteReport::Segment s;
+        s.counts = counts;
+        s.pitch = pitch;
+        s.goodness = 500.0;
+        return s;
+    };
+    // 60.2 x3, 60.4 x2 (same line: one note of five), a gap, 61.1 x2 (too short), 62.45 x3,
+    // then 62.55 x3 (nearest line 63: a new note).
+    std::vector<NoteReport::Segment> segments = {
+        segment(60.2),     segment(60.2),  segment(60.2),  segment(60.4),  segment(60.4),
+        segment(0, false), segment(61.1),  segment(61.1),  segment(62.45), segment(62.45),
+        segment(62.45),    segment(62.55), segment(62.55), segment(62.55)};
+    for (std::size_t k = 0; k < segments.size(); ++k)
+        segments[k].timeSeconds = 0.01 * static_cast<double>(k);
+    const NoteReport report = NoteReport::fromSegments(segments, 0.01, scale);
+    ASSERT_EQ(report.notes.size(), 3u);
+    EXPECT_EQ(report.notes[0].noteNumber, 60);
+    EXPECT_EQ(report.notes[0].segments, 5);
+    EXPECT_NEAR(report.notes[0].meanCents, 28.0, 1e-9);
+    EXPECT_NEAR(report.notes[0].spreadCents, std::sqrt(0.6 * 8 * 8 + 0.4 * 12 * 12), 1e-9);
+    EXPECT_NEAR(report.notes[0].endSeconds, 0.05, 1e-12);
+    EXPECT_EQ(report.notes[1].noteNumber, 62);
+    EXPECT_EQ(report.notes[2].noteNumber, 63);
+    EXPECT_NEAR(report.notes[2].meanCents, -45.0, 1e-9);
+    ASSERT_EQ(report.degrees.size(), 3u);
+    EXPECT_EQ(report.degrees[2].name, "E\u266d");
+}
+
+} // namespace
+} // namespace quorval
