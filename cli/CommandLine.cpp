@@ -26,13 +26,14 @@ const char *CommandLine::usage()
            "                   none), goodness, frequency (Hz, 0 for none) and deviation from the\n"
            "                   nearest grid line (cents, 0 for none)\n"
            "  deviations FILE  the deviation statistics of the stretch (whole sound by default)\n"
+           "  notes FILE       the intonation of each note and of each scale degree\n"
            "  info FILE        the sound file's description\n"
            "  options --write FILE.plist\n"
            "                   writes the options in force to an options file\n"
            "\n"
            "Options:\n"
-           "  --from S, --to S     the stretch in seconds (deviations)\n"
-           "  --csv, --json        table formats with headers (pitches)\n"
+           "  --from S, --to S     the stretch in seconds (deviations, notes)\n"
+           "  --csv, --json        table formats with headers (pitches, notes)\n"
            "  --set \"Label=value\"  sets an option for this run (repeatable)\n"
            "  --options FILE.plist imports an options file for this run\n"
            "  --use-settings       reads and writes the user's own option store\n"
@@ -115,6 +116,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
         line.command = Command::pitches;
     else if (command == QLatin1String("deviations"))
         line.command = Command::deviations;
+    else if (command == QLatin1String("notes"))
+        line.command = Command::notes;
     else if (command == QLatin1String("info"))
         line.command = Command::info;
     else if (command == QLatin1String("options") && writeOptions)

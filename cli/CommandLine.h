@@ -17,6 +17,7 @@ struct CommandLine
         pitches,
         deviations,
         info,
+        notes,
         options,
         help,
     };

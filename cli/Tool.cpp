@@ -7,6 +7,7 @@
 #include "scale/Scale.h"
 #include "streams/Deviations.h"
 #include "streams/MusicStream.h"
+#include "streams/NoteReport.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
@@ -110,6 +111,9 @@ int Tool::run(const CommandLine &line)
         break;
     case CommandLine::Command::deviations:
         status = deviations(line);
+        break;
+    case CommandLine::Command::notes:
+        status = notes(line);
         break;
     case CommandLine::Command::info:
         status = info(line);
@@ -235,6 +239,56 @@ int Tool::deviations(const CommandLine &line)
         return kBadUsage;
     }
     print(Deviations::report(*results, Quorval::developerMode()) + "\n");
+    return kOk;
+}
+
+int Tool::notes(const CommandLine &line)
+{
+    const std::shared_ptr<MusicStream> music = openAndAnalyse(line);
+    if (!music)
+        return kFailed;
+    const auto [t0, t1] = stretchOf(line, *music);
+    const std::atomic<bool> canceled{false};
+    const std::optional<NoteReport> report = NoteReport::compute(*music, t0, t1, canceled);
+    if (!report) {
+        complain(QStringLiteral("the stretch runs backwards"));
+        return kBadUsage;
+    }
+    if (line.format == CommandLine::Format::text) {
+        print(report->text());
+        return kOk;
+    }
+    const bool json = line.format == CommandLine::Format::json;
+    std::string text =
+        json ? "{\"notes\": [" : "start_s,end_s,note,note_number,cents,spread_cents,goodness\n";
+    for (std::size_t k = 0; k < report->notes.size(); ++k) {
+        const NoteReport::Note &note = report->notes[k];
+        const std::string name = json ? jsonString(note.name) : note.name;
+        appendf(text,
+                json
+                    ? "%s\n  {\"start_s\": %f, \"end_s\": %f, \"note\": %s, \"note_number\": %lld, "
+                      "\"cents\": %.1f, \"spread_cents\": %.1f, \"goodness\": %f}"
+                    : "%s%f,%f,%s,%lld,%.1f,%.1f,%f\n",
+                json && k > 0 ? "," : "", note.startSeconds, note.endSeconds, name.c_str(),
+                static_cast<long long>(note.noteNumber), note.meanCents, note.spreadCents,
+                note.meanGoodness);
+    }
+    text += json ? "\n ],\n \"degrees\": ["
+                 : "\ndegree,name,notes,time_s,cents,spread_cents,worst_note_start_s\n";
+    for (std::size_t k = 0; k < report->degrees.size(); ++k) {
+        const NoteReport::Degree &degree = report->degrees[k];
+        const std::string name = json ? jsonString(degree.name) : degree.name;
+        appendf(text,
+                json ? "%s\n  {\"degree\": %d, \"name\": %s, \"notes\": %d, \"time_s\": %f, "
+                       "\"cents\": %.1f, \"spread_cents\": %.1f, \"worst_note_start_s\": %f}"
+                     : "%s%d,%s,%d,%f,%.1f,%.1f,%f\n",
+                json && k > 0 ? "," : "", degree.degree, name.c_str(), degree.notes,
+                degree.totalSeconds, degree.meanCents, degree.spreadCents,
+                report->notes[degree.worstNote].startSeconds);
+    }
+    if (json)
+        text += "\n ]\n}\n";
+    print(text);
     return kOk;
 }
 

@@ -43,6 +43,7 @@ private:
     static std::pair<double, double> stretchOf(const CommandLine &line, MusicStream &music);
     int pitches(const CommandLine &line);
     int deviations(const CommandLine &line);
+    int notes(const CommandLine &line);
     int info(const CommandLine &line);
     int options(const CommandLine &line);
     void print(const std::string &text);

@@ -14,4 +14,4 @@ fi
 if [ -x build/release/app/quorval ] && { [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; }; then
     exec build/release/app/quorval "$@"
 fi
-exec build/release/cli/quorval-cli pitches "$@"
+exec build/release/cli/quorval-cli notes "$@"

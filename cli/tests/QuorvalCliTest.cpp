@@ -148,6 +148,32 @@ TEST_F(QuorvalCli, pitchesAreTheSameOnAnyNumberOfThreadsAndInEveryFormat)
     EXPECT_NEAR(segment.value("deviation_cents").toDouble(), fields[5].toDouble(), 1e-6);
 }
 
+TEST_F(QuorvalCli, reportsTheNotesPlayedAndTheirDegrees)
+{
+    // In C: E 20 cents flat, G in tune, then E again 10 cents sharp.
+    const QString file = wavOf("notes.wav", melody({63.8, 67.0, 64.1}, 0.6));
+    const Outcome json = run({"--set", "Key=C", "notes", file, "--json"});
+    ASSERT_EQ(json.status, 0) << json.err.toStdString();
+    const QJsonObject report = QJsonDocument::fromJson(json.out.toUtf8()).object();
+    const QJsonArray notes = report.value("notes").toArray();
+    ASSERT_EQ(notes.size(), 3);
+    const double expectedCents[] = {-20.0, 0.0, 10.0};
+    for (int k = 0; k < 3; ++k)
+        EXPECT_NEAR(notes[k].toObject().value("cents").toDouble(), expectedCents[k], 1.0);
+    EXPECT_EQ(notes[1].toObject().value("note").toString(), "G");
+    const QJsonArray degrees = report.value("degrees").toArray();
+    ASSERT_EQ(degrees.size(), 2);
+    EXPECT_EQ(degrees[0].toObject().value("degree").toInt(), 4);
+    EXPECT_EQ(degrees[0].toObject().value("notes").toInt(), 2);
+    EXPECT_NEAR(degrees[0].toObject().value("worst_note_start_s").toDouble(), 0.0, 0.05);
+
+    const Outcome text = run({"--set", "Key=C", "notes", file, "--from", "0.7"});
+    ASSERT_EQ(text.status, 0);
+    EXPECT_TRUE(text.out.contains("Scale degrees"));
+    EXPECT_TRUE(text.out.contains("+10.0"));
+    EXPECT_FALSE(text.out.contains("-20.0")) << "the first note lies before the stretch";
+}
+
 TEST_F(QuorvalCli, reportsDeviationsOfTheStretchAskedFor)
 {
     const QString file = wavOf("two.wav", melody({69.1, 68.8}, 1.0));
