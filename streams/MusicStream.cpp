@@ -278,6 +278,19 @@ void MusicStream::notifyIdle()
     idleSignal.notify_all();
 }
 
+bool MusicStream::spectrumShown()
+{
+    // A look in the settings store costs more than a segment's analysis, so the view type is
+    // looked at once per display frame rather than once per unit.
+    constexpr auto kLookInterval = std::chrono::milliseconds(30);
+    const auto now = std::chrono::steady_clock::now();
+    if (now - viewTypeReadAt >= kLookInterval) {
+        viewTypeIsSpectrum = Parameters::shared().viewTypeLetter() == QLatin1Char('S');
+        viewTypeReadAt = now;
+    }
+    return viewTypeIsSpectrum;
+}
+
 std::int64_t MusicStream::spectrumStep(PitchStream &current)
 {
     SerialQueue &data = Quorval::dataQueue();
@@ -297,7 +310,7 @@ std::int64_t MusicStream::spectrumStep(PitchStream &current)
             return newest;
         }
     }
-    if (Parameters::shared().viewTypeLetter() != QLatin1Char('S'))
+    if (!spectrumShown())
         return -1;
     const auto [count, needleIndex] = data.sync([&current] {
         const double t = Quorval::needleTime / current.xScale - current.overlap;

@@ -131,6 +131,8 @@ private:
     // One unit of the calculation; crunch queue.
     std::int64_t unitOfWork();
     std::int64_t spectrumStep(PitchStream &pitch);
+    // "View type" is the spectrum; read at most every 30 ms. Crunch queue.
+    bool spectrumShown();
     void notifyIdle();
 
     mutable std::mutex streamsMutex; // guards the three stream pointers
@@ -140,6 +142,8 @@ private:
     std::atomic<std::int64_t> segLengthValue{0};
     std::atomic<std::int64_t> segSpacingValue{0};
 
+    std::chrono::steady_clock::time_point viewTypeReadAt; // crunch queue
+    bool viewTypeIsSpectrum = false;                      // crunch queue
     std::atomic<bool> running{false};
     std::atomic<bool> requestedAgain{false};
     std::atomic<int> loopsStarted{0};

@@ -60,6 +60,7 @@ PitchStream::PitchStream(const std::shared_ptr<WavStream> &wav, std::int64_t seg
     minIndex_D = 0;
     maxIndex_D = wav->maximumIndex_D() / segSpacing;
     setFrequencyRange();
+    peaksGeneration = settingsGeneration; // the peak set above read the same options
 }
 
 void PitchStream::setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, double secondsPerFrame) const
@@ -97,9 +98,28 @@ GoodnessStream &PitchStream::requireGoodness() const
 void PitchStream::setFrequencyRange()
 {
     Parameters &options = Parameters::shared();
+    SearchSettings read;
     const double extension = options.scaleExtension.value();
-    freqMin = noteFrequency(options.lowestNote.value() - extension);
-    freqMax = noteFrequency(options.highestNote.value() + extension);
+    read.freqMin = noteFrequency(options.lowestNote.value() - extension);
+    read.freqMax = noteFrequency(options.highestNote.value() + extension);
+    const std::int64_t nHighest = options.numberOfInclusivePeaks.value();
+    QUORVAL_CHECK(nHighest >= std::numeric_limits<int>::min() &&
+                  nHighest <= std::numeric_limits<int>::max());
+    read.nHighest = static_cast<int>(nHighest);
+    read.goodnessThreshold = options.inclusiveGoodnessThreshold.value();
+    read.dbLimit = options.dbNoiseLimit.value();
+    read.aFrequency = options.aFrequency.value();
+    freqMin = read.freqMin;
+    freqMax = read.freqMax;
+    std::lock_guard lock(settingsMutex);
+    settings = read;
+    ++settingsGeneration;
+}
+
+PitchStream::SearchSettings PitchStream::searchSettings() const
+{
+    std::lock_guard lock(settingsMutex);
+    return settings;
 }
 
 bool PitchStream::segmentInside_D(std::int64_t i) const
@@ -117,16 +137,24 @@ bool PitchStream::segmentReady_D(std::int64_t i)
     if (!segmentInside_D(i))
         return false;
     auto wav = wavStream.lock();
-    Parameters &options = Parameters::shared();
-    return readyProbe.setupFromWavFile(
-        wav->wavFile_D(), wav->byteLocOf(i * segSpacing), *fft, nullptr, 0, freqMin, freqMax,
-        options.inclusiveGoodnessThreshold.value(), options.dbNoiseLimit.value());
+    const SearchSettings search = searchSettings();
+    return readyProbe.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing), *fft,
+                                       nullptr, 0, search.freqMin, search.freqMax,
+                                       search.goodnessThreshold, search.dbLimit);
 }
 
 PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i)
 {
     // The scratch lock is never taken on the data queue, so waiting for it there cannot happen.
     std::lock_guard scratch(scratchMutex);
+    // The peak thresholds may have changed with a reset; the peak set is re-made here, where
+    // no other computation of this stream can be using it.
+    if (const std::uint64_t generation = settingsGeneration; generation != peaksGeneration) {
+        auto wav = wavStream.lock();
+        QUORVAL_CHECK(wav != nullptr);
+        setUpPeaks(*fft, *peakDataSet, wav->xScale);
+        peaksGeneration = generation;
+    }
     return computeSegment(i, *fft, *peakDataSet, *pitchResult);
 }
 
@@ -136,29 +164,24 @@ PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i, FFTOC &tr
     QUORVAL_CHECK(!Quorval::dataQueue().isCurrent());
     auto wav = wavStream.lock();
     QUORVAL_CHECK(wav != nullptr);
-    Parameters &options = Parameters::shared();
-    const std::int64_t nHighest = options.numberOfInclusivePeaks.value();
-    QUORVAL_CHECK(nHighest >= std::numeric_limits<int>::min() &&
-                  nHighest <= std::numeric_limits<int>::max());
-    const double goodnessThreshold = options.inclusiveGoodnessThreshold.value();
-    const double dbLimit = options.dbNoiseLimit.value();
-    const double aFrequency = options.aFrequency.value();
+    const SearchSettings search = searchSettings();
 
     SegmentResult result;
     bool setUp = false;
     Quorval::dataQueue().sync([&] {
         result.inside = segmentInside_D(i);
         if (result.inside)
-            setUp = probe.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing),
-                                           transform, &peaks, static_cast<int>(nHighest), freqMin,
-                                           freqMax, goodnessThreshold, dbLimit);
+            setUp =
+                probe.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing), transform,
+                                       &peaks, search.nHighest, search.freqMin, search.freqMax,
+                                       search.goodnessThreshold, search.dbLimit);
     });
     if (!result.inside || !setUp)
         return result;
     probe.compute();
     const double freq = probe.getFreq();
     if (freq > 0.0) {
-        result.pitch = std::log(freq / aFrequency) / kSemitoneLog + 69.0;
+        result.pitch = std::log(freq / search.aFrequency) / kSemitoneLog + 69.0;
         result.goodness = probe.getGoodness();
     }
     return result;
@@ -253,15 +276,15 @@ std::vector<double> PitchStream::spectrumOf(std::int64_t i, FFTOC &sharedTransfo
     QUORVAL_CHECK(Quorval::crunchQueue().isCurrent());
     auto wav = wavStream.lock();
     QUORVAL_CHECK(wav != nullptr);
-    const double dbLimit = Parameters::shared().dbNoiseLimit.value();
+    const SearchSettings search = searchSettings();
     // A newer segmentation may have resized the shared transform since.
     if (sharedTransform.getN() != (fftLogN > 0 ? 1 << fftLogN : 1))
         (void)sharedTransform.setupWithLogN(fftLogN);
     const bool ready = Quorval::dataQueue().sync([&] {
         return segmentInside_D(i) &&
                spectrumResult.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing),
-                                               sharedTransform, nullptr, 0, freqMin, freqMax, 0.0,
-                                               dbLimit);
+                                               sharedTransform, nullptr, 0, search.freqMin,
+                                               search.freqMax, 0.0, search.dbLimit);
     });
     if (!ready)
         return {};

@@ -49,8 +49,23 @@ public:
     [[nodiscard]] const std::shared_ptr<GoodnessStream> &goodnessStream() const { return goodness; }
 
     // Recalculates freqMin and freqMax from the note options, "Scale extension" semitones beyond
-    // the lowest and highest notes. Any thread.
+    // the lowest and highest notes, and takes the search settings afresh. Any thread.
     void setFrequencyRange();
+
+    // The options the pitch search uses, as read by the last setFrequencyRange() (at
+    // construction and on every reset). Each of them asks for a recompute or a resegmentation
+    // when it changes, so every change reaches here; reading the store for every segment would
+    // cost more than the analysis itself. Any thread.
+    struct SearchSettings
+    {
+        int nHighest = 2;               // "Number of inclusive peaks"
+        double goodnessThreshold = 0.9; // "Inclusive Goodness Threshold"
+        double dbLimit = 0.0;           // "dB noise limit", dB
+        double aFrequency = 440.0;      // "A Frequency", Hz
+        double freqMin = 0.0;           // Hz
+        double freqMax = 0.0;           // Hz
+    };
+    [[nodiscard]] SearchSettings searchSettings() const;
 
     // Computes segment i now and stores it (synchronously); answers the pitch. A segment not
     // wholly inside the sound stores -1 and leaves its goodness alone. Not on the data queue.
@@ -104,6 +119,11 @@ private:
     [[nodiscard]] GoodnessStream &requireGoodness() const;
 
     std::shared_ptr<GoodnessStream> goodness;
+    mutable std::mutex settingsMutex;
+    SearchSettings settings; // guarded by settingsMutex
+    // Bumped whenever the settings are read afresh; the peak set follows it under the scratch lock.
+    std::atomic<std::uint64_t> settingsGeneration{0};
+    std::uint64_t peaksGeneration = 0; // guarded by scratchMutex
     int fftLogN = 0;
     std::mutex scratchMutex; // guards fft, peakDataSet and pitchResult
     std::unique_ptr<FFTOC> fft;
