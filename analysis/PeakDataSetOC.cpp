@@ -3,6 +3,7 @@
 #include "analysis/Check.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <limits>
 
@@ -49,6 +50,9 @@ bool PeakDataSetOC::setupWithN(int N, const double *data, double threshold, doub
     indexVals.assign(room, 0.0);
     xVals.assign(room, 0.0);
     yVals.assign(room, 0.0);
+    harmonicVals.assign(room, 0.0);
+    weightVals.assign(room, 0.0);
+    scoreVals.assign(room, 0.0);
     fftData = data;
     minThreshold = threshold;
     fftScale = scale;
@@ -73,6 +77,7 @@ void PeakDataSetOC::recordPeak(int index)
 int PeakDataSetOC::findPeaks(double t)
 {
     nPeaks = 0;
+    totalsValid = false;
     if (fftLength <= 0)
         return 0;
     enum class Direction
@@ -168,6 +173,7 @@ void PeakDataSetOC::peaksForDensity()
 
 void PeakDataSetOC::interpolate()
 {
+    totalsValid = false;
     for (int i = 0; i < nPeaks; i++) {
         const auto at = static_cast<std::size_t>(i);
         const int k = static_cast<int>(indexVals[at]);
@@ -189,6 +195,7 @@ void PeakDataSetOC::interpolate()
 
 void PeakDataSetOC::shiftUp()
 {
+    totalsValid = false;
     highestXs[0] = highestXs[1] = -1.0;
     highestYs[0] = highestYs[1] = kNone;
     for (int i = 0; i < nPeaks; i++) {
@@ -302,13 +309,86 @@ double PeakDataSetOC::computeGoodnessForFreq(double freq)
     goodnessCount++;
     if (!(freq > 0.0))
         return 0.0;
-    addSums(allPeaks, freq);
-    addSumsByHarmonic(byHarmonic, freq);
-    if (byHarmonic.totalHeight == 0.0)
+    const Lorentz lorentz(freq, fftScale);
+    const auto n = static_cast<std::size_t>(nPeaks);
+    const double *x = xVals.data();
+    const double *y = yVals.data();
+    double *harmonic = harmonicVals.data();
+    double *weight = weightVals.data();
+
+    // Harmonic number and Lorentz weight of every peak. The divisions, the costly part, sit in
+    // loops of their own that the compiler vectorises. The harmonic number comes from a product
+    // with 1 / freq, within 1e-9 of the quotient while below 1e6; only when that leaves doubt
+    // about which side of an integer x / freq + 0.5 falls (or for negative, huge or undefined
+    // values) is the quotient itself taken.
+    const double inverse = 1.0 / freq;
+    for (std::size_t i = 0; i < n; i++)
+        harmonic[i] = x[i] * inverse + 0.5;
+    for (std::size_t i = 0; i < n; i++) {
+        const double estimate = harmonic[i];
+        // Truncation is floor for 0 <= estimate < 1e6, and cheaper.
+        const bool small = estimate >= 0.0 && estimate < 1e6;
+        double h = small ? static_cast<double>(static_cast<std::int32_t>(estimate)) : 0.0;
+        const double fraction = estimate - h;
+        if (!(small && fraction > 1e-9 && fraction < 1.0 - 1e-9))
+            h = std::floor(x[i] / freq + 0.5);
+        harmonic[i] = h;
+        weight[i] = x[i] - h * freq;
+    }
+    const double base = lorentz.base;
+    double *score = scoreVals.data();
+    for (std::size_t i = 0; i < n; i++) {
+        weight[i] = 1.0 / (weight[i] * weight[i] / lorentz.w2 + 1.0);
+        score[i] = y[i] * (weight[i] - base);
+    }
+
+    // Heights, their frequency-weighted sum and the highest do not depend on freq.
+    if (!totalsValid) {
+        totalHeight = 0.0;
+        weightedFreq = 0.0;
+        highestHeight = kNone;
+        for (std::size_t i = 0; i < n; i++) {
+            totalHeight += y[i];
+            weightedFreq += x[i] * y[i];
+            if (y[i] > highestHeight)
+                highestHeight = y[i];
+        }
+        totalsValid = true;
+    }
+
+    // Both scores in one scan, each sum taken in the same order as addSums() and
+    // addSumsByHarmonic(), so the result is the same to the last bit.
+    double allScore = 0.0;
+    double harmonicScore = 0.0;
+    double group = 0.0;
+    double bestHeight = 0.0;
+    double bestWeight = 0.0;
+    double bestScore = kNone;
+    for (std::size_t i = 0; i < n; i++) {
+        const double h = harmonic[i];
+        if (h != group) {
+            if (group != 0.0)
+                harmonicScore += bestHeight * (bestWeight - base);
+            group = h;
+            bestScore = kNone;
+        }
+        if (h >= 1.0) {
+            allScore += score[i];
+            if (score[i] > bestScore) {
+                bestHeight = y[i];
+                bestWeight = weight[i];
+                bestScore = score[i];
+            }
+        }
+    }
+    if (group != 0.0)
+        harmonicScore += bestHeight * (bestWeight - base);
+
+    if (totalHeight == 0.0)
         return 0.0;
-    const double g1 = allPeaks.score / (1.0 - allPeaks.base);
-    const double m = 2.0 * (byHarmonic.weightedFreq / byHarmonic.totalHeight) / freq;
-    const double g2 = byHarmonic.score / (byHarmonic.highest * m) / (1.0 - byHarmonic.base);
+    const double g1 = allScore / (1.0 - base);
+    const double m = 2.0 * (weightedFreq / totalHeight) / freq;
+    const double g2 = harmonicScore / (highestHeight * m) / (1.0 - base);
     return g1 * g2;
 }
 

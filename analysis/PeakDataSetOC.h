@@ -16,8 +16,8 @@ namespace quorval {
 // Units: spectrum values and heights in dB (after shiftUp(): dB above kDbLimit), frequencies in
 // Hz, bin indices as doubles. Hysteresis thresholds in dB.
 //
-// Threading: all scratch, the two sums records included, belongs to the object, so different
-// objects may be used on different threads at once; one object is used by one thread at a time.
+// Threading: all scratch belongs to the object, so different objects may be used on different
+// threads at once; one object is used by one thread at a time.
 // Ownership: the spectrum array is not owned and must outlive the object's use of it.
 class PeakDataSetOC
 {
@@ -101,9 +101,17 @@ private:
     double dbLimit = kDbLimit;
     double highestXs[2] = {-1.0, -1.0};
     double highestYs[2] = {0.0, 0.0};
+    // Scratch of computeGoodnessForFreq: harmonic number, Lorentz weight and weighted height
+    // of each peak.
+    std::vector<double> harmonicVals;
+    std::vector<double> weightVals;
+    std::vector<double> scoreVals;
+    // Sums over the peaks that no fundamental changes, kept from one goodness to the next.
+    bool totalsValid = false;
+    double totalHeight = 0.0;
+    double weightedFreq = 0.0;
+    double highestHeight = 0.0;
     int goodnessCount = 0;
-    Sums allPeaks;   // scratch of computeGoodnessForFreq: the all-peaks pass
-    Sums byHarmonic; // and the best-peak-per-harmonic pass
 };
 
 } // namespace quorval

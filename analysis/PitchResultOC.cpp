@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 namespace quorval {
@@ -36,6 +37,7 @@ void PitchResultOC::prepare(FFTOC &transform, PeakDataSetOC *peaks, int highest,
     fftSize = nFreqs + 1;
     samples.resize(static_cast<std::size_t>(nFrames));
     fftResult = nullptr;
+    lastGoodnessFreq = std::numeric_limits<double>::quiet_NaN();
     freq = 0.0;
     goodness = 0.0;
 }
@@ -58,9 +60,19 @@ void PitchResultOC::setupWithSamples(const double *segment, FFTOC &transform, Pe
 
 void PitchResultOC::hammingTransform()
 {
-    for (int i = 0; i < nFrames; i++)
-        samples[static_cast<std::size_t>(i)] *=
-            0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * i / (nFrames - 1));
+    // The window of the last size used on this thread: the same values as computing each weight
+    // in place, without a cosine per sample per segment.
+    thread_local std::vector<double> window;
+    if (window.size() != samples.size()) {
+        window.resize(samples.size());
+        for (int i = 0; i < nFrames; i++)
+            window[static_cast<std::size_t>(i)] =
+                0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * i / (nFrames - 1));
+    }
+    double *s = samples.data();
+    const double *w = window.data();
+    for (std::size_t i = 0; i < samples.size(); i++)
+        s[i] *= w[i];
 }
 
 void PitchResultOC::convertToDecibelsAndLimit()
@@ -77,7 +89,7 @@ void PitchResultOC::compute()
     QUORVAL_CHECK(fft != nullptr);
     bool finite = true;
     for (double s : samples)
-        finite = finite && std::isfinite(s);
+        finite &= std::abs(s) <= std::numeric_limits<double>::max();
 
     hammingTransform();
     fft->compute(samples.data());
@@ -92,6 +104,7 @@ void PitchResultOC::compute()
     if (!finite)
         return;
     peakData->peaksForDensity();
+    lastGoodnessFreq = std::numeric_limits<double>::quiet_NaN();
 
     // The peak set ranks two candidates; further ranks have none.
     const int ranks = std::min(nHighest, 2);
@@ -109,7 +122,7 @@ void PitchResultOC::compute()
             if (!(g > goodness * goodnessThreshold))
                 continue;
             // Only a refined frequency inside the range is taken, never the unrefined one.
-            const double refined = refineFreq(f);
+            const double refined = refine(f);
             if (freqMin <= refined && refined < freqMax) {
                 const double refinedGoodness = goodnessAt(refined);
                 if (refinedGoodness > goodness) {
@@ -123,10 +136,22 @@ void PitchResultOC::compute()
 
 double PitchResultOC::goodnessAt(double f)
 {
-    return peakData->computeGoodnessForFreq(f);
+    // The search asks again for the frequency it was just handed: answer from the last one.
+    if (f != lastGoodnessFreq) {
+        lastGoodnessFreq = f;
+        lastGoodness = peakData->computeGoodnessForFreq(f);
+    }
+    return lastGoodness;
 }
 
 double PitchResultOC::refineFreq(double f)
+{
+    // The peak set may have moved on to another segment since this object's last search.
+    lastGoodnessFreq = std::numeric_limits<double>::quiet_NaN();
+    return refine(f);
+}
+
+double PitchResultOC::refine(double f)
 {
     if (f <= 0.0)
         return f;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <limits>
 #include <vector>
 
 namespace quorval {
@@ -88,6 +89,7 @@ private:
     void prepare(FFTOC &fft, PeakDataSetOC *peakData, int nHighest, double freqMin, double freqMax,
                  double goodnessThreshold, double dbLimit);
     [[nodiscard]] double goodnessAt(double f);
+    [[nodiscard]] double refine(double f);
 
     int nFrames = 0;
     int fftSize = 0;
@@ -104,6 +106,9 @@ private:
     double freqMax = 0.0;
     double goodnessThreshold = 0.0;
     double dbLimit = 0.0;
+    // The last goodness evaluated, and where (NaN: none since the peaks were found).
+    double lastGoodnessFreq = std::numeric_limits<double>::quiet_NaN();
+    double lastGoodness = 0.0;
 };
 
 } // namespace quorval

@@ -1,5 +1,7 @@
 #include "analysis/PeakDataSetOC.h"
 
+#include "analysis/tests/support/TestSignals.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -243,6 +245,55 @@ TEST(PeakDataSetOC, harmonicPassScoresOnlyTheBestPeakOfEachHarmonic)
     const double m = 2.0 * (weighted / total) / f;
     EXPECT_DOUBLE_EQ(peaks.set.computeGoodnessForFreq(f),
                      all.score / (1.0 - base) * (best.score / (best.highest * m) / (1.0 - base)));
+}
+
+// Goodness as the two passes define it, one pass after the other.
+double twoPassGoodness(const PeakDataSetOC &set, double f)
+{
+    if (!(f > 0.0))
+        return 0.0;
+    PeakDataSetOC::Sums all;
+    PeakDataSetOC::Sums best;
+    set.addSums(all, f);
+    set.addSumsByHarmonic(best, f);
+    if (best.totalHeight == 0.0)
+        return 0.0;
+    const double m = 2.0 * (best.weightedFreq / best.totalHeight) / f;
+    return all.score / (1.0 - all.base) * (best.score / (best.highest * m) / (1.0 - best.base));
+}
+
+TEST(PeakDataSetOC, goodnessEqualsTheTwoPassesToTheLastBit)
+{
+    // Rough spectra in dB with many peaks, 43 Hz per bin.
+    for (std::uint32_t seed = 1; seed <= 6; seed++) {
+        auto values = testsignals::whiteNoise(20.0, 513, seed);
+        for (double &v : values)
+            v -= 60.0;
+        Peaks peaks(values, 0.5 * seed, 100.0 * seed, 1.5, 44100.0 / 1024.0);
+        peaks.set.peaksForDensity();
+        ASSERT_GT(peaks.set.getNPeaks(), 10);
+        std::vector<double> freqs = {1e-4, 1e-300, 3e7, 44100.0 / 1024.0};
+        for (double f = 20.0; f < 3000.0; f *= 1.01)
+            freqs.push_back(f);
+        // Peaks exactly at or halfway between harmonics, where rounding decides the harmonic.
+        for (int i = 0; i < peaks.set.getNPeaks(); i += 3) {
+            for (double k : {1.0, 2.0, 3.0, 7.0, 1.5, 2.5, 6.5})
+                freqs.push_back(peaks.set.getXVal(i) / k);
+        }
+        for (double f : freqs)
+            ASSERT_EQ(peaks.set.computeGoodnessForFreq(f), twoPassGoodness(peaks.set, f))
+                << "seed " << seed << " f " << f;
+    }
+    // Broken peaks (a flat spectrum under a negative threshold leaves undefined frequencies).
+    Peaks flat(std::vector<double>(40, -50.0), -1.0, 1e9, 2.0, 10.0);
+    flat.set.findPeaks(-1.0);
+    flat.set.interpolate();
+    flat.set.shiftUp();
+    for (double f : {5.0, 20.0, 1e-9}) {
+        const double fused = flat.set.computeGoodnessForFreq(f);
+        const double reference = twoPassGoodness(flat.set, f);
+        EXPECT_TRUE(fused == reference || (std::isnan(fused) && std::isnan(reference))) << f;
+    }
 }
 
 } // namespace
