@@ -18,10 +18,10 @@ class WavFileOC;
 //
 // The search near one frequency (refineFreq) is a golden-section search (Kiefer, 1953), ending
 // with one step through the last three points that is twice the textbook parabola-vertex offset
-// (kept so: the estimates were tuned with it). Bookkeeping chosen here:
-// - Bracketing walks downhill-away steps d, d·(1 + φ), ... from the first pair of points (d
-//   starts at h·(1 + φ), h = five cents of f) while each new point is higher and d < φ·f; the
-//   last three points are kept. One inner point at φ·d back from the outermost point follows.
+// (deliberately). Bookkeeping chosen here:
+// - Bracketing walks uphill, away from the lower of f and f + h (h = five cents of f), in steps
+//   d, d·(1 + φ), ... (d starts at h·(1 + φ)) while each new point is higher and d < φ·f,
+//   keeping the last three points. One inner point at φ·d back from the outermost one follows.
 // - Of the (up to) four points so found, the best and its two neighbours are kept, the best in
 //   the middle (when the climb was stopped by d >= φ·f the outermost point may be the best; it
 //   then stays at the edge).
@@ -35,8 +35,9 @@ class WavFileOC;
 // nFrames × 32768. The subharmonic search tries at most kMaxDivisor divisors per candidate, so
 // that a lowest pitch near 0 Hz cannot make it endless.
 //
-// Threading: all scratch belongs to this object, the FFTOC and the PeakDataSetOC it is handed;
-// segments with their own FFTOC and PeakDataSetOC may be computed on different threads at once.
+// Threading: all scratch belongs to this object, the FFTOC and the PeakDataSetOC it is handed
+// (the Hamming window is a table per thread); segments with their own FFTOC and PeakDataSetOC
+// may be computed on different threads at once, with the same results as on one thread.
 // Ownership: the FFTOC, the PeakDataSetOC and the WavFileOC are not owned; the FFTOC and the
 // peak set must outlive compute(). The peak set must have been set up on the FFTOC's result
 // array with N = n + 1 values: compute() converts that array to dB in place.
