@@ -63,7 +63,8 @@ struct ColumnValues
 //
 // The display builds one stream per canvas width, time width and music stream, hands it to
 // Quorval::setVisibleSegmentSource so that the calculation computes visible segments first, and
-// on each redraw takes fill() from the first visible column.
+// on each redraw takes fill() from the first visible column. That reference keeps the music
+// stream alive: the display replaces or clears it when the sound closes.
 //
 // Pass bookkeeping (the calculation's walk over the visible columns):
 //   A pass walks the window of the last fill, [first, first + size), column by column and hands

@@ -407,8 +407,10 @@ TEST(DisplayColumnStream, scrollingAndResegmentingReaimTheColumns)
     Parameters &options = Parameters::shared();
     ASSERT_TRUE(options.response.setValue(2.0));
     sound.music->resegment();
+    // Back to the default only once the calculation, which reads the options, is done.
+    const bool calculated = sound.music->waitUntilCalculated(60s);
     options.response.resetToDefault();
-    ASSERT_TRUE(sound.music->waitUntilCalculated(60s));
+    ASSERT_TRUE(calculated);
     const std::int64_t spacing = sound.music->segSpacing();
     ASSERT_EQ(spacing, kSpacing / 2);
     const std::vector<MusicStream::SegmentValue> segments = sound.music->segmentValues();
@@ -464,7 +466,14 @@ TEST(DisplayColumnStream, theCalculationComputesTheVisibleColumnsFirst)
 
     auto log = std::make_shared<UnitLog>();
     sound.music->setUnitObserver([log](std::int64_t code) { (*log)(code); });
-    sound.music->recompute();
+    // Every segment back to "not computed yet", then the calculation goes through them again.
+    const auto pitch = sound.music->pitchStream();
+    Quorval::dataQueue().sync([&] {
+        for (std::int64_t i = pitch->minimumIndex_D(); i < pitch->maximumIndex_D(); ++i)
+            pitch->store_D(0.0, i);
+        pitch->allPitchesCalculatedTo = -1;
+    });
+    sound.music->requestCalculation();
     ASSERT_TRUE(sound.music->waitUntilCalculated(60s));
     sound.music->setUnitObserver(nullptr);
 
