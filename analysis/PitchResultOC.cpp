@@ -86,7 +86,8 @@ void PitchResultOC::convertToDecibelsAndLimit()
 
 void PitchResultOC::compute()
 {
-    QUORVAL_CHECK(fft != nullptr);
+    // A transform resized since set-up would read past the samples.
+    QUORVAL_CHECK(fft != nullptr && fft->getN() == nFreqs);
     bool finite = true;
     for (double s : samples)
         finite &= std::abs(s) <= std::numeric_limits<double>::max();
