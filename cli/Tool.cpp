@@ -238,7 +238,7 @@ int Tool::deviations(const CommandLine &line)
         complain(QStringLiteral("the stretch runs backwards"));
         return kBadUsage;
     }
-    print(Deviations::report(*results, Quorval::developerMode()) + "\n");
+    print(Deviations::report(*results) + "\n");
     return kOk;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "options/DeveloperMode.h"
+
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -62,8 +64,8 @@ public:
                                        const std::function<void(const Segment &)> &visit);
 
     // "Pitch = %+.3f\nDeviation =  ±%.3f", then "\nVolume = %.3f\nCoverage = %.3f" when
-    // debugLines (developer mode). UTF-8.
-    static std::string report(const Results &results, bool debugLines);
+    // debugLines (by default: in developer mode). UTF-8.
+    static std::string report(const Results &results, bool debugLines = developerMode());
 
     Deviations() = default;
     // Cancels and waits for a computation under way.

@@ -124,6 +124,10 @@ TEST(Deviations, reportsInTheSystemsWordsWithDebugLinesOnRequest)
     EXPECT_EQ(Deviations::report(results, false), "Pitch = -0.042\nDeviation =  \u00b10.100");
     EXPECT_EQ(Deviations::report(results, true),
               "Pitch = -0.042\nDeviation =  \u00b10.100\nVolume = 0.250\nCoverage = 0.875");
+    EXPECT_EQ(Deviations::report(results), Deviations::report(results, false));
+    setDeveloperMode(true);
+    EXPECT_EQ(Deviations::report(results), Deviations::report(results, true));
+    setDeveloperMode(false);
 }
 
 TEST(Deviations, runsAwayFromTheMainThreadAndStaysSilentWhenCanceled)
