@@ -337,27 +337,20 @@ std::int64_t MusicStream::unitOfWork()
     if (const std::int64_t spectrumCode = spectrumStep(*current); spectrumCode != -1)
         return spectrumCode;
 
-    SerialQueue &data = Quorval::dataQueue();
     const std::shared_ptr<VisibleSegmentSource> source = Quorval::visibleSegmentSource();
-    const std::int64_t visible = data.sync([&]() -> std::int64_t {
-        if (!source)
+    const bool copyUnderWay = wavStream->copying;
+    // One visit to the data queue chooses the segment and reads its samples.
+    return current->computeChosenInBackground([&]() -> std::int64_t {
+        if (source) {
+            const std::int64_t visible = source->nextVisibleSegment_D(*current);
+            // Only segments inside the range: a store past its end would move the range.
+            if (visible >= current->minimumIndex_D() && visible < current->maximumIndex_D())
+                return visible;
+        }
+        if (copyUnderWay)
             return -1;
-        const std::int64_t index = source->nextVisibleSegment_D(*current);
-        // Only segments inside the range: a store past its end would move the range.
-        if (index < current->minimumIndex_D() || index >= current->maximumIndex_D())
-            return -1;
-        return index;
+        return current->nextUncalculatedIndex_D();
     });
-    if (visible >= 0) {
-        current->computePitchInBackground(visible);
-        return visible;
-    }
-    if (wavStream->copying)
-        return -1;
-    const std::int64_t next = data.sync([&current] { return current->nextUncalculatedIndex_D(); });
-    if (next >= 0)
-        current->computePitchInBackground(next);
-    return next;
 }
 
 void MusicStream::recompute()

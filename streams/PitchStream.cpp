@@ -56,22 +56,19 @@ PitchStream::PitchStream(const std::shared_ptr<WavStream> &wav, std::int64_t seg
     const int sharedLogN = fftLogN;
     Quorval::crunchQueue().async(
         [sharedLogN] { (void)Quorval::sharedFFT().setupWithLogN(sharedLogN); });
-    setUpPeaks(*fft, *peakDataSet, wav->xScale);
     minIndex_D = 0;
     maxIndex_D = wav->maximumIndex_D() / segSpacing;
     setFrequencyRange();
-    peaksGeneration = settingsGeneration; // the peak set above read the same options
+    const SearchSettings search = searchSettings();
+    setUpPeaks(*fft, *peakDataSet, search);
+    peaksGeneration = search.generation;
 }
 
-void PitchStream::setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, double secondsPerFrame) const
+void PitchStream::setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks,
+                             const SearchSettings &search) const
 {
-    Parameters &options = Parameters::shared();
-    const double lowFreq =
-        noteFrequency(options.lowestNote.value() - options.scaleExtension.value());
-    (void)peaks.setupWithN(static_cast<int>(nFreqs), transform.getResult(),
-                           options.minimumPeakThreshold.value(),
-                           1.0 / (secondsPerFrame * static_cast<double>(segLength)), lowFreq,
-                           options.peakThresholdIncrement.value());
+    (void)peaks.setupWithN(static_cast<int>(nFreqs), transform.getResult(), search.minPeakThreshold,
+                           search.hzPerBin, search.peakLowFreq, search.thresholdIncrement);
 }
 
 std::unique_ptr<PitchStream::Scratch> PitchStream::makeScratch() const
@@ -80,7 +77,9 @@ std::unique_ptr<PitchStream::Scratch> PitchStream::makeScratch() const
     QUORVAL_CHECK(wav != nullptr);
     auto scratch = std::make_unique<Scratch>();
     (void)scratch->fft.setupWithLogN(fftLogN);
-    setUpPeaks(scratch->fft, scratch->peakDataSet, wav->xScale);
+    const SearchSettings search = searchSettings();
+    setUpPeaks(scratch->fft, scratch->peakDataSet, search);
+    scratch->peaksGeneration = search.generation;
     return scratch;
 }
 
@@ -109,11 +108,17 @@ void PitchStream::setFrequencyRange()
     read.goodnessThreshold = options.inclusiveGoodnessThreshold.value();
     read.dbLimit = options.dbNoiseLimit.value();
     read.aFrequency = options.aFrequency.value();
+    read.minPeakThreshold = options.minimumPeakThreshold.value();
+    read.thresholdIncrement = options.peakThresholdIncrement.value();
+    read.peakLowFreq = read.freqMin;
+    const auto wav = wavStream.lock();
+    QUORVAL_CHECK(wav != nullptr);
+    read.hzPerBin = 1.0 / (wav->xScale * static_cast<double>(segLength));
     freqMin = read.freqMin;
     freqMax = read.freqMax;
     std::lock_guard lock(settingsMutex);
+    read.generation = settings.generation + 1;
     settings = read;
-    ++settingsGeneration;
 }
 
 PitchStream::SearchSettings PitchStream::searchSettings() const
@@ -147,28 +152,29 @@ PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i)
 {
     // The scratch lock is never taken on the data queue, so waiting for it there cannot happen.
     std::lock_guard scratch(scratchMutex);
-    // The peak thresholds may have changed with a reset; the peak set is re-made here, where
-    // no other computation of this stream can be using it.
-    if (const std::uint64_t generation = settingsGeneration; generation != peaksGeneration) {
-        auto wav = wavStream.lock();
-        QUORVAL_CHECK(wav != nullptr);
-        setUpPeaks(*fft, *peakDataSet, wav->xScale);
-        peaksGeneration = generation;
-    }
-    return computeSegment(i, *fft, *peakDataSet, *pitchResult);
+    return computeSegment(i, *fft, *peakDataSet, peaksGeneration, *pitchResult, nullptr);
 }
 
-PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i, FFTOC &transform,
-                                                       PeakDataSetOC &peaks, PitchResultOC &probe)
+PitchStream::SegmentResult
+PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &peaks,
+                            std::uint64_t &peaksGenerationOf, PitchResultOC &probe,
+                            const std::function<std::int64_t()> &chooseSegment_D)
 {
     QUORVAL_CHECK(!Quorval::dataQueue().isCurrent());
     auto wav = wavStream.lock();
     QUORVAL_CHECK(wav != nullptr);
-    const SearchSettings search = searchSettings();
 
     SegmentResult result;
+    SearchSettings search;
     bool setUp = false;
     Quorval::dataQueue().sync([&] {
+        if (chooseSegment_D) {
+            i = chooseSegment_D();
+            if (i < 0)
+                return;
+        }
+        // Taken here, after any reset posted before this visit has run.
+        search = searchSettings();
         result.inside = segmentInside_D(i);
         if (result.inside)
             setUp =
@@ -178,6 +184,11 @@ PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i, FFTOC &tr
     });
     if (!result.inside || !setUp)
         return result;
+    // A reset may have changed the peak thresholds: the peak set follows before it is used.
+    if (search.generation != peaksGenerationOf) {
+        setUpPeaks(transform, peaks, search);
+        peaksGenerationOf = search.generation;
+    }
     probe.compute();
     const double freq = probe.getFreq();
     if (freq > 0.0) {
@@ -206,15 +217,37 @@ void PitchStream::computePitchInBackground(std::int64_t i)
 
 void PitchStream::computePitchInBackground(std::int64_t i, Scratch &scratch)
 {
-    storeResultInBackground(
-        i, computeSegment(i, scratch.fft, scratch.peakDataSet, scratch.pitchResult));
+    storeResultInBackground(i,
+                            computeSegment(i, scratch.fft, scratch.peakDataSet,
+                                           scratch.peaksGeneration, scratch.pitchResult, nullptr));
 }
 
 void PitchStream::storeResultInBackground(std::int64_t i, const SegmentResult &result)
 {
-    ResultStream::storeInBackground(result.pitch, i);
+    // One visit to the data queue for both values.
+    auto self = std::static_pointer_cast<PitchStream>(shared_from_this());
+    std::shared_ptr<GoodnessStream> goodnessTarget;
     if (result.inside)
-        requireGoodness().storeInBackground(result.goodness, i);
+        goodnessTarget =
+            std::static_pointer_cast<GoodnessStream>(requireGoodness().shared_from_this());
+    Quorval::dataQueue().async([self, goodnessTarget, i, result] {
+        self->store_D(result.pitch, i);
+        if (goodnessTarget)
+            goodnessTarget->store_D(result.goodness, i);
+    });
+}
+
+std::int64_t
+PitchStream::computeChosenInBackground(const std::function<std::int64_t()> &chooseSegment_D)
+{
+    std::unique_lock scratch(scratchMutex);
+    std::int64_t chosen = -1;
+    const SegmentResult result =
+        computeSegment(chosen, *fft, *peakDataSet, peaksGeneration, *pitchResult, chooseSegment_D);
+    scratch.unlock();
+    if (chosen >= 0)
+        storeResultInBackground(chosen, result);
+    return chosen;
 }
 
 std::int64_t PitchStream::nextUncalculatedIndex_D()

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -58,12 +59,17 @@ public:
     // cost more than the analysis itself. Any thread.
     struct SearchSettings
     {
-        int nHighest = 2;               // "Number of inclusive peaks"
-        double goodnessThreshold = 0.9; // "Inclusive Goodness Threshold"
-        double dbLimit = 0.0;           // "dB noise limit", dB
-        double aFrequency = 440.0;      // "A Frequency", Hz
-        double freqMin = 0.0;           // Hz
-        double freqMax = 0.0;           // Hz
+        int nHighest = 2;                               // "Number of inclusive peaks"
+        double goodnessThreshold = 0.9;                 // "Inclusive Goodness Threshold"
+        double dbLimit = 0.0;                           // "dB noise limit", dB
+        double aFrequency = 440.0;                      // "A Frequency", Hz
+        double freqMin = 0.0;                           // Hz
+        double freqMax = 0.0;                           // Hz
+        double minPeakThreshold = 0.5;                  // "Minimum Peak Threshold", dB
+        double thresholdIncrement = 1.4142135623730951; // "Peak Threshold Increment"
+        double peakLowFreq = 0.0;     // wanted peak spacing: the lowest note's frequency, Hz
+        double hzPerBin = 0.0;        // spectrum bin width
+        std::uint64_t generation = 0; // bumped at every reading
     };
     [[nodiscard]] SearchSettings searchSettings() const;
 
@@ -79,11 +85,17 @@ public:
         FFTOC fft;
         PeakDataSetOC peakDataSet;
         PitchResultOC pitchResult;
+        std::uint64_t peaksGeneration = 0; // the settings the peak set was made with
     };
     [[nodiscard]] std::unique_ptr<Scratch> makeScratch() const;
     // computePitchInBackground with the caller's scratch instead of the stream's: the same
     // computation, without waiting for the stream's own objects. Not on the data queue.
     void computePitchInBackground(std::int64_t i, Scratch &scratch);
+    // Background work in one visit to the data queue: chooseSegment_D runs there and names the
+    // segment (or -1 for none), whose samples are read in the same visit; the segment is then
+    // computed here and stored in the background. Answers the segment computed, or -1. Not on
+    // the data queue.
+    std::int64_t computeChosenInBackground(const std::function<std::int64_t()> &chooseSegment_D);
     // Segment i lies inside the sound and its samples can be read. Data queue.
     [[nodiscard]] bool segmentReady_D(std::int64_t i);
     // The first index from allPitchesCalculatedTo + 1 whose slot is 0.0, or -1. Data queue.
@@ -111,19 +123,21 @@ private:
         double goodness = 0.0;
     };
     SegmentResult computeSegment(std::int64_t i);
-    SegmentResult computeSegment(std::int64_t i, FFTOC &transform, PeakDataSetOC &peaks,
-                                 PitchResultOC &result);
-    void setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, double secondsPerFrame) const;
+    // With chooseSegment_D, i is chosen by it on the data queue in the same visit that reads the
+    // samples; a choice below 0 computes nothing. peaks is set up again when the settings read
+    // in that visit are newer than peaksGenerationOf.
+    SegmentResult computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &peaks,
+                                 std::uint64_t &peaksGenerationOf, PitchResultOC &result,
+                                 const std::function<std::int64_t()> &chooseSegment_D);
+    void setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, const SearchSettings &search) const;
     void storeResultInBackground(std::int64_t i, const SegmentResult &result);
     [[nodiscard]] bool segmentInside_D(std::int64_t i) const;
     [[nodiscard]] GoodnessStream &requireGoodness() const;
 
     std::shared_ptr<GoodnessStream> goodness;
     mutable std::mutex settingsMutex;
-    SearchSettings settings; // guarded by settingsMutex
-    // Bumped whenever the settings are read afresh; the peak set follows it under the scratch lock.
-    std::atomic<std::uint64_t> settingsGeneration{0};
-    std::uint64_t peaksGeneration = 0; // guarded by scratchMutex
+    SearchSettings settings;           // guarded by settingsMutex
+    std::uint64_t peaksGeneration = 0; // settings of the own peak set; guarded by scratchMutex
     int fftLogN = 0;
     std::mutex scratchMutex; // guards fft, peakDataSet and pitchResult
     std::unique_ptr<FFTOC> fft;

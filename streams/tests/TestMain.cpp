@@ -7,17 +7,33 @@
 
 #include <gtest/gtest.h>
 
-// glibc guards its time-zone state with a lock ThreadSanitizer cannot see; the settings store
-// reaches it from several queues through QSettings' file-time checks.
-extern "C" const char *__tsan_default_suppressions()
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+
+#if defined(__SANITIZE_THREAD__)
+// ThreadSanitizer takes its suppressions from TSAN_OPTIONS as the process starts; a run without
+// them starts itself again with the file of this folder added.
+void addSanitizerSuppressions(char **argv)
 {
-    return "race:tzset_internal\n";
+    const char *options = std::getenv("TSAN_OPTIONS");
+    if (options && std::strstr(options, "suppressions="))
+        return;
+    const std::string value =
+        std::string(options ? options : "") + " suppressions=" QUORVAL_TSAN_SUPPRESSIONS;
+    setenv("TSAN_OPTIONS", value.c_str(), 1);
+    execv("/proc/self/exe", argv);
 }
+#endif
 
 // The streams need an event loop for the main queue and a settings store; the store lives in a
 // temporary directory so that the tests never touch the user's own.
 int main(int argc, char **argv)
 {
+#if defined(__SANITIZE_THREAD__)
+    addSanitizerSuppressions(argv);
+#endif
     QCoreApplication app(argc, argv);
     QTemporaryDir settingsDir;
     QSettings::setDefaultFormat(QSettings::IniFormat);
