@@ -7,6 +7,7 @@
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 #include "streams/tests/SoundFiles.h"
+#include "streams/tests/Wait.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -274,6 +275,33 @@ TEST(MusicStream, optionChangesResegmentAndRecompute)
     for (double pitch : pitchesBetween(*music, 0.0, 1.0))
         EXPECT_LT(pitch, 60.0);
     Quorval::setMusicStream(nullptr);
+}
+
+TEST(MusicStream, spectrumViewShowsTheSegmentUnderTheNeedle)
+{
+    OptionGuard viewType(Parameters::shared().viewType);
+    ASSERT_TRUE(Parameters::shared().setViewType("Spectrum"));
+    const double note = 64.0;
+    Quorval::needleTime = 0.5;
+    auto music = MusicStream::create(soundOf(toneOf(note, 1.0)));
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    // The loop may have finished before it saw the view type: one more pass takes it up.
+    ASSERT_TRUE(test::waitUntil([&] {
+        music->requestCalculation();
+        return music->fftPitchIndex == static_cast<std::int64_t>(0.5 * kRate / 512.0);
+    }));
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    Quorval::needleTime = 0.0;
+
+    const std::shared_ptr<FFTStream> spectrum = music->fftStream();
+    ASSERT_EQ(spectrum->maximumIndex(), 513);
+    std::int64_t loudest = 0;
+    for (std::int64_t bin = 1; bin < 513; ++bin)
+        if (spectrum->valueAt(bin) > spectrum->valueAt(loudest))
+            loudest = bin;
+    const double binHz = kRate / 1024.0;
+    EXPECT_NEAR(static_cast<double>(loudest) * binHz, noteToHz(note), binHz);
+    EXPECT_DOUBLE_EQ(spectrum->xScale, binHz);
 }
 
 TEST(MusicStream, viewsByLetterAndShortSounds)
