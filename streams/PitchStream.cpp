@@ -202,12 +202,20 @@ double PitchStream::computePitch(std::int64_t i)
 {
     const SegmentResult result = computeSegment(i);
     GoodnessStream *goodnessTarget = result.inside ? &requireGoodness() : nullptr;
-    Quorval::dataQueue().sync([&] {
-        store_D(result.pitch, i);
-        if (goodnessTarget)
-            goodnessTarget->store_D(result.goodness, i);
-    });
+    Quorval::dataQueue().sync([&] { storeResult_D(i, result, goodnessTarget); });
     return result.pitch;
+}
+
+void PitchStream::storeResult_D(std::int64_t i, const SegmentResult &result,
+                                GoodnessStream *goodnessTarget)
+{
+    // While a recording wraps, the range may have moved past i since it was chosen: its slot now
+    // belongs to a newer segment, which must not get this value.
+    if (i < minIndex_D)
+        return;
+    store_D(result.pitch, i);
+    if (goodnessTarget)
+        goodnessTarget->store_D(result.goodness, i);
 }
 
 void PitchStream::computePitchInBackground(std::int64_t i)
@@ -231,9 +239,7 @@ void PitchStream::storeResultInBackground(std::int64_t i, const SegmentResult &r
         goodnessTarget =
             std::static_pointer_cast<GoodnessStream>(requireGoodness().shared_from_this());
     Quorval::dataQueue().async([self, goodnessTarget, i, result] {
-        self->store_D(result.pitch, i);
-        if (goodnessTarget)
-            goodnessTarget->store_D(result.goodness, i);
+        self->storeResult_D(i, result, goodnessTarget.get());
     });
 }
 

@@ -131,6 +131,9 @@ private:
                                  const std::function<std::int64_t()> &chooseSegment_D);
     void setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, const SearchSettings &search) const;
     void storeResultInBackground(std::int64_t i, const SegmentResult &result);
+    // Stores segment i's pitch, and its goodness into goodnessTarget if given, unless i has left
+    // the range. Data queue.
+    void storeResult_D(std::int64_t i, const SegmentResult &result, GoodnessStream *goodnessTarget);
     [[nodiscard]] bool segmentInside_D(std::int64_t i) const;
     [[nodiscard]] GoodnessStream &requireGoodness() const;
 

@@ -355,6 +355,9 @@ TEST(PitchStream, edgeOperations)
         pitch->reset_D();
         EXPECT_EQ(pitch->nextUncalculatedIndex_D(), 5);
     });
+    // A segment that has left the range keeps its result away from its slot's new owner.
+    EXPECT_NEAR(pitch->computePitch(2), 69.0, 0.05);
+    EXPECT_EQ(pitch->valueAt(pitch->size + 2), 0.0);
 }
 
 TEST(MusicStream, mp3PitchTrackLinesUpWithTheWavItWasMadeFrom)
