@@ -182,8 +182,15 @@ PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &pe
                                        &peaks, search.nHighest, search.freqMin, search.freqMax,
                                        search.goodnessThreshold, search.dbLimit);
     });
-    if (!result.inside || !setUp)
-        return result;
+    if (result.inside && setUp)
+        finishSegment(probe, transform, peaks, peaksGenerationOf, search, result);
+    return result;
+}
+
+void PitchStream::finishSegment(PitchResultOC &probe, FFTOC &transform, PeakDataSetOC &peaks,
+                                std::uint64_t &peaksGenerationOf, const SearchSettings &search,
+                                SegmentResult &result) const
+{
     // A reset may have changed the peak thresholds: the peak set follows before it is used.
     if (search.generation != peaksGenerationOf) {
         setUpPeaks(transform, peaks, search);
@@ -195,7 +202,6 @@ PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &pe
         result.pitch = std::log(freq / search.aFrequency) / kSemitoneLog + 69.0;
         result.goodness = probe.getGoodness();
     }
-    return result;
 }
 
 double PitchStream::computePitch(std::int64_t i)
@@ -223,11 +229,56 @@ void PitchStream::computePitchInBackground(std::int64_t i)
     storeResultInBackground(i, computeSegment(i));
 }
 
-void PitchStream::computePitchInBackground(std::int64_t i, Scratch &scratch)
+int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, Scratch &scratch)
 {
-    storeResultInBackground(i,
-                            computeSegment(i, scratch.fft, scratch.peakDataSet,
-                                           scratch.peaksGeneration, scratch.pitchResult, nullptr));
+    QUORVAL_CHECK(!Quorval::dataQueue().isCurrent() && first >= 0 && first <= end);
+    auto wav = wavStream.lock();
+    QUORVAL_CHECK(wav != nullptr);
+    std::vector<std::int64_t> &todo = scratch.todo;
+    todo.clear();
+    SearchSettings search;
+    bool read = false;
+    Quorval::dataQueue().sync([&] {
+        search = searchSettings();
+        for (std::int64_t i = first; i < end; ++i)
+            if (valueAt_D(i) == 0.0 && segmentInside_D(i))
+                todo.push_back(i);
+        if (todo.empty())
+            return;
+        // One read for the whole block: the frames each segment's own read would get.
+        const std::int64_t frames =
+            checkedProduct(todo.back() - todo.front(), segSpacing) + segLength;
+        QUORVAL_CHECK(frames <= std::numeric_limits<int>::max());
+        scratch.samples.resize(static_cast<std::size_t>(frames));
+        read = wav->wavFile_D().getSamples(scratch.samples.data(),
+                                           wav->byteLocOf(checkedProduct(todo.front(), segSpacing)),
+                                           static_cast<int>(frames));
+    });
+    std::vector<std::pair<std::int64_t, SegmentResult>> results;
+    results.reserve(todo.size());
+    for (const std::int64_t i : todo) {
+        SegmentResult result;
+        result.inside = true;
+        if (read) {
+            const auto offset = static_cast<std::size_t>((i - todo.front()) * segSpacing);
+            scratch.pitchResult.setupWithSamples(
+                scratch.samples.data() + offset, scratch.fft, &scratch.peakDataSet, search.nHighest,
+                search.freqMin, search.freqMax, search.goodnessThreshold, search.dbLimit);
+            finishSegment(scratch.pitchResult, scratch.fft, scratch.peakDataSet,
+                          scratch.peaksGeneration, search, result);
+        }
+        results.emplace_back(i, result);
+    }
+    if (!results.empty()) {
+        auto self = std::static_pointer_cast<PitchStream>(shared_from_this());
+        auto goodnessTarget =
+            std::static_pointer_cast<GoodnessStream>(requireGoodness().shared_from_this());
+        Quorval::dataQueue().async([self, goodnessTarget, results = std::move(results)] {
+            for (const auto &[i, result] : results)
+                self->storeResult_D(i, result, goodnessTarget.get());
+        });
+    }
+    return static_cast<int>(todo.size());
 }
 
 void PitchStream::storeResultInBackground(std::int64_t i, const SegmentResult &result)

@@ -86,11 +86,15 @@ public:
         PeakDataSetOC peakDataSet;
         PitchResultOC pitchResult;
         std::uint64_t peaksGeneration = 0; // the settings the peak set was made with
+        std::vector<std::int64_t> todo;    // the block's segments still to compute
+        std::vector<double> samples;       // the block's frames, integer units
     };
     [[nodiscard]] std::unique_ptr<Scratch> makeScratch() const;
-    // computePitchInBackground with the caller's scratch instead of the stream's: the same
-    // computation, without waiting for the stream's own objects. Not on the data queue.
-    void computePitchInBackground(std::int64_t i, Scratch &scratch);
+    // Background work on the block of segments [first, end) with the caller's scratch instead
+    // of the stream's: the segments inside the sound whose slot still reads 0.0 are chosen and
+    // their frames read in one visit to the data queue, computed as computePitchInBackground
+    // does, and stored in one more. Answers how many were computed. Not on the data queue.
+    int computeBlockInBackground(std::int64_t first, std::int64_t end, Scratch &scratch);
     // Background work in one visit to the data queue: chooseSegment_D runs there and names the
     // segment (or -1 for none), whose samples are read in the same visit; the segment is then
     // computed here and stored in the background. Answers the segment computed, or -1. Not on
@@ -129,6 +133,10 @@ private:
     SegmentResult computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &peaks,
                                  std::uint64_t &peaksGenerationOf, PitchResultOC &result,
                                  const std::function<std::int64_t()> &chooseSegment_D);
+    // Transforms the segment set up in probe and searches its pitch into result.
+    void finishSegment(PitchResultOC &probe, FFTOC &transform, PeakDataSetOC &peaks,
+                       std::uint64_t &peaksGenerationOf, const SearchSettings &search,
+                       SegmentResult &result) const;
     void setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, const SearchSettings &search) const;
     void storeResultInBackground(std::int64_t i, const SegmentResult &result);
     // Stores segment i's pitch, and its goodness into goodnessTarget if given, unless i has left
