@@ -21,7 +21,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Segments a helper claims at a time: one visit to the data queue per block, and little
+// Segments a helper claims at a time: two visits to the data queue per block, and little
 // duplicated work where a helper meets the calculation loop.
 constexpr std::int64_t kBlock = 32;
 
@@ -31,22 +31,11 @@ void helper(PitchStream &pitch, std::atomic<std::int64_t> &nextEnd, std::int64_t
             const std::atomic<bool> &stop)
 {
     const std::unique_ptr<PitchStream::Scratch> scratch = pitch.makeScratch();
-    std::vector<std::int64_t> todo;
     while (!stop && !Quorval::isShuttingDown()) {
         const std::int64_t end = nextEnd.fetch_sub(kBlock);
-        const std::int64_t begin = std::max(first, end - kBlock);
-        if (end <= first)
+        if (end <= first ||
+            pitch.computeBlockInBackground(std::max(first, end - kBlock), end, *scratch) == 0)
             return;
-        todo.clear();
-        Quorval::dataQueue().sync([&] {
-            for (std::int64_t i = begin; i < end; ++i)
-                if (pitch.valueAt_D(i) == 0.0)
-                    todo.push_back(i);
-        });
-        if (todo.empty())
-            return;
-        for (std::int64_t i : todo)
-            pitch.computePitchInBackground(i, *scratch);
     }
 }
 
