@@ -178,55 +178,67 @@ void WavStream::notifyParentOfGrowth()
 std::shared_ptr<WavStream> WavStream::importWithSndfile(const std::string &path)
 {
     SF_INFO info{};
-    SNDFILE *file = sf_open(path.c_str(), SFM_READ, &info);
-    if (!file)
+    SNDFILE *opened = sf_open(path.c_str(), SFM_READ, &info);
+    if (!opened)
         return nullptr;
-    std::shared_ptr<WavStream> stream;
-    if (info.samplerate > 0 && info.channels > 0) {
-        stream = std::shared_ptr<WavStream>(new WavStream(info.samplerate, 1, 2));
-        const double limit = frameLimit(info.samplerate);
-        const std::int64_t capacity = std::clamp<std::int64_t>(
-            static_cast<std::int64_t>(limit) * 2, 0, std::numeric_limits<std::int32_t>::max());
-        stream->isSetup =
-            stream->wavFile->setupWithSampleRate(info.samplerate, 1, 2, static_cast<int>(capacity));
-    }
-    if (!stream || !stream->isSetup) {
-        sf_close(file);
+    std::shared_ptr<SNDFILE> file(opened, sf_close);
+    if (info.samplerate <= 0 || info.channels <= 0)
         return nullptr;
-    }
-    std::vector<float> frames(static_cast<std::size_t>(kImportPieceFrames * info.channels));
-    std::vector<float> mono(static_cast<std::size_t>(kImportPieceFrames));
-    std::int64_t byteLoc = 0;
-    bool ok = true;
-    for (;;) {
-        const sf_count_t got = sf_readf_float(file, frames.data(), kImportPieceFrames);
-        if (got <= 0)
-            break;
-        for (sf_count_t f = 0; f < got; ++f) {
-            float sum = 0.0f;
-            for (int c = 0; c < info.channels; ++c)
-                sum += frames[static_cast<std::size_t>(f * info.channels + c)];
-            mono[static_cast<std::size_t>(f)] = sum / static_cast<float>(info.channels);
-        }
-        if (byteLoc + got * 2 > std::numeric_limits<std::int32_t>::max()) {
-            ok = false;
-            break;
-        }
-        ok = stream->wavFile->putFloats(mono.data(), static_cast<int>(got),
-                                        static_cast<int>(byteLoc));
-        if (!ok)
-            break;
-        byteLoc += got * 2;
-    }
-    sf_close(file);
-    if (!ok || !stream->wavFile->finalizeWithByteSize(static_cast<int>(byteLoc)))
+    auto stream = std::shared_ptr<WavStream>(new WavStream(info.samplerate, 1, 2));
+    // The decoder's length is only an estimate for some formats (MP3): a sound beyond the frame
+    // limit gets room for an eighth more than the estimate, and the import ends with the ring.
+    std::int64_t frames = std::max<std::int64_t>(info.frames, 0);
+    if (frames > static_cast<std::int64_t>(frameLimit(info.samplerate)))
+        frames = std::min<std::int64_t>(frames + frames / 8,
+                                        std::numeric_limits<std::int32_t>::max() / 2);
+    stream->applyFrameLimit(frames);
+    stream->isSetup = stream->wavFile->setupWithSampleRate(
+        info.samplerate, 1, 2, static_cast<int>(stream->maxFrames * stream->bytesPerFrame));
+    if (!stream->isSetup)
         return nullptr;
     stream->fileURL = stream->wavFile->getFilePath();
-    stream->applyFrameLimit(byteLoc / 2);
-    if (stream->maxFrames == byteLoc / 2)
-        stream->wavFile->setMaxByteLength(static_cast<int>(byteLoc));
-    stream->maxIndex_D = byteLoc / 2;
+    stream->startImport(std::move(file), info.channels);
     return stream;
+}
+
+void WavStream::startImport(std::shared_ptr<SNDFILE> file, int fileChannels)
+{
+    copying = true;
+    auto self = std::static_pointer_cast<WavStream>(shared_from_this());
+    Quorval::copyQueue().async([self, file, fileChannels] {
+        std::vector<float> frames(static_cast<std::size_t>(kImportPieceFrames * fileChannels));
+        std::vector<float> mono(static_cast<std::size_t>(kImportPieceFrames));
+        std::int64_t held = 0;
+        bool written = true;
+        while (written && !Quorval::isShuttingDown()) {
+            const sf_count_t want =
+                std::min<sf_count_t>(kImportPieceFrames, self->maxFrames - held);
+            const sf_count_t got = want > 0 ? sf_readf_float(file.get(), frames.data(), want) : 0;
+            if (got <= 0)
+                break;
+            // Always mono: the channels' mean.
+            for (sf_count_t f = 0; f < got; ++f) {
+                float sum = 0.0f;
+                for (int c = 0; c < fileChannels; ++c)
+                    sum += frames[static_cast<std::size_t>(f * fileChannels + c)];
+                mono[static_cast<std::size_t>(f)] = sum / static_cast<float>(fileChannels);
+            }
+            written = Quorval::dataQueue().sync([&] {
+                if (!self->wavFile->putFloats(mono.data(), static_cast<int>(got),
+                                              self->byteLocOf(held)))
+                    return false;
+                held += got;
+                self->maxIndex_D = held;
+                return true;
+            });
+            self->notifyParentOfGrowth();
+        }
+        Quorval::dataQueue().sync([&] {
+            (void)self->wavFile->finalizeWithByteSize(static_cast<int>(held * self->bytesPerFrame));
+        });
+        self->copying = false;
+        self->notifyParentOfGrowth();
+    });
 }
 
 int WavStream::byteLocOf(std::int64_t frame) const

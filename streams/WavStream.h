@@ -4,6 +4,8 @@
 #include "analysis/WavFileOC.h"
 #include "streams/DataStream.h"
 
+#include <sndfile.h>
+
 #include <atomic>
 #include <cstdint>
 #include <memory>
@@ -38,10 +40,11 @@ public:
                                                          double sampleRate);
 
     // Opens a sound file. A WAV file the reader takes gets a working copy whose data is copied on
-    // the "copy" queue in pieces, the extent growing as they land (copying is set meanwhile);
-    // anything else (24-bit, float or extensible WAV, a WAV with other chunks before the data,
-    // MP3, FLAC, Ogg, AIFF) is imported as mono 16-bit before this returns, channels mixed as
-    // their mean. "Can't read sound file" when neither works. Main thread (or a tool's).
+    // the "copy" queue in pieces; anything else the decoder opens (24-bit, float or extensible
+    // WAV, a WAV with other chunks before the data, MP3, FLAC, Ogg, AIFF) is decoded there into a
+    // mono 16-bit working file, channels mixed as their mean. Either way the extent grows as the
+    // pieces land and copying is set meanwhile (waitForCopy() waits for the end). "Can't read
+    // sound file" when neither can open it. Main thread (or a tool's).
     static std::shared_ptr<WavStream> createFromFile(const std::string &path);
 
     ~WavStream() override;
@@ -109,6 +112,8 @@ private:
     // maxFrames from the frame limit for a file of fileFrames frames; grows the file's ring.
     void applyFrameLimit(std::int64_t fileFrames);
     void startCopy(std::unique_ptr<WavFileOC> source);
+    // Decodes the rest of file on the "copy" queue, in pieces, into the sound file.
+    void startImport(std::shared_ptr<SNDFILE> file, int fileChannels);
     void notifyParentOfGrowth();
     // Writes the sound held to path through a new file beside it; the frame index reached.
     std::optional<std::int64_t> writeTo(const std::string &path);

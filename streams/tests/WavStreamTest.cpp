@@ -210,6 +210,8 @@ TEST(WavStream, importsWhatTheWavReaderRefusesAsMono16Bit)
         }
         auto stream = WavStream::createFromFile(path);
         ASSERT_NE(stream, nullptr);
+        stream->waitForCopy();
+        EXPECT_FALSE(stream->copying);
         EXPECT_EQ(stream->nChannels(), 1);
         EXPECT_EQ(stream->bytesPerSample(), 2);
         EXPECT_EQ(stream->minNominalY, -32768.0);
