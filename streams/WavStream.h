@@ -93,7 +93,8 @@ public:
     // Writes the sound held to saveURL (save) or to path, which becomes saveURL (saveAs). A new
     // file is written beside the target and renamed over it only when complete, so a failure
     // ("Can't save sound file") leaves the existing file as it was. Runs after any copy under
-    // way. Main thread; answers success.
+    // way. save() without a saveURL answers false and shows nothing: the caller asks for a path
+    // and uses saveAs(). Main thread; answers success.
     bool save();
     bool saveAs(const std::string &path);
 
