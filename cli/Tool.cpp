@@ -1,5 +1,6 @@
 #include "cli/Tool.h"
 
+#include "analysis/WavFileOC.h"
 #include "cli/ParallelAnalysis.h"
 #include "options/Messages.h"
 #include "options/OptionsFile.h"
@@ -12,6 +13,7 @@
 #include "streams/WavStream.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
 #include <atomic>
@@ -136,9 +138,22 @@ std::shared_ptr<WavStream> Tool::openSound(const QString &file)
     // Messages come without the file's name: put it in front.
     const MessageHandler previous = setMessageHandler(
         [&file](const QString &, const QString &text) { complain(file + ": " + text); });
-    std::shared_ptr<WavStream> wav =
-        WavStream::createFromFile(QFile::encodeName(file).toStdString());
+    const std::string path = QFile::encodeName(file).toStdString();
+    std::shared_ptr<WavStream> wav = WavStream::createFromFile(path);
     setMessageHandler(previous);
+    // A WAV file cut short is read as far as it goes: say so, since its end is missing.
+    WavFileOC header;
+    if (wav && header.setupFromPath(path)) {
+        const qint64 announced =
+            static_cast<qint64>(header.getHeaderLength()) + header.getFileDataLength();
+        const qint64 present = QFileInfo(file).size();
+        if (present < announced)
+            complain(QStringLiteral("%1: the file ends before the sound its header announces "
+                                    "(%2 of %3 bytes); reading what is there")
+                         .arg(file)
+                         .arg(present)
+                         .arg(announced));
+    }
     return wav;
 }
 

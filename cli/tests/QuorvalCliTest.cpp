@@ -260,13 +260,15 @@ TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
             EXPECT_TRUE(bad.out.isEmpty());
         }
     }
-    // A file cut short is read as far as it goes.
+    // A file cut short is read as far as it goes, with a word about it.
     const Outcome cut = run({"pitches", truncated.fileName()});
     EXPECT_EQ(cut.status, 0) << cut.err.toStdString();
+    EXPECT_TRUE(cut.err.contains("ends before")) << cut.err.toStdString();
     EXPECT_EQ(linesOf(cut.out).size(), (static_cast<int>(kRate) / 2 - 512) / 512);
 
     const Outcome info = run({"info", good});
     ASSERT_EQ(info.status, 0);
+    EXPECT_TRUE(info.err.isEmpty());
     EXPECT_TRUE(info.out.startsWith("Number of channels 1\nBytes per sample 2\nFrame rate 44100"));
 
     EXPECT_EQ(run({"pitches"}).status, 2);
