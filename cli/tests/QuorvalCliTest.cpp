@@ -32,15 +32,17 @@ struct Outcome
     QString err;
 };
 
-// Runs the built tool in its own temporary folder, with the user's configuration folder there.
+// Runs the built tool (or program) in its own temporary folder, with the user's configuration
+// folder there.
 class QuorvalCli : public ::testing::Test
 {
 protected:
-    Outcome run(const QStringList &arguments)
+    Outcome run(const QStringList &arguments,
+                const QString &program = QStringLiteral(QUORVAL_CLI_PATH))
     {
-        QString command = QStringLiteral("cd %1 && XDG_CONFIG_HOME=%2 %3")
-                              .arg(quoted(dir.path()), quoted(dir.filePath("config")),
-                                   quoted(QStringLiteral(QUORVAL_CLI_PATH)));
+        QString command =
+            QStringLiteral("cd %1 && XDG_CONFIG_HOME=%2 %3")
+                .arg(quoted(dir.path()), quoted(dir.filePath("config")), quoted(program));
         for (const QString &argument : arguments)
             command += " " + quoted(argument);
         command += " >" + quoted(dir.filePath("out")) + " 2>" + quoted(dir.filePath("err"));
@@ -109,6 +111,7 @@ TEST_F(QuorvalCli, pitchesAreTheSameOnAnyNumberOfThreadsAndInEveryFormat)
     ASSERT_EQ(one.status, 0) << one.err.toStdString();
     ASSERT_EQ(three.status, 0) << three.err.toStdString();
     EXPECT_EQ(one.out, three.out);
+    EXPECT_TRUE(one.err.isEmpty()) << "no progress lines when stderr is no terminal";
 
     // Whole segments of 1024 frames every 512.
     const QStringList lines = linesOf(one.out);
@@ -146,6 +149,22 @@ TEST_F(QuorvalCli, pitchesAreTheSameOnAnyNumberOfThreadsAndInEveryFormat)
     EXPECT_EQ(segment.value("index").toInt(), fields[0].toInt());
     EXPECT_NEAR(segment.value("pitch").toDouble(), fields[2].toDouble(), 1e-6);
     EXPECT_NEAR(segment.value("deviation_cents").toDouble(), fields[5].toDouble(), 1e-6);
+}
+
+TEST_F(QuorvalCli, showsProgressOnATerminal)
+{
+    if (std::system("command -v script >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "no script(1) to give the tool a terminal";
+    const QString file = wavOf("long.wav", toneAt(69.0, 20.0));
+    // script(1) runs the tool on a pseudo-terminal and copies what it shows into "out".
+    const Outcome shown = run({"-qec",
+                               QStringLiteral("%1 pitches %2 >/dev/null")
+                                   .arg(quoted(QStringLiteral(QUORVAL_CLI_PATH)), quoted(file)),
+                               "/dev/null"},
+                              QStringLiteral("script"));
+    ASSERT_EQ(shown.status, 0) << shown.err.toStdString();
+    EXPECT_TRUE(shown.out.contains("Analysing")) << shown.out.toStdString();
+    EXPECT_TRUE(shown.out.contains("100%")) << shown.out.toStdString();
 }
 
 TEST_F(QuorvalCli, reportsTheNotesPlayedAndTheirDegrees)
