@@ -290,11 +290,13 @@ void WavStream::appendSamples(std::vector<std::int16_t> samples)
 std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
 {
     const std::filesystem::path target(path);
-    const std::string partPath =
-        (target.parent_path() /
-         ("." + target.filename().string() + "." +
-          QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString() + ".part"))
-            .string();
+    // Appended piece by piece: GCC 12 warns falsely about operator+ on a temporary here.
+    std::string partName = ".";
+    partName += target.filename().string();
+    partName += '.';
+    partName += QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString();
+    partName += ".part";
+    const std::string partPath = (target.parent_path() / partName).string();
     const std::optional<std::int64_t> written =
         Quorval::dataQueue().sync([&]() -> std::optional<std::int64_t> {
             WavFileOC out;

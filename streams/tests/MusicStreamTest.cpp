@@ -18,6 +18,7 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -189,11 +190,13 @@ TEST(MusicStream, visibleSegmentsComeFirstAndOneLoopServesEveryRequest)
     const auto wav = soundOf(toneOf(64.0, 1.0));
     auto log = std::make_shared<UnitLog>(true);
     Quorval::setVisibleSegmentSource(std::make_shared<Window>(40, 50));
+    // The calc queue is held until the observer is in place, so the loop that create() starts
+    // cannot compute anything unobserved.
+    std::promise<void> observerSet;
+    Quorval::calcQueue().async([ready = observerSet.get_future().share()] { ready.wait(); });
     auto music = MusicStream::create(wav);
     music->setUnitObserver([log](std::int64_t code) { (*log)(code); });
-    // The loop that create() started may have passed its first unit before the observer came:
-    // a fresh request then holds the next loop at its first unit.
-    music->requestCalculation();
+    observerSet.set_value();
     ASSERT_TRUE(log->waitForUnits(1));
     EXPECT_TRUE(music->isCalculating());
     const int loops = music->calculationLoopsStarted();
