@@ -25,9 +25,10 @@ namespace {
 
 // Frames read from the decoder at a time.
 constexpr sf_count_t kImportPieceFrames = 65536;
-// Copy calls made per visit to the data queue while copying a file in: large enough to keep the
-// copy quick, small enough that display reads get their turn.
-constexpr int kCopyCallsPerVisit = 8;
+// Copying a file in takes the data queue one copy call (at most 32 KB) at a time, so that the
+// calculation's reads of visible segments wait little behind it; the music stream hears of the
+// growth every few calls, which is all its refresh needs.
+constexpr int kCopyCallsPerGrowthNotice = 8;
 
 double nominalLimit(int bytesPerSample)
 {
@@ -138,19 +139,18 @@ void WavStream::startCopy(std::unique_ptr<WavFileOC> source)
     Quorval::copyQueue().async([self, from] {
         int location = 0;
         bool more = true;
-        while (more && !Quorval::isShuttingDown()) {
+        for (int call = 1; more && !Quorval::isShuttingDown(); ++call) {
             more = Quorval::dataQueue().sync([&] {
-                for (int call = 0; call < kCopyCallsPerVisit; ++call) {
-                    const int n = self->wavFile->copyDataFromWavFile(*from, location, location,
-                                                                     WavFileOC::kMaxCopyBytes);
-                    if (n <= 0)
-                        return false;
-                    location += n;
-                    self->maxIndex_D = location / self->bytesPerFrame;
-                }
+                const int n = self->wavFile->copyDataFromWavFile(*from, location, location,
+                                                                 WavFileOC::kMaxCopyBytes);
+                if (n <= 0)
+                    return false;
+                location += n;
+                self->maxIndex_D = location / self->bytesPerFrame;
                 return true;
             });
-            self->notifyParentOfGrowth();
+            if (call % kCopyCallsPerGrowthNotice == 0)
+                self->notifyParentOfGrowth();
         }
         self->copying = false;
         self->notifyParentOfGrowth();
