@@ -82,9 +82,9 @@ protected:
 
 std::vector<double> toneAt(double note, double seconds)
 {
-    testsignals::Tone spec;
-    spec.freqHz = noteToHz(note);
-    return testsignals::tone(spec, static_cast<int>(seconds * kRate));
+    testsignals::Tone shape;
+    shape.freqHz = noteToHz(note);
+    return testsignals::tone(shape, static_cast<int>(seconds * kRate));
 }
 
 std::vector<double> melody(const std::vector<double> &notes, double secondsEach)

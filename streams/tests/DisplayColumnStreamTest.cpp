@@ -28,10 +28,10 @@ constexpr std::int64_t kSpacing = 512; // frames between segments at the default
 
 std::vector<double> toneOf(double note, double amplitude, double seconds)
 {
-    testsignals::Tone spec;
-    spec.freqHz = testsignals::noteToHz(note);
-    spec.amplitude = amplitude;
-    return testsignals::tone(spec, static_cast<int>(seconds * kRate));
+    testsignals::Tone shape;
+    shape.freqHz = testsignals::noteToHz(note);
+    shape.amplitude = amplitude;
+    return testsignals::tone(shape, static_cast<int>(seconds * kRate));
 }
 
 void append(std::vector<double> &to, const std::vector<double> &more)

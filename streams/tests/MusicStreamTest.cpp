@@ -54,9 +54,9 @@ std::shared_ptr<WavStream> soundOf(const std::vector<double> &samples)
 
 std::vector<double> toneOf(double note, double seconds)
 {
-    testsignals::Tone spec;
-    spec.freqHz = noteToHz(note);
-    return testsignals::tone(spec, static_cast<int>(seconds * kRate));
+    testsignals::Tone shape;
+    shape.freqHz = noteToHz(note);
+    return testsignals::tone(shape, static_cast<int>(seconds * kRate));
 }
 
 // Puts an option back to its default when the test ends.

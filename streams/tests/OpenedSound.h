@@ -16,11 +16,11 @@ namespace quorval::test {
 inline std::vector<double> toneAt(double note, double seconds, double vibratoCents = 0.0,
                                   double vibratoHz = 0.0)
 {
-    testsignals::Tone spec;
-    spec.freqHz = testsignals::noteToHz(note);
-    spec.vibratoDepthCents = vibratoCents;
-    spec.vibratoHz = vibratoHz;
-    return testsignals::tone(spec, static_cast<int>(seconds * testsignals::kSampleRate));
+    testsignals::Tone shape;
+    shape.freqHz = testsignals::noteToHz(note);
+    shape.vibratoDepthCents = vibratoCents;
+    shape.vibratoHz = vibratoHz;
+    return testsignals::tone(shape, static_cast<int>(seconds * testsignals::kSampleRate));
 }
 
 // a followed by b.

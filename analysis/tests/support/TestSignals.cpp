@@ -89,22 +89,22 @@ double centsBetween(double freqHz, double referenceHz)
     return 1200.0 * std::log2(freqHz / referenceHz);
 }
 
-std::vector<double> tone(const Tone &spec, int nSamples)
+std::vector<double> tone(const Tone &shape, int nSamples)
 {
     std::vector<double> out(static_cast<std::size_t>(std::max(nSamples, 0)), 0.0);
-    Random random(spec.seed);
+    Random random(shape.seed);
     const double twoPi = 2.0 * std::numbers::pi;
     // The phase of the fundamental, integrated so that vibrato bends it smoothly.
     std::vector<double> phase(out.size());
     double running = 0.0;
     for (std::size_t i = 0; i < out.size(); i++) {
         phase[i] = running;
-        const double t = static_cast<double>(i) / spec.sampleRate;
-        const double cents = spec.vibratoDepthCents * std::sin(twoPi * spec.vibratoHz * t);
-        running += twoPi * detuneHz(spec.freqHz, cents) / spec.sampleRate;
+        const double t = static_cast<double>(i) / shape.sampleRate;
+        const double cents = shape.vibratoDepthCents * std::sin(twoPi * shape.vibratoHz * t);
+        running += twoPi * detuneHz(shape.freqHz, cents) / shape.sampleRate;
     }
-    for (int k = 1; k * spec.freqHz < 0.45 * spec.sampleRate; k++) {
-        const double amplitude = spec.amplitude * partialAmplitude(spec.timbre, k);
+    for (int k = 1; k * shape.freqHz < 0.45 * shape.sampleRate; k++) {
+        const double amplitude = shape.amplitude * partialAmplitude(shape.timbre, k);
         const double offset = twoPi * random.next();
         if (amplitude == 0.0)
             continue;

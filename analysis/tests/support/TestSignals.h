@@ -45,7 +45,7 @@ struct Tone
     std::uint32_t seed = 1;
     double sampleRate = kSampleRate;
 };
-std::vector<double> tone(const Tone &spec, int nSamples);
+std::vector<double> tone(const Tone &shape, int nSamples);
 
 // Harmonic k (1-based) of freqHz with amplitude amplitudes[k - 1], sine phase 0.
 std::vector<double> harmonics(double freqHz, const std::vector<double> &amplitudes, int nSamples,
