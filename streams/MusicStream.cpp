@@ -33,6 +33,16 @@ MusicStream::MusicStream(std::shared_ptr<WavStream> wav)
 {
 }
 
+// Segments computed together by a unit that goes on through the rest of the sound: small enough
+// that visible segments asked for meanwhile wait well under a millisecond.
+constexpr std::int64_t kRestBlockSegments = 16;
+
+struct MusicStream::BlockWork
+{
+    std::weak_ptr<PitchStream> stream; // the pitch stream the scratch was made for
+    std::unique_ptr<PitchStream::Scratch> scratch;
+};
+
 MusicStream::~MusicStream() = default;
 
 std::int64_t MusicStream::minimumIndex_D() const
@@ -339,8 +349,9 @@ std::int64_t MusicStream::unitOfWork()
 
     const std::shared_ptr<VisibleSegmentSource> source = Quorval::visibleSegmentSource();
     const bool copyUnderWay = wavStream->copying;
+    bool fromTheRest = false;
     // One visit to the data queue chooses the segment and reads its samples.
-    return current->computeChosenInBackground([&]() -> std::int64_t {
+    const std::int64_t chosen = current->computeChosenInBackground([&]() -> std::int64_t {
         if (source) {
             const std::int64_t visible = source->nextVisibleSegment_D(*current);
             // Only segments inside the range: a store past its end would move the range.
@@ -349,8 +360,23 @@ std::int64_t MusicStream::unitOfWork()
         }
         if (copyUnderWay)
             return -1;
+        fromTheRest = true;
         return current->nextUncalculatedIndex_D();
     });
+    if (fromTheRest && chosen >= 0)
+        computeBlockAfter(current, chosen + 1);
+    return chosen;
+}
+
+void MusicStream::computeBlockAfter(const std::shared_ptr<PitchStream> &current, std::int64_t first)
+{
+    if (!blockWork || blockWork->stream.lock() != current) {
+        blockWork = std::make_unique<BlockWork>();
+        blockWork->stream = current;
+        blockWork->scratch = current->makeScratch();
+    }
+    (void)current->computeBlockInBackground(first, first + kRestBlockSegments - 1,
+                                            *blockWork->scratch);
 }
 
 void MusicStream::recompute()

@@ -120,7 +120,9 @@ public:
     [[nodiscard]] std::string description() const;
 
     // Diagnostics and tests: called on the crunch queue with each unit's code (a segment index,
-    // -2 for a spectrum refresh, -1 for nothing left), before the loop goes on.
+    // -2 for a spectrum refresh, -1 for nothing left), before the loop goes on. A unit that goes
+    // on through the rest of the sound also computes the block of segments after its own, and is
+    // reported by its first segment.
     void setUnitObserver(std::function<void(std::int64_t)> observer);
     // Calculation loops posted so far.
     [[nodiscard]] int calculationLoopsStarted() const { return loopsStarted; }
@@ -131,11 +133,17 @@ private:
     // One unit of the calculation; crunch queue.
     std::int64_t unitOfWork();
     std::int64_t spectrumStep(PitchStream &pitch);
+    // The segments of the block after `first`, with analysis objects kept for the present pitch
+    // stream: away from the visible ones a unit takes whole blocks, since the hand-overs between
+    // queues cost more than a segment's analysis. Crunch queue.
+    void computeBlockAfter(const std::shared_ptr<PitchStream> &current, std::int64_t first);
     // "View type" is the spectrum; read at most every 30 ms. Crunch queue.
     bool spectrumShown();
     void notifyIdle();
 
-    mutable std::mutex streamsMutex; // guards the three stream pointers
+    struct BlockWork;
+    std::unique_ptr<BlockWork> blockWork; // crunch queue only
+    mutable std::mutex streamsMutex;      // guards the three stream pointers
     std::shared_ptr<PitchStream> pitch;
     std::shared_ptr<GoodnessStream> goodness;
     std::shared_ptr<FFTStream> fft;
