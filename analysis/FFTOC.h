@@ -82,6 +82,15 @@ public:
     static double cModulus(const Complex *c) { return std::sqrt(c->re * c->re + c->im * c->im); }
 
 private:
+    // Bit-reversed load fused with the first two passes (n >= 4, finite values only).
+    void loadWithFirstPasses(const double *x);
+    // The passes after the first `done` ones.
+    void runPasses(int done);
+    // Turns cArray into the n + 1 magnitudes of result.
+    void unpack();
+    // Whether every value of result is finite.
+    [[nodiscard]] bool allFinite() const;
+
     int n = 0;
     int logN = 0;
     std::vector<double> result;         // n + 1 magnitudes of the last transform
