@@ -2,6 +2,7 @@
 
 #include "analysis/Check.h"
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -51,6 +52,7 @@ bool PeakDataSetOC::setupWithN(int N, const double *data, double threshold, doub
     xVals.assign(room, 0.0);
     yVals.assign(room, 0.0);
     harmonicVals.assign(room, 0.0);
+    harmonicInts.assign(room, 0);
     weightVals.assign(room, 0.0);
     scoreVals.assign(room, 0.0);
     fftData = data;
@@ -324,14 +326,20 @@ double PeakDataSetOC::computeGoodnessForFreq(double freq)
     const double inverse = 1.0 / freq;
     for (std::size_t i = 0; i < n; i++)
         harmonic[i] = x[i] * inverse + 0.5;
+    std::int32_t *harmonicInt = harmonicInts.data();
+    bool doubt = false;
     for (std::size_t i = 0; i < n; i++) {
         const double estimate = harmonic[i];
         // Truncation is floor for 0 <= estimate < 1e6, and cheaper.
         const bool small = estimate >= 0.0 && estimate < 1e6;
-        double h = small ? static_cast<double>(static_cast<std::int32_t>(estimate)) : 0.0;
+        const std::int32_t truncated = small ? static_cast<std::int32_t>(estimate) : 0;
+        double h = static_cast<double>(truncated);
         const double fraction = estimate - h;
-        if (!(small && fraction > 1e-9 && fraction < 1.0 - 1e-9))
+        if (!(small && fraction > 1e-9 && fraction < 1.0 - 1e-9)) {
             h = std::floor(x[i] / freq + 0.5);
+            doubt = true;
+        }
+        harmonicInt[i] = truncated;
         harmonic[i] = h;
         weight[i] = x[i] - h * freq;
     }
@@ -360,6 +368,43 @@ double PeakDataSetOC::computeGoodnessForFreq(double freq)
     // addSumsByHarmonic(), so the result is the same to the last bit.
     double allScore = 0.0;
     double harmonicScore = 0.0;
+    if (!doubt) {
+        // Every harmonic number is its integer truncation. A group's best peak adds
+        // bestHeight × (bestWeight − base), the very product that is its score, so a group adds
+        // its greatest score: a running maximum, which also runs through harmonic 0, whose group
+        // is never added. Which way the tests go is as good as random, so the scan computes
+        // rather than branches: a skipped term becomes an added ±0 (a finite score times 0),
+        // which changes no sum here (a sum started at +0 is never -0). The maximum is the one
+        // chain from peak to peak, so it is kept to an add and a max: -inf added at a group
+        // change forgets the old best.
+        const std::uint64_t minusInfinity =
+            std::bit_cast<std::uint64_t>(-std::numeric_limits<double>::infinity());
+        std::int32_t group = 0;
+        double groupBest = kNone;
+        bool finite = true;
+        for (std::size_t i = 0; i < n; i++) {
+            const std::int32_t h = harmonicInt[i];
+            const bool change = h != group;
+            harmonicScore += groupBest * static_cast<double>(change && group != 0);
+            group = h;
+            const double kept =
+                groupBest + std::bit_cast<double>(minusInfinity & (std::uint64_t{0} - change));
+            const double s = score[i];
+            finite &= (s > kNone) & (s < std::numeric_limits<double>::infinity());
+            groupBest = s > kept ? s : kept;
+            allScore += s * static_cast<double>(h >= 1);
+        }
+        if (group != 0)
+            harmonicScore += groupBest;
+        // A score that is not finite (an undefined one would have taken a stale best): scan
+        // again the plain way.
+        if (finite)
+            return finishGoodness(allScore, harmonicScore, base, freq);
+        allScore = 0.0;
+        harmonicScore = 0.0;
+    }
+    // Harmonic numbers in doubt or undefined scores: the scan as the two passes describe it,
+    // where a group with no scored peak adds the stale best of an earlier one.
     double group = 0.0;
     double bestHeight = 0.0;
     double bestWeight = 0.0;
@@ -383,7 +428,12 @@ double PeakDataSetOC::computeGoodnessForFreq(double freq)
     }
     if (group != 0.0)
         harmonicScore += bestHeight * (bestWeight - base);
+    return finishGoodness(allScore, harmonicScore, base, freq);
+}
 
+double PeakDataSetOC::finishGoodness(double allScore, double harmonicScore, double base,
+                                     double freq) const
+{
     if (totalHeight == 0.0)
         return 0.0;
     const double g1 = allScore / (1.0 - base);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -87,6 +88,9 @@ public:
 private:
     void recordPeak(int index);
     [[nodiscard]] double meanSpacing(int count) const;
+    // Goodness from the two scores of freq and its Lorentz base, with the cached totals.
+    [[nodiscard]] double finishGoodness(double allScore, double harmonicScore, double base,
+                                        double freq) const;
 
     std::vector<double> indexVals; // bin of each peak, rising
     std::vector<double> xVals;     // interpolated frequency, Hz
@@ -104,6 +108,7 @@ private:
     // Scratch of computeGoodnessForFreq: harmonic number, Lorentz weight and weighted height
     // of each peak.
     std::vector<double> harmonicVals;
+    std::vector<std::int32_t> harmonicInts; // the same as integers, when no quotient was needed
     std::vector<double> weightVals;
     std::vector<double> scoreVals;
     // Sums over the peaks that no fundamental changes, kept from one goodness to the next.
