@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <numbers>
 
@@ -16,6 +18,9 @@ namespace quorval {
 namespace {
 
 std::atomic<int> pitchResultCount{0};
+
+constexpr std::uint64_t kExponentBits = 0x7ff0000000000000;
+constexpr std::uint64_t kExponentOne = 0x0010000000000000;
 
 } // namespace
 
@@ -88,9 +93,12 @@ void PitchResultOC::compute()
 {
     // A transform resized since set-up would read past the samples.
     QUORVAL_CHECK(fft != nullptr && fft->getN() == nFreqs);
-    bool finite = true;
+    // A sample is infinite or NaN when its exponent bits are all ones: adding one to the exponent
+    // then carries into the top bit. Integer arithmetic, so that the loop vectorises.
+    std::uint64_t carries = 0;
     for (double s : samples)
-        finite &= std::abs(s) <= std::numeric_limits<double>::max();
+        carries |= (std::bit_cast<std::uint64_t>(s) & kExponentBits) + kExponentOne;
+    const bool finite = (carries >> 63) == 0;
 
     hammingTransform();
     fft->compute(samples.data());
