@@ -86,6 +86,8 @@ private:
     void loadWithFirstPasses(const double *x);
     // The passes after the first `done` ones.
     void runPasses(int done);
+    // The same in paired form (finite values only).
+    void runPairedPasses(int done);
     // Turns cArray into the n + 1 magnitudes of result.
     void unpack();
     // Whether every value of result is finite.
@@ -98,6 +100,7 @@ private:
     std::vector<std::int32_t> scramble; // bit-reversal permutation
     std::vector<Complex> cWs;           // twiddle factors e^(−2πik/n), n/2 used
     std::vector<Complex> cWrs;          // unpacking factors −i·e^(−iπk/n)
+    std::vector<double> wPairs;         // cWs as (re, re, −im, im), n/2 used
 };
 
 } // namespace quorval
