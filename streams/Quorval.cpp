@@ -35,6 +35,9 @@ enum QueueIndex
     kQueueCount
 };
 
+// Copying a sound in is background work: it yields to the calculation of what is on screen.
+constexpr int kCopyNiceness = 10;
+
 struct Queues
 {
     std::array<std::unique_ptr<SerialQueue>, kQueueCount> queues;
@@ -44,8 +47,8 @@ struct Queues
         const std::array<const char *, kQueueCount> names = {"data", "calc",    "crunch",
                                                              "copy", "display", "realtime"};
         for (int i = 0; i < kQueueCount; ++i)
-            queues[i] =
-                std::make_unique<SerialQueue>(std::string(Quorval::kQueuePrefix) + names[i]);
+            queues[i] = std::make_unique<SerialQueue>(std::string(Quorval::kQueuePrefix) + names[i],
+                                                      i == kCopy ? kCopyNiceness : 0);
     }
 
     // Producers first, so that what they post while finishing still reaches a live consumer.

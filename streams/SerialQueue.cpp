@@ -1,5 +1,8 @@
 #include "streams/SerialQueue.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 namespace quorval {
 
 namespace {
@@ -7,9 +10,9 @@ namespace {
 thread_local const SerialQueue *currentQueue = nullptr;
 } // namespace
 
-SerialQueue::SerialQueue(std::string label) : labelText(std::move(label))
+SerialQueue::SerialQueue(std::string label, int niceness) : labelText(std::move(label))
 {
-    worker = std::thread([this] { run(); });
+    worker = std::thread([this, niceness] { run(niceness); });
 }
 
 SerialQueue::~SerialQueue()
@@ -69,9 +72,12 @@ void SerialQueue::stop()
         worker.join();
 }
 
-void SerialQueue::run()
+void SerialQueue::run(int niceness)
 {
     currentQueue = this;
+    // On Linux a thread's nice value is its own; failure leaves it at the normal priority.
+    if (niceness > 0)
+        (void)setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), niceness);
     for (;;) {
         std::function<void()> item;
         {

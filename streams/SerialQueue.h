@@ -26,7 +26,9 @@ namespace quorval {
 class SerialQueue
 {
 public:
-    explicit SerialQueue(std::string label);
+    // niceness > 0 runs the worker below the other threads' priority (as the system's nice
+    // value does for a process), for background work that must not crowd out the display's.
+    explicit SerialQueue(std::string label, int niceness = 0);
     ~SerialQueue();
     SerialQueue(const SerialQueue &) = delete;
     SerialQueue &operator=(const SerialQueue &) = delete;
@@ -56,7 +58,7 @@ public:
     void stop();
 
 private:
-    void run();
+    void run(int niceness);
     void runAndWait(const std::function<void()> &work);
 
     std::string labelText;
