@@ -30,6 +30,20 @@ function(quorval_test name)
         PROPERTIES ${ARG_PROPERTIES})
 endfunction()
 
+# quorval_qt_test(name SOURCES ... LINKS ...): like quorval_test, but with the test main of
+# options/ (options_testmain) that makes a QCoreApplication and points the per-user store at a
+# temporary directory.
+function(quorval_qt_test name)
+    if(NOT QUORVAL_TESTS)
+        return()
+    endif()
+    cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LINKS} options_testmain GTest::gtest
+        quorval_warnings)
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60)
+endfunction()
+
 # quorval_benchmark(name SOURCES ... LINKS ...): a Google Benchmark executable.
 function(quorval_benchmark name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LINKS" ${ARGN})
