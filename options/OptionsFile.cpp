@@ -28,6 +28,19 @@ bool writeFailed(const QString &reason)
     return false;
 }
 
+// Imports the dictionary of the file at path; shows failureText when it is missing or no
+// dictionary.
+bool importFile(Parameters &parameters, const QString &path, const QString &failureText)
+{
+    const std::optional<QVariantMap> dictionary = PropertyList::readDictionaryFile(path);
+    if (!dictionary) {
+        showMessage(kErrorTitle, failureText);
+        return false;
+    }
+    parameters.importOptions(*dictionary);
+    return true;
+}
+
 } // namespace
 
 bool writeOptions(const Parameters &parameters, const QString &path)
@@ -45,25 +58,12 @@ bool writeOptions(const Parameters &parameters, const QString &path)
 
 bool readOptions(Parameters &parameters, const QString &path)
 {
-    const std::optional<QVariantMap> dictionary = PropertyList::readDictionaryFile(path);
-    if (!dictionary) {
-        showMessage(kErrorTitle, QStringLiteral("Can't import options"));
-        return false;
-    }
-    parameters.importOptions(*dictionary);
-    return true;
+    return importFile(parameters, path, QStringLiteral("Can't import options"));
 }
 
 bool defaultOptions(Parameters &parameters, const QString &path)
 {
-    const std::optional<QVariantMap> dictionary =
-        QFileInfo::exists(path) ? PropertyList::readDictionaryFile(path) : std::nullopt;
-    if (!dictionary) {
-        showMessage(kErrorTitle, QStringLiteral("Can't import default options"));
-        return false;
-    }
-    parameters.importOptions(*dictionary);
-    return true;
+    return importFile(parameters, path, QStringLiteral("Can't import default options"));
 }
 
 QStringList earlierPreferencesFolders()
