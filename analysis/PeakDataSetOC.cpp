@@ -60,7 +60,6 @@ bool PeakDataSetOC::setupWithN(int N, const double *data, double threshold, doub
     fftScale = scale;
     lowFreq = low;
     threshIncrement = increment;
-    dbLimit = kDbLimit;
     nPeaks = 0;
     highestXs[0] = highestXs[1] = -1.0;
     highestYs[0] = highestYs[1] = kNone;
@@ -202,7 +201,7 @@ void PeakDataSetOC::shiftUp()
     highestYs[0] = highestYs[1] = kNone;
     for (int i = 0; i < nPeaks; i++) {
         const auto at = static_cast<std::size_t>(i);
-        const double y = yVals[at] - dbLimit;
+        const double y = yVals[at] - kDbLimit;
         yVals[at] = y;
         if (y > highestYs[0]) {
             highestXs[1] = highestXs[0];

@@ -102,7 +102,6 @@ private:
     double fftScale = 0.0;
     double lowFreq = 0.0;
     double threshIncrement = 0.0;
-    double dbLimit = kDbLimit;
     double highestXs[2] = {-1.0, -1.0};
     double highestYs[2] = {0.0, 0.0};
     // Scratch of computeGoodnessForFreq: harmonic number, Lorentz weight and weighted height

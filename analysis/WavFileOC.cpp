@@ -374,10 +374,7 @@ bool WavFileOC::putSamples(const std::int16_t *samples, int size, int byteLoc)
 bool WavFileOC::putFloats(const float *floats, int size, int byteLoc)
 {
     QUORVAL_CHECK(size >= 0 && byteLoc >= 0);
-    if (size != sampleDataSize) {
-        sampleData.assign(static_cast<std::size_t>(size), 0);
-        sampleDataSize = size;
-    }
+    sampleData.resize(static_cast<std::size_t>(size));
     constexpr double kLow = std::numeric_limits<std::int32_t>::min();
     constexpr double kHigh = std::numeric_limits<std::int32_t>::max();
     for (int i = 0; i < size; i++) {

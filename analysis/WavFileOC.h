@@ -185,8 +185,7 @@ private:
     int maxDataBytes = 0;
     FileHandle readHandle;
     FileHandle writeHandle;
-    std::vector<std::int16_t> sampleData;
-    int sampleDataSize = 0;
+    std::vector<std::int16_t> sampleData; // putFloats' converted samples
 
     // The header being assembled by outputInt/outputShort, and its cursor.
     unsigned char header[kHeaderLength] = {};
