@@ -1,15 +1,16 @@
 #include "analysis/FFTOC.h"
 
 #include "analysis/VolumeResultOC.h"
+#include "analysis/tests/support/TestSignals.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <numbers>
-#include <random>
 #include <vector>
 
 namespace quorval {
@@ -44,17 +45,13 @@ std::vector<double> naiveMagnitudes(const std::vector<double> &x)
 
 TEST(FFTOC, matchesNaiveDftForEverySizeOnSeededNoise)
 {
-    std::mt19937_64 generator(20240611);
-    std::uniform_real_distribution<double> noise(-1.0, 1.0);
     for (int logN = 0; logN <= 12; logN++) {
         SCOPED_TRACE(logN);
         FFTOC fft;
         ASSERT_TRUE(fft.setupWithLogN(logN));
         const int n = 1 << logN;
         ASSERT_EQ(fft.getN(), n);
-        std::vector<double> x(static_cast<std::size_t>(2 * n));
-        for (double &value : x)
-            value = noise(generator);
+        const std::vector<double> x = testsignals::whiteNoise(1.0, 2 * n, 20240611u + logN);
         fft.compute(x.data());
         const std::vector<double> reference = naiveMagnitudes(x);
         const double scale = *std::max_element(reference.begin(), reference.end());
@@ -116,8 +113,7 @@ std::vector<double> plainMagnitudes(const std::vector<double> &x, int logN)
 
 TEST(FFTOC, equalsThePlainTransformToTheLastBitWithNonFiniteAndHugeValues)
 {
-    std::mt19937_64 generator(99);
-    std::uniform_real_distribution<double> noise(-30000.0, 30000.0);
+    std::uint32_t seed = 99;
     const double specials[] = {0.0,
                                std::numeric_limits<double>::infinity(),
                                -std::numeric_limits<double>::infinity(),
@@ -130,9 +126,8 @@ TEST(FFTOC, equalsThePlainTransformToTheLastBitWithNonFiniteAndHugeValues)
         const std::size_t size = std::size_t{2} << logN;
         for (const double special : specials) {
             SCOPED_TRACE(testing::Message() << "logN " << logN << " value " << special);
-            std::vector<double> x(size);
-            for (double &value : x)
-                value = noise(generator);
+            std::vector<double> x =
+                testsignals::whiteNoise(30000.0, static_cast<int>(size), seed++);
             // Zeros in places meet the signs of zero the quick passes leave out.
             for (std::size_t i = 0; i < size; i += 3)
                 x[i] = special == 0.0 ? special : x[i];
@@ -204,11 +199,7 @@ TEST(FFTOC, repeatedTransformsGiveTheSameResult)
 {
     FFTOC fft;
     ASSERT_TRUE(fft.setupWithLogN(6));
-    std::mt19937 generator(7);
-    std::normal_distribution<double> noise;
-    std::vector<double> x(128);
-    for (double &value : x)
-        value = noise(generator);
+    const std::vector<double> x = testsignals::whiteNoise(1.0, 128, 7);
     fft.compute(x.data());
     const std::vector<double> first(fft.getResult(), fft.getResult() + 65);
     std::vector<double> other(128, 0.25);
