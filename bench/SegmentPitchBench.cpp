@@ -133,11 +133,11 @@ void segmentPitch(benchmark::State &state, Sound sound, bool readFile)
         if (readFile) {
             const bool read =
                 pitch.setupFromWavFile(setup.wav, 2 * start, setup.fft, &setup.peaks, 2,
-                                       setup.freqMin, setup.freqMax, 0.9, -102.35019852575361);
+                                       setup.freqMin, setup.freqMax, 0.9, PeakDataSetOC::kDbLimit);
             benchmark::DoNotOptimize(read);
         } else {
             pitch.setupWithSamples(setup.samples.data() + start, setup.fft, &setup.peaks, 2,
-                                   setup.freqMin, setup.freqMax, 0.9, -102.35019852575361);
+                                   setup.freqMin, setup.freqMax, 0.9, PeakDataSetOC::kDbLimit);
         }
         pitch.compute();
         benchmark::DoNotOptimize(pitch.getFreq());

@@ -34,7 +34,7 @@ struct Settings
     double freqMax = 440.0 * std::exp((kHighestNote + kExtension - 69.0) * kSemitone);
     double lowFreq = 440.0 * std::exp2((kLowestNote - kExtension - 69.0) / 12.0);
     double goodnessThreshold = 0.9;
-    double dbLimit = -102.35019852575361;
+    double dbLimit = PeakDataSetOC::kDbLimit;
 };
 
 // One transform and one peak set, reused segment after segment as a pitch stream does.
