@@ -1,4 +1,5 @@
 #include "analysis/tests/support/TestSignals.h"
+#include "streams/tests/Tones.h"
 
 #include <QByteArray>
 #include <QDir>
@@ -21,6 +22,7 @@
 namespace quorval {
 namespace {
 
+using test::toneAt;
 using testsignals::noteToHz;
 
 constexpr double kRate = testsignals::kSampleRate;
@@ -79,13 +81,6 @@ protected:
 
     QTemporaryDir dir;
 };
-
-std::vector<double> toneAt(double note, double seconds)
-{
-    testsignals::Tone shape;
-    shape.freqHz = noteToHz(note);
-    return testsignals::tone(shape, static_cast<int>(seconds * kRate));
-}
 
 std::vector<double> melody(const std::vector<double> &notes, double secondsEach)
 {

@@ -7,6 +7,7 @@
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 #include "streams/tests/RecordedSound.h"
+#include "streams/tests/Tones.h"
 
 #include <gtest/gtest.h>
 
@@ -25,14 +26,6 @@ using namespace std::chrono_literals;
 
 constexpr double kRate = 44100.0;
 constexpr std::int64_t kSpacing = 512; // frames between segments at the default options
-
-std::vector<double> toneOf(double note, double amplitude, double seconds)
-{
-    testsignals::Tone shape;
-    shape.freqHz = testsignals::noteToHz(note);
-    shape.amplitude = amplitude;
-    return testsignals::tone(shape, static_cast<int>(seconds * kRate));
-}
 
 void append(std::vector<double> &to, const std::vector<double> &more)
 {
@@ -125,9 +118,9 @@ TEST(DisplayColumnLayout, placesTheMiddleInItsSegmentAndTheEdgesInTheSound)
 
 TEST(DisplayColumnStream, fillMeasuresEveryColumnOfAGeneratedSound)
 {
-    std::vector<double> samples = toneOf(60.3, 8000.0, 1.0);
+    std::vector<double> samples = test::toneAt(60.3, 1.0, {.amplitude = 8000.0});
     append(samples, testsignals::silence(static_cast<int>(0.5 * kRate)));
-    append(samples, toneOf(71.8, 3000.0, 1.0));
+    append(samples, test::toneAt(71.8, 1.0, {.amplitude = 3000.0}));
     const Analysed sound(test::toPCM(samples));
     const std::vector<MusicStream::SegmentValue> segments = sound.music->segmentValues();
     const auto frames = static_cast<std::int64_t>(sound.pcm.size());
@@ -251,7 +244,7 @@ TEST(DisplayColumnStream, referenceVolumeIsTheLoudestTenthOfTheGoodness)
 
 TEST(DisplayColumnStream, columnsWithoutAPitchBorrowTheNearestWithinFourSegments)
 {
-    const Analysed sound(test::toPCM(toneOf(57.0, 8000.0, 1.5)));
+    const Analysed sound(test::toPCM(test::toneAt(57.0, 1.5, {.amplitude = 8000.0})));
     for (std::int64_t i = 0; i <= 80; ++i)
         sound.setSegment(i, -1.0, 0.0);
     sound.setSegment(29, 61.0, 500.0); // one away on either side of 30
@@ -311,7 +304,7 @@ TEST(DisplayColumnStream, columnsWithoutAPitchBorrowTheNearestWithinFourSegments
 
 TEST(DisplayColumnStream, colorsShowDeviationAndGoodnessAndFollowRecolorAndInvalidate)
 {
-    const Analysed sound(test::toPCM(toneOf(57.0, 8000.0, 1.0)));
+    const Analysed sound(test::toPCM(test::toneAt(57.0, 1.0, {.amplitude = 8000.0})));
     sound.setSegment(10, 68.9, 1000.0); // 0.1 flat
     sound.setSegment(11, 62.25, 1000.0);
     sound.setSegment(12, 63.75, 1000.0);
@@ -387,8 +380,8 @@ bool sameValues(const ColumnValues &a, const ColumnValues &b)
 
 TEST(DisplayColumnStream, scrollingAndResegmentingReaimTheColumns)
 {
-    std::vector<double> samples = toneOf(60.0, 8000.0, 1.5);
-    append(samples, toneOf(64.0, 4000.0, 1.5));
+    std::vector<double> samples = test::toneAt(60.0, 1.5, {.amplitude = 8000.0});
+    append(samples, test::toneAt(64.0, 1.5, {.amplitude = 4000.0}));
     const Analysed sound(test::toPCM(samples));
     const auto stream = DisplayColumnStream::create(sound.music, 100, 1.0, plainSettings(100.0));
 
@@ -457,7 +450,7 @@ struct VisibleSourceReset
 
 TEST(DisplayColumnStream, theCalculationComputesTheVisibleColumnsFirst)
 {
-    const Analysed sound(test::toPCM(toneOf(62.0, 8000.0, 8.0)));
+    const Analysed sound(test::toPCM(test::toneAt(62.0, 8.0, {.amplitude = 8000.0})));
     VisibleSourceReset reset;
     // 10 ms columns from 5 s to 6 s.
     const auto stream = DisplayColumnStream::create(sound.music, 100, 1.0, plainSettings(100.0));

@@ -7,6 +7,7 @@
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 #include "streams/tests/SoundFiles.h"
+#include "streams/tests/Tones.h"
 #include "streams/tests/Wait.h"
 
 #include <QDir>
@@ -50,13 +51,6 @@ std::shared_ptr<WavStream> soundOf(const std::vector<double> &samples)
     });
     wav->modified = false; // leave no unsaved recording behind in the temporary folder
     return wav;
-}
-
-std::vector<double> toneOf(double note, double seconds)
-{
-    testsignals::Tone shape;
-    shape.freqHz = noteToHz(note);
-    return testsignals::tone(shape, static_cast<int>(seconds * kRate));
 }
 
 // Puts an option back to its default when the test ends.
@@ -106,10 +100,10 @@ TEST(MusicStream, segmentationFollowsTheOptions)
 
 TEST(MusicStream, computesEverySegmentOfASoundInTheBackground)
 {
-    std::vector<double> samples = toneOf(60.3, 1.0);
+    std::vector<double> samples = test::toneAt(60.3, 1.0);
     const std::vector<double> quiet = testsignals::silence(static_cast<int>(0.5 * kRate));
     samples.insert(samples.end(), quiet.begin(), quiet.end());
-    const std::vector<double> second = toneOf(72.0 - 0.2, 1.0);
+    const std::vector<double> second = test::toneAt(72.0 - 0.2, 1.0);
     samples.insert(samples.end(), second.begin(), second.end());
 
     auto music = MusicStream::create(soundOf(samples));
@@ -187,7 +181,7 @@ private:
 
 TEST(MusicStream, visibleSegmentsComeFirstAndOneLoopServesEveryRequest)
 {
-    const auto wav = soundOf(toneOf(64.0, 1.0));
+    const auto wav = soundOf(test::toneAt(64.0, 1.0));
     auto log = std::make_shared<UnitLog>(true);
     Quorval::setVisibleSegmentSource(std::make_shared<Window>(40, 50));
     // The calc queue is held until the observer is in place, so the loop that create() starts
@@ -229,7 +223,7 @@ TEST(MusicStream, growsWithARecordingWhileCalculating)
     ASSERT_NE(wav, nullptr);
     auto music = MusicStream::create(wav);
     EXPECT_EQ(music->pitchStream()->maximumIndex(), 0);
-    const std::vector<std::int16_t> pcm = toPCM(toneOf(57.0, 2.0));
+    const std::vector<std::int16_t> pcm = toPCM(test::toneAt(57.0, 2.0));
 
     Quorval::recording = true;
     Quorval::realtimeQueue().sync([&] {
@@ -256,7 +250,7 @@ TEST(MusicStream, optionChangesResegmentAndRecompute)
     Parameters &options = Parameters::shared();
     OptionGuard response(options.response);
     OptionGuard highest(options.highestNote);
-    auto music = MusicStream::create(soundOf(toneOf(62.0, 1.0)));
+    auto music = MusicStream::create(soundOf(test::toneAt(62.0, 1.0)));
     Quorval::setMusicStream(music);
     ASSERT_TRUE(music->waitUntilCalculated(60s));
     const auto firstPitch = music->pitchStream();
@@ -286,7 +280,7 @@ TEST(MusicStream, spectrumViewShowsTheSegmentUnderTheNeedle)
     ASSERT_TRUE(Parameters::shared().setViewType("Spectrum"));
     const double note = 64.0;
     Quorval::needleTime = 0.5;
-    auto music = MusicStream::create(soundOf(toneOf(note, 1.0)));
+    auto music = MusicStream::create(soundOf(test::toneAt(note, 1.0)));
     ASSERT_TRUE(music->waitUntilCalculated(60s));
     // The loop may have finished before it saw the view type: one more pass takes it up.
     ASSERT_TRUE(test::waitUntil([&] {
@@ -329,7 +323,7 @@ TEST(MusicStream, viewsByLetterAndShortSounds)
 
 TEST(PitchStream, edgeOperations)
 {
-    auto wav = soundOf(toneOf(69.0, 0.2)); // 8820 frames: segments 0 .. 16 start inside
+    auto wav = soundOf(test::toneAt(69.0, 0.2)); // 8820 frames: segments 0 .. 16 start inside
     auto music = MusicStream::create(wav);
     ASSERT_TRUE(music->waitUntilCalculated(60s));
     auto pitch = music->pitchStream();
@@ -367,7 +361,7 @@ TEST(MusicStream, mp3PitchTrackLinesUpWithTheWavItWasMadeFrom)
 {
     const int rate = 44100;
     std::vector<float> samples(static_cast<std::size_t>(rate), 0.0f); // 1 s of silence
-    for (double v : toneOf(67.0, 1.0))
+    for (double v : test::toneAt(67.0, 1.0))
         samples.push_back(static_cast<float>(v / 32768.0));
     QTemporaryDir dir;
     const std::string wavPath = QDir(dir.path()).filePath("a.wav").toStdString();

@@ -28,8 +28,9 @@ std::vector<double> melodyOf(const std::vector<Played> &played)
 {
     std::vector<double> samples;
     for (const Played &p : played) {
-        samples = joined(samples, toneAt(p.note + p.cents / 100.0, p.seconds, p.vibratoCents,
-                                         p.vibratoCents > 0.0 ? 6.0 : 0.0));
+        samples = joined(samples, toneAt(p.note + p.cents / 100.0, p.seconds,
+                                         {.vibratoHz = p.vibratoCents > 0.0 ? 6.0 : 0.0,
+                                          .vibratoDepthCents = p.vibratoCents}));
         samples = joined(samples, testsignals::silence(static_cast<int>(0.05 * 44100)));
     }
     return samples;

@@ -3,6 +3,7 @@
 #include "analysis/tests/support/TestSignals.h"
 #include "streams/MusicStream.h"
 #include "streams/WavStream.h"
+#include "streams/tests/Tones.h"
 
 #include <gtest/gtest.h>
 
@@ -11,24 +12,6 @@
 #include <vector>
 
 namespace quorval::test {
-
-// A harmonic tone (the test signals' default timbre) at a note number, seconds long.
-inline std::vector<double> toneAt(double note, double seconds, double vibratoCents = 0.0,
-                                  double vibratoHz = 0.0)
-{
-    testsignals::Tone shape;
-    shape.freqHz = testsignals::noteToHz(note);
-    shape.vibratoDepthCents = vibratoCents;
-    shape.vibratoHz = vibratoHz;
-    return testsignals::tone(shape, static_cast<int>(seconds * testsignals::kSampleRate));
-}
-
-// a followed by b.
-inline std::vector<double> joined(std::vector<double> a, const std::vector<double> &b)
-{
-    a.insert(a.end(), b.begin(), b.end());
-    return a;
-}
 
 // A sound opened from a WAV file, as the window opens one, with every pitch calculated.
 class OpenedSound
