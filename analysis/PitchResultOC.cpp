@@ -106,11 +106,8 @@ void PitchResultOC::compute()
     // converting it in place is what the peak set, set up on the same array, reads.
     fftResult = const_cast<double *>(fft->getResult());
     convertToDecibelsAndLimit();
-    if (peakData == nullptr)
-        return;
-    freq = 0.0;
-    goodness = 0.0;
-    if (!finite)
+    // freq and goodness stay at the 0 of set-up unless the search finds better.
+    if (peakData == nullptr || !finite)
         return;
     peakData->peaksForDensity();
     lastGoodnessFreq = std::numeric_limits<double>::quiet_NaN();
