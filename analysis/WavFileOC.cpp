@@ -352,16 +352,20 @@ int WavFileOC::copyDataFromWavFile(const WavFileOC &source, int fromByteLoc, int
 
 // ---- Writing
 
-bool WavFileOC::writeRing(const unsigned char *bytes, std::int64_t count, int byteLoc)
+std::int64_t WavFileOC::ringFirstPiece(int byteLoc, std::int64_t count) const
 {
     QUORVAL_CHECK(byteLoc >= 0 && count >= 0);
-    const std::int64_t start = std::int64_t{headerLength} + byteLoc;
     if (byteLoc + count <= maxDataBytes)
-        return writeHandle.writeAt(start, bytes, count);
+        return count;
     QUORVAL_CHECK(byteLoc <= maxDataBytes);
-    const std::int64_t first = maxDataBytes - byteLoc;
-    return writeHandle.writeAt(start, bytes, first) &&
-           writeHandle.writeAt(headerLength, bytes + first, count - first);
+    return maxDataBytes - byteLoc;
+}
+
+bool WavFileOC::writeRing(const unsigned char *bytes, std::int64_t count, int byteLoc)
+{
+    const std::int64_t first = ringFirstPiece(byteLoc, count);
+    return writeHandle.writeAt(std::int64_t{headerLength} + byteLoc, bytes, first) &&
+           (first == count || writeHandle.writeAt(headerLength, bytes + first, count - first));
 }
 
 bool WavFileOC::putSamples(const std::int16_t *samples, int size, int byteLoc)
@@ -461,13 +465,11 @@ bool WavFileOC::getSamples(double *out, int byteLoc, int nFrames)
         return true;
     }
     const std::int64_t frameBytes = std::int64_t{nChannels} * bytesPerSample;
-    const std::int64_t bytes = frameBytes * nFrames;
     const std::int64_t start = std::int64_t{headerLength} + byteLoc;
-    if (byteLoc + bytes <= maxDataBytes)
+    // A frame cut by the ring's end is not read; the rest starts whole at the first data byte.
+    const std::int64_t firstFrames = ringFirstPiece(byteLoc, frameBytes * nFrames) / frameBytes;
+    if (firstFrames == nFrames)
         return readFrames(start, nFrames, out);
-    QUORVAL_CHECK(byteLoc <= maxDataBytes);
-    const std::int64_t firstBytes = maxDataBytes - byteLoc;
-    const std::int64_t firstFrames = firstBytes / bytesPerSample / nChannels;
     const bool firstOk = readFrames(start, firstFrames, out);
     const bool restOk = readFrames(headerLength, nFrames - firstFrames, out + firstFrames);
     return firstOk && restOk;
@@ -531,16 +533,10 @@ void WavFileOC::getVolume(int byteLoc, int nFrames, VolumeResultOC &result)
         return;
     const std::int64_t samples = std::int64_t{nChannels} * nFrames;
     const std::int64_t bytes = samples * bytesPerSample;
-    const std::int64_t start = std::int64_t{headerLength} + byteLoc;
+    const std::int64_t first = ringFirstPiece(byteLoc, bytes);
     double sum = 0.0;
-    if (byteLoc + bytes <= maxDataBytes) {
-        (void)addSquares(start, bytes, result, sum);
-    } else {
-        QUORVAL_CHECK(byteLoc <= maxDataBytes);
-        const std::int64_t firstBytes = maxDataBytes - byteLoc;
-        (void)addSquares(start, firstBytes, result, sum);
-        (void)addSquares(headerLength, bytes - firstBytes, result, sum);
-    }
+    (void)addSquares(std::int64_t{headerLength} + byteLoc, first, result, sum);
+    (void)addSquares(headerLength, bytes - first, result, sum); // nothing unless it wraps
     result.setRMS(std::sqrt(sum / static_cast<double>(samples)));
 }
 

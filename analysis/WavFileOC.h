@@ -172,6 +172,9 @@ private:
     // Adds the squares of the samples of count bytes at fileOffset to sum, updating result.
     [[nodiscard]] bool addSquares(std::int64_t fileOffset, std::int64_t count,
                                   VolumeResultOC &result, double &sum);
+    // The bytes of count bytes at byteLoc that lie before the ring's end: count, or less when
+    // they wrap and the rest continues at the first data byte.
+    [[nodiscard]] std::int64_t ringFirstPiece(int byteLoc, std::int64_t count) const;
     [[nodiscard]] bool writeRing(const unsigned char *bytes, std::int64_t count, int byteLoc);
     unsigned char *scratchBytes();
 
