@@ -2,6 +2,7 @@
 
 #include "analysis/Check.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -48,13 +49,15 @@ bool PeakDataSetOC::setupWithN(int N, const double *data, double threshold, doub
 {
     fftLength = N;
     const auto room = static_cast<std::size_t>(N > 0 ? N / 2 : 0);
-    indexVals.assign(room, 0.0);
-    xVals.assign(room, 0.0);
-    yVals.assign(room, 0.0);
-    harmonicVals.assign(room, 0.0);
-    harmonicInts.assign(room, 0);
+    indexVals.assign(room + 1, 0.0);
+    xVals.assign(room + 1, 0.0);
+    yVals.assign(room + 1, 0.0);
+    harmonicVals.assign(room + 2, 0.0);
     weightVals.assign(room, 0.0);
     scoreVals.assign(room, 0.0);
+    capVals.assign(room, 0.0);
+    closeVals.assign(room, 0.0);
+    termVals.assign(room, 0.0);
     fftData = data;
     minThreshold = threshold;
     fftScale = scale;
@@ -66,67 +69,53 @@ bool PeakDataSetOC::setupWithN(int N, const double *data, double threshold, doub
     return true;
 }
 
-void PeakDataSetOC::recordPeak(int index)
-{
-    // Each peak needs a rise and a fall, so N values hold at most N / 2 peaks.
-    QUORVAL_CHECK(static_cast<std::size_t>(nPeaks) < indexVals.size());
-    indexVals[static_cast<std::size_t>(nPeaks)] = index;
-    yVals[static_cast<std::size_t>(nPeaks)] = fftData[index];
-    nPeaks++;
-}
-
 int PeakDataSetOC::findPeaks(double t)
 {
     nPeaks = 0;
     totalsValid = false;
     if (fftLength <= 0)
         return 0;
-    enum class Direction
-    {
-        undecided,
-        rising,
-        falling
-    };
-    Direction direction = Direction::undecided;
+    // Undecided until a value leaves the band of t around the first one.
     double reference = fftData[0];
     int referenceIndex = 0;
-    for (int i = 0; i < fftLength; i++) {
+    bool rising = false;
+    int i = 0;
+    for (;; i++) {
+        if (i == fftLength)
+            return 0;
         const double v = fftData[i];
-        switch (direction) {
-        case Direction::undecided:
-            if (v > reference + t) {
-                direction = Direction::rising;
-                reference = v;
-                referenceIndex = i;
-            } else if (v < reference - t) {
-                direction = Direction::falling;
-                reference = v;
-                referenceIndex = i;
-            }
-            break;
-        case Direction::rising:
-            if (v > reference) {
-                reference = v;
-                referenceIndex = i;
-            } else if (v < reference - t) {
-                recordPeak(referenceIndex);
-                direction = Direction::falling;
-                reference = v;
-                referenceIndex = i;
-            }
-            break;
-        case Direction::falling:
-            if (v > reference + t) {
-                direction = Direction::rising;
-                reference = v;
-                referenceIndex = i;
-            } else if (v < reference) {
-                reference = v;
-                referenceIndex = i;
-            }
+        if (v > reference + t || v < reference - t) {
+            rising = v > reference + t;
+            reference = v;
+            referenceIndex = i;
+            i++;
             break;
         }
     }
+    // Rising, a new high moves the reference, a fall of more than t records the peak; falling,
+    // a rise of more than t turns, a new low moves the reference. The high wins over the fall
+    // and the rise over the low when t < 0 lets both hold. Which way each test goes is as good
+    // as random on a rough spectrum, so the loop selects rather than branches: every step writes
+    // the pending peak, and only a recorded one advances the count.
+    double *index = indexVals.data();
+    double *height = yVals.data();
+    int count = 0;
+    for (; i < fftLength; i++) {
+        const double v = fftData[i];
+        const bool higher = v > reference;
+        const bool turn = rising ? !higher && v < reference - t : v > reference + t;
+        const bool moves = turn || (rising ? higher : v < reference);
+        index[count] = referenceIndex;
+        height[count] = reference;
+        count += static_cast<int>(rising && turn);
+        reference = moves ? v : reference;
+        referenceIndex = moves ? i : referenceIndex;
+        rising = rising != turn;
+    }
+    // Each peak needs a rise and a fall, so N values hold at most N / 2 peaks; the room holds
+    // one more for the pending write.
+    QUORVAL_CHECK(static_cast<std::size_t>(count) < indexVals.size());
+    nPeaks = count;
     return nPeaks;
 }
 
@@ -305,7 +294,13 @@ void PeakDataSetOC::addSumsByHarmonic(Sums &sums, double freq) const
     }
 }
 
-double PeakDataSetOC::computeGoodnessForFreq(double freq)
+bool PeakDataSetOC::wideVectorsAvailable()
+{
+    static const bool available = __builtin_cpu_supports("avx2") != 0;
+    return available;
+}
+
+inline __attribute__((always_inline)) double PeakDataSetOC::goodness(double freq)
 {
     goodnessCount++;
     if (!(freq > 0.0))
@@ -314,40 +309,42 @@ double PeakDataSetOC::computeGoodnessForFreq(double freq)
     const auto n = static_cast<std::size_t>(nPeaks);
     const double *x = xVals.data();
     const double *y = yVals.data();
+    // harmonic[i + 1] belongs to peak i: harmonic[0] is the group before the first peak (0),
+    // harmonic[n + 1] an end mark no harmonic number equals.
     double *harmonic = harmonicVals.data();
     double *weight = weightVals.data();
-
-    // Harmonic number and Lorentz weight of every peak. The divisions, the costly part, sit in
-    // loops of their own that the compiler vectorises. The harmonic number comes from a product
-    // with 1 / freq, within 1e-9 of the quotient while below 1e6; only when that leaves doubt
-    // about which side of an integer x / freq + 0.5 falls (or for negative, huge or undefined
-    // values) is the quotient itself taken.
-    const double inverse = 1.0 / freq;
-    for (std::size_t i = 0; i < n; i++)
-        harmonic[i] = x[i] * inverse + 0.5;
-    std::int32_t *harmonicInt = harmonicInts.data();
-    bool doubt = false;
-    for (std::size_t i = 0; i < n; i++) {
-        const double estimate = harmonic[i];
-        // Truncation is floor for 0 <= estimate < 1e6, and cheaper.
-        const bool small = estimate >= 0.0 && estimate < 1e6;
-        const std::int32_t truncated = small ? static_cast<std::int32_t>(estimate) : 0;
-        double h = static_cast<double>(truncated);
-        const double fraction = estimate - h;
-        if (!(small && fraction > 1e-9 && fraction < 1.0 - 1e-9)) {
-            h = std::floor(x[i] / freq + 0.5);
-            doubt = true;
-        }
-        harmonicInt[i] = truncated;
-        harmonic[i] = h;
-        weight[i] = x[i] - h * freq;
-    }
-    const double base = lorentz.base;
     double *score = scoreVals.data();
+    double *cap = capVals.data();
+    double *close = closeVals.data();
+    double *term = termVals.data();
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+
+    // Harmonic number, Lorentz weight and score of every peak in one loop the compiler
+    // vectorises, divisions included. The harmonic number comes from a product with 1 / freq,
+    // within 1e-9 of the quotient while below 1e6; only when that leaves doubt about which side
+    // of an integer x / freq + 0.5 falls (or for negative, huge or undefined values) is the
+    // quotient itself taken, in the plain scan below.
+    const double inverse = 1.0 / freq;
+    const double w2 = lorentz.w2;
+    const double base = lorentz.base;
+    std::uint32_t plain = 0;
     for (std::size_t i = 0; i < n; i++) {
-        weight[i] = 1.0 / (weight[i] * weight[i] / lorentz.w2 + 1.0);
+        const double estimate = x[i] * inverse + 0.5;
+        // Truncation is floor for 0 <= estimate < 1e6, and cheaper; the clamp keeps the
+        // conversion defined for every other value, which the doubt test then refuses.
+        double clamped = estimate > 0.0 ? estimate : 0.0;
+        clamped = clamped < 1e6 ? clamped : 1e6;
+        const double h = static_cast<double>(static_cast<std::int32_t>(clamped));
+        const double fraction = estimate - h;
+        plain |= static_cast<std::uint32_t>(!(estimate >= 0.0) | !(estimate < 1e6) |
+                                            !(fraction > 1e-9) | !(fraction < 1.0 - 1e-9));
+        harmonic[i + 1] = h;
+        const double dev = x[i] - h * freq;
+        weight[i] = 1.0 / (dev * dev / w2 + 1.0);
         score[i] = y[i] * (weight[i] - base);
     }
+    harmonic[0] = 0.0;
+    harmonic[n + 1] = -1.0;
 
     // Heights, their frequency-weighted sum and the highest do not depend on freq.
     if (!totalsValid) {
@@ -363,53 +360,50 @@ double PeakDataSetOC::computeGoodnessForFreq(double freq)
         totalsValid = true;
     }
 
-    // Both scores in one scan, each sum taken in the same order as addSums() and
-    // addSumsByHarmonic(), so the result is the same to the last bit.
+    // Both scores, each sum taken in the same order as addSums() and addSumsByHarmonic(), so the
+    // result is the same to the last bit. With every harmonic number its truncation, peaks of a
+    // harmonic are neighbours, and a group's best peak adds bestHeight × (bestWeight − base), the
+    // very product that is its score: a group adds its greatest score. Which way the tests go is
+    // as good as random, so everything but the sums and the maximum is worked out beforehand,
+    // vectorised, as factors: a skipped term becomes an added ±0 (a finite score times 0), which
+    // changes no sum here (a sum started at +0 is never -0).
     double allScore = 0.0;
     double harmonicScore = 0.0;
-    if (!doubt) {
-        // Every harmonic number is its integer truncation. A group's best peak adds
-        // bestHeight × (bestWeight − base), the very product that is its score, so a group adds
-        // its greatest score: a running maximum, which also runs through harmonic 0, whose group
-        // is never added. Which way the tests go is as good as random, so the scan computes
-        // rather than branches: a skipped term becomes an added ±0 (a finite score times 0),
-        // which changes no sum here (a sum started at +0 is never -0). The maximum is the one
-        // chain from peak to peak, so it is kept to an add and a max: -inf added at a group
-        // change forgets the old best.
-        const std::uint64_t minusInfinity =
-            std::bit_cast<std::uint64_t>(-std::numeric_limits<double>::infinity());
-        std::int32_t group = 0;
-        double groupBest = kNone;
-        bool finite = true;
+    if (plain == 0) {
         for (std::size_t i = 0; i < n; i++) {
-            const std::int32_t h = harmonicInt[i];
-            const bool change = h != group;
-            harmonicScore += groupBest * static_cast<double>(change && group != 0);
-            group = h;
-            const double kept =
-                groupBest + std::bit_cast<double>(minusInfinity & (std::uint64_t{0} - change));
-            const double s = score[i];
-            finite &= (s > kNone) & (s < std::numeric_limits<double>::infinity());
-            groupBest = s > kept ? s : kept;
-            allScore += s * static_cast<double>(h >= 1);
+            const double h = harmonic[i + 1];
+            // Capping the running maximum at -infinity forgets the group before.
+            cap[i] = h == harmonic[i] ? infinity : -infinity;
+            // The last peak of a group adds the group's best, except in harmonic 0.
+            close[i] = (h != harmonic[i + 2]) & (h != 0.0) ? 1.0 : 0.0;
+            term[i] = h >= 1.0 ? score[i] : 0.0;
+            // An undefined score would take a stale best below: the plain scan handles those.
+            plain |= static_cast<std::uint32_t>(!(score[i] > kNone) | !(score[i] < infinity));
         }
-        if (group != 0)
-            harmonicScore += groupBest;
-        // A score that is not finite (an undefined one would have taken a stale best): scan
-        // again the plain way.
-        if (finite)
-            return finishGoodness(allScore, harmonicScore, base, freq);
-        allScore = 0.0;
-        harmonicScore = 0.0;
     }
+    if (plain == 0) {
+        // Only the sums and the maximum run from peak to peak.
+        double best = -infinity;
+        for (std::size_t i = 0; i < n; i++) {
+            best = cap[i] > 0.0 ? std::max(score[i], best) : score[i];
+            harmonicScore += close[i] * best;
+            allScore += term[i];
+        }
+        return finishGoodness(allScore, harmonicScore, base, freq);
+    }
+
     // Harmonic numbers in doubt or undefined scores: the scan as the two passes describe it,
-    // where a group with no scored peak adds the stale best of an earlier one.
+    // with each harmonic number the quotient's, where a group with no scored peak adds the stale
+    // best of an earlier one.
     double group = 0.0;
     double bestHeight = 0.0;
     double bestWeight = 0.0;
     double bestScore = kNone;
     for (std::size_t i = 0; i < n; i++) {
-        const double h = harmonic[i];
+        const double h = std::floor(x[i] / freq + 0.5);
+        const double dev = x[i] - h * freq;
+        weight[i] = 1.0 / (dev * dev / w2 + 1.0);
+        score[i] = y[i] * (weight[i] - base);
         if (h != group) {
             if (group != 0.0)
                 harmonicScore += bestHeight * (bestWeight - base);
@@ -428,6 +422,23 @@ double PeakDataSetOC::computeGoodnessForFreq(double freq)
     if (group != 0.0)
         harmonicScore += bestHeight * (bestWeight - base);
     return finishGoodness(allScore, harmonicScore, base, freq);
+}
+
+double PeakDataSetOC::computeGoodnessForFreq(double freq)
+{
+    return wideVectors ? goodnessWide(freq) : goodnessNarrow(freq);
+}
+
+// The same body compiled twice: with AVX2 four peaks go through each instruction, without it two.
+// Both round every operation alike, so they give the same results.
+__attribute__((target("avx2"))) double PeakDataSetOC::goodnessWide(double freq)
+{
+    return goodness(freq);
+}
+
+double PeakDataSetOC::goodnessNarrow(double freq)
+{
+    return goodness(freq);
 }
 
 double PeakDataSetOC::finishGoodness(double allScore, double harmonicScore, double base,

@@ -79,6 +79,12 @@ public:
     // addSumsByHarmonic().
     [[nodiscard]] double computeGoodnessForFreq(double freq);
 
+    // Whether this processor runs the goodness scan four peaks at a time (AVX2); objects use it
+    // when it does. Switching it off gives the same results more slowly: a test compares them.
+    [[nodiscard]] static bool wideVectorsAvailable();
+    void setWideVectors(bool on) { wideVectors = on && wideVectorsAvailable(); }
+    [[nodiscard]] bool usesWideVectors() const { return wideVectors; }
+
     // Goodness evaluations since the last peaksForDensity(): a measure of the search's work.
     [[nodiscard]] int getGoodnessCount() const { return goodnessCount; }
 
@@ -86,9 +92,11 @@ public:
     [[nodiscard]] std::string report() const;
 
 private:
-    void recordPeak(int index);
     [[nodiscard]] double meanSpacing(int count) const;
     // Goodness from the two scores of freq and its Lorentz base, with the cached totals.
+    double goodness(double freq);
+    double goodnessWide(double freq);
+    double goodnessNarrow(double freq);
     [[nodiscard]] double finishGoodness(double allScore, double harmonicScore, double base,
                                         double freq) const;
 
@@ -104,18 +112,21 @@ private:
     double threshIncrement = 0.0;
     double highestXs[2] = {-1.0, -1.0};
     double highestYs[2] = {0.0, 0.0};
-    // Scratch of computeGoodnessForFreq: harmonic number, Lorentz weight and weighted height
-    // of each peak.
+    // Scratch of computeGoodnessForFreq: harmonic number (shifted by one, with an entry before
+    // and after), Lorentz weight, weighted height, and the factors of the scan of each peak.
     std::vector<double> harmonicVals;
-    std::vector<std::int32_t> harmonicInts; // the same as integers, when no quotient was needed
     std::vector<double> weightVals;
     std::vector<double> scoreVals;
+    std::vector<double> capVals;   // +infinity within a group, -infinity at its first peak
+    std::vector<double> closeVals; // 1 at the last peak of a group above harmonic 0, else 0
+    std::vector<double> termVals;  // the score, or 0 below harmonic 1
     // Sums over the peaks that no fundamental changes, kept from one goodness to the next.
     bool totalsValid = false;
     double totalHeight = 0.0;
     double weightedFreq = 0.0;
     double highestHeight = 0.0;
     int goodnessCount = 0;
+    bool wideVectors = wideVectorsAvailable();
 };
 
 } // namespace quorval

@@ -271,9 +271,13 @@ TEST(PeakDataSetOC, goodnessEqualsTheTwoPassesToTheLastBit)
             for (double k : {1.0, 2.0, 3.0, 7.0, 1.5, 2.5, 6.5})
                 freqs.push_back(peaks.set.getXVal(i) / k);
         }
-        for (double f : freqs)
-            ASSERT_EQ(peaks.set.computeGoodnessForFreq(f), twoPassGoodness(peaks.set, f))
-                << "seed " << seed << " f " << f;
+        // Both widths of the scan, where the processor has the wide one.
+        for (bool wide : {true, false}) {
+            peaks.set.setWideVectors(wide);
+            for (double f : freqs)
+                ASSERT_EQ(peaks.set.computeGoodnessForFreq(f), twoPassGoodness(peaks.set, f))
+                    << "seed " << seed << " f " << f << " wide " << peaks.set.usesWideVectors();
+        }
     }
     // Broken peaks (a flat spectrum under a negative threshold leaves undefined frequencies).
     Peaks flat(std::vector<double>(40, -50.0), -1.0, 1e9, 2.0, 10.0);
