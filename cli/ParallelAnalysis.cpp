@@ -4,6 +4,7 @@
 #include "streams/MusicStream.h"
 #include "streams/PitchStream.h"
 #include "streams/Quorval.h"
+#include "streams/SerialQueue.h"
 #include "streams/WavStream.h"
 
 #include <QCoreApplication>
@@ -30,6 +31,8 @@ constexpr std::int64_t kBlock = 32;
 void helper(PitchStream &pitch, std::atomic<std::int64_t> &nextEnd, std::int64_t first,
             const std::atomic<bool> &stop)
 {
+    // Its visits to the data queue then run here when the queue is idle, as the loop's do.
+    SerialQueue::letThisThreadRunItems();
     const std::unique_ptr<PitchStream::Scratch> scratch = pitch.makeScratch();
     while (!stop && !Quorval::isShuttingDown()) {
         const std::int64_t end = nextEnd.fetch_sub(kBlock);

@@ -270,12 +270,10 @@ int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, 
         results.emplace_back(i, result);
     }
     if (!results.empty()) {
-        auto self = std::static_pointer_cast<PitchStream>(shared_from_this());
-        auto goodnessTarget =
-            std::static_pointer_cast<GoodnessStream>(requireGoodness().shared_from_this());
-        Quorval::dataQueue().async([self, goodnessTarget, results = std::move(results)] {
+        GoodnessStream *goodnessTarget = &requireGoodness();
+        Quorval::dataQueue().sync([&] {
             for (const auto &[i, result] : results)
-                self->storeResult_D(i, result, goodnessTarget.get());
+                storeResult_D(i, result, goodnessTarget);
         });
     }
     return static_cast<int>(todo.size());
@@ -283,15 +281,11 @@ int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, 
 
 void PitchStream::storeResultInBackground(std::int64_t i, const SegmentResult &result)
 {
-    // One visit to the data queue for both values.
-    auto self = std::static_pointer_cast<PitchStream>(shared_from_this());
-    std::shared_ptr<GoodnessStream> goodnessTarget;
-    if (result.inside)
-        goodnessTarget =
-            std::static_pointer_cast<GoodnessStream>(requireGoodness().shared_from_this());
-    Quorval::dataQueue().async([self, goodnessTarget, i, result] {
-        self->storeResult_D(i, result, goodnessTarget.get());
-    });
+    // One visit to the data queue for both values. A sync: from a work queue's thread it runs
+    // there and then when the data queue is idle, where a post would wake the data queue's
+    // thread for a few stores.
+    GoodnessStream *goodnessTarget = result.inside ? &requireGoodness() : nullptr;
+    Quorval::dataQueue().sync([&] { storeResult_D(i, result, goodnessTarget); });
 }
 
 std::int64_t

@@ -97,7 +97,7 @@ public:
     int computeBlockInBackground(std::int64_t first, std::int64_t end, Scratch &scratch);
     // Background work in one visit to the data queue: chooseSegment_D runs there and names the
     // segment (or -1 for none), whose samples are read in the same visit; the segment is then
-    // computed here and stored in the background. Answers the segment computed, or -1. Not on
+    // computed here and stored in one more visit. Answers the segment computed, or -1. Not on
     // the data queue.
     std::int64_t computeChosenInBackground(const std::function<std::int64_t()> &chooseSegment_D);
     // Segment i lies inside the sound and its samples can be read. Data queue.

@@ -6,8 +6,31 @@
 namespace quorval {
 
 namespace {
-// The queue whose worker this thread is, if any.
-thread_local const SerialQueue *currentQueue = nullptr;
+
+// The queues whose items this thread is running, innermost first: a worker's own queue, then
+// those it entered through sync().
+struct Running
+{
+    const SerialQueue *queue;
+    const Running *outer;
+};
+thread_local const Running *running = nullptr;
+// Whether this thread is a queue worker at normal priority, which may run other queues' items.
+thread_local bool mayRunOthers = false;
+
+// Marks queue as running on this thread for the lifetime of the object.
+class Entered
+{
+public:
+    explicit Entered(const SerialQueue *queue) : link{queue, running} { running = &link; }
+    ~Entered() { running = link.outer; }
+    Entered(const Entered &) = delete;
+    Entered &operator=(const Entered &) = delete;
+
+private:
+    Running link;
+};
+
 } // namespace
 
 SerialQueue::SerialQueue(std::string label, int niceness) : labelText(std::move(label))
@@ -22,7 +45,11 @@ SerialQueue::~SerialQueue()
 
 bool SerialQueue::isCurrent() const
 {
-    return currentQueue == this;
+    for (const Running *r = running; r != nullptr; r = r->outer) {
+        if (r->queue == this)
+            return true;
+    }
+    return false;
 }
 
 void SerialQueue::async(std::function<void()> fn)
@@ -36,9 +63,42 @@ void SerialQueue::async(std::function<void()> fn)
     wake.notify_one();
 }
 
+bool SerialQueue::runHereIfIdle(const std::function<void()> &work)
+{
+    {
+        std::lock_guard lock(mutex);
+        QUORVAL_CHECK(!stopping);
+        if (busy || !items.empty())
+            return false;
+        busy = true;
+    }
+    // Idle again however work ends; the worker is woken only for what was posted meanwhile, a
+    // wake-up with nothing to do being the very cost this saves.
+    struct Release
+    {
+        SerialQueue &queue;
+        ~Release()
+        {
+            bool pending = false;
+            {
+                std::lock_guard lock(queue.mutex);
+                queue.busy = false;
+                pending = queue.stopping || !queue.items.empty();
+            }
+            if (pending)
+                queue.wake.notify_one();
+        }
+    } release{*this};
+    const Entered entered(this);
+    work();
+    return true;
+}
+
 void SerialQueue::runAndWait(const std::function<void()> &work)
 {
     QUORVAL_CHECK(!isCurrent());
+    if (mayRunOthers && runHereIfIdle(work))
+        return;
     std::mutex doneMutex;
     std::condition_variable doneSignal;
     bool done = false;
@@ -58,6 +118,11 @@ void SerialQueue::runAndWait(const std::function<void()> &work)
     doneSignal.wait(doneLock, [&] { return done; });
 }
 
+void SerialQueue::letThisThreadRunItems()
+{
+    mayRunOthers = true;
+}
+
 void SerialQueue::stop()
 {
     {
@@ -74,21 +139,30 @@ void SerialQueue::stop()
 
 void SerialQueue::run(int niceness)
 {
-    currentQueue = this;
-    // On Linux a thread's nice value is its own; failure leaves it at the normal priority.
+    const Entered entered(this);
+    // On Linux a thread's nice value is its own; failure leaves it at the normal priority. A
+    // thread below normal priority never holds another queue: a thread at normal priority
+    // waiting for it would wait on background work.
     if (niceness > 0)
         (void)setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), niceness);
+    mayRunOthers = niceness <= 0;
     for (;;) {
         std::function<void()> item;
         {
             std::unique_lock lock(mutex);
-            wake.wait(lock, [this] { return stopping || !items.empty(); });
+            // An item run by a caller holds the queue until it ends.
+            wake.wait(lock, [this] { return !busy && (stopping || !items.empty()); });
             if (items.empty())
                 return;
             item = std::move(items.front());
             items.pop_front();
+            busy = true;
         }
         item();
+        {
+            std::lock_guard lock(mutex);
+            busy = false;
+        }
     }
 }
 

@@ -14,12 +14,19 @@
 
 namespace quorval {
 
-// A serial work queue: one worker thread runs posted work items one at a time, in the order
-// they were posted.
+// A serial work queue: items run one at a time, in the order they were posted.
 //
-// async() returns at once; sync() blocks the caller until the item has run and hands back its
-// result. A sync() onto the queue the caller is already running on would wait for itself, so it
-// is a broken invariant (fatal), never a silent deadlock. Any thread may post.
+// async() returns at once and the queue's worker thread runs the item. sync() blocks the caller
+// until the item has run and hands back its result. When the caller is itself running an item of
+// another queue (calc waiting on crunch, crunch on data) and this queue is idle, sync() runs the
+// item on the caller's thread while holding the queue, rather than waking the worker and
+// sleeping: the same order and exclusion without two thread switches per item. Calls from other
+// threads (the main thread among them, unless letThisThreadRunItems() said otherwise) and from a
+// queue running below normal priority always go through the worker.
+//
+// A sync() onto a queue the caller is already running an item of (directly, or further out in
+// nested syncs) would wait for itself, so it is a broken invariant (fatal), never a silent
+// deadlock. Any thread may post.
 //
 // stop() lets the items already posted run, then joins the worker; items posted afterwards are
 // dropped (async) or fatal (sync). The destructor stops. Not copyable.
@@ -35,13 +42,13 @@ public:
 
     [[nodiscard]] const std::string &label() const { return labelText; }
 
-    // True when called from this queue's worker thread.
+    // True when called from an item of this queue, including from a sync() nested inside it.
     [[nodiscard]] bool isCurrent() const;
 
     // Posts fn and returns at once. Dropped when the queue has stopped.
     void async(std::function<void()> fn);
 
-    // Runs fn on the worker and returns its result once it has run.
+    // Runs fn on the queue and returns its result once it has run.
     template <class F> auto sync(F &&fn) -> std::invoke_result_t<F &>
     {
         using Result = std::invoke_result_t<F &>;
@@ -54,18 +61,25 @@ public:
         }
     }
 
+    // Lets the calling thread, a worker of the caller's own at normal priority, run idle queues'
+    // items as queue workers do. Not for the main thread, whose work must not run inside items.
+    static void letThisThreadRunItems();
+
     // Runs what is already posted, then joins the worker. Idempotent; not from the worker itself.
     void stop();
 
 private:
     void run(int niceness);
     void runAndWait(const std::function<void()> &work);
+    // Runs work on the calling thread if the queue is idle; false when it is not.
+    bool runHereIfIdle(const std::function<void()> &work);
 
     std::string labelText;
     std::mutex mutex;
     std::condition_variable wake;
     std::deque<std::function<void()>> items; // guarded by mutex
     bool stopping = false;                   // guarded by mutex
+    bool busy = false;                       // an item is running; guarded by mutex
     std::thread worker;
 };
 

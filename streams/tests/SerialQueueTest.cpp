@@ -6,8 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace quorval {
@@ -31,20 +34,52 @@ TEST(SerialQueue, runsItemsInOrderOnOneThreadAndSyncReturnsResults)
     EXPECT_NE(queue.sync([] { return std::this_thread::get_id(); }), std::this_thread::get_id());
 }
 
-TEST(SerialQueue, knowsWhenItIsCurrentAndNestsSyncOntoAnotherQueue)
+TEST(SerialQueue, nestedSyncRunsOnTheCallersThreadOnlyWhenTheQueueIsIdleAndKeepsOrder)
 {
     SerialQueue outer("test.outer");
     SerialQueue inner("test.inner");
     EXPECT_FALSE(outer.isCurrent());
-    const auto flags = outer.sync([&] {
-        const bool outerHere = outer.isCurrent();
-        const std::string fromInner = inner.sync([&] {
-            return std::string(inner.isCurrent() && !outer.isCurrent() ? "inner" : "wrong");
+    // Idle: the item runs on outer's worker, which holds both queues meanwhile.
+    const auto nested = outer.sync([&] {
+        const bool outerHere = outer.isCurrent() && !inner.isCurrent();
+        return inner.sync([&] {
+            return std::make_pair(outerHere && inner.isCurrent() && outer.isCurrent(),
+                                  std::this_thread::get_id());
         });
-        return std::make_pair(outerHere, fromInner);
     });
-    EXPECT_TRUE(flags.first);
-    EXPECT_EQ(flags.second, "inner");
+    EXPECT_TRUE(nested.first);
+    EXPECT_EQ(nested.second, outer.sync([] { return std::this_thread::get_id(); }));
+    EXPECT_FALSE(outer.isCurrent() || inner.isCurrent());
+
+    // Busy or with items waiting: the item waits its turn behind them.
+    std::vector<int> order; // touched only on inner
+    std::mutex gateMutex;
+    std::condition_variable gateSignal;
+    bool open = false;
+    inner.async([&] {
+        std::unique_lock lock(gateMutex);
+        gateSignal.wait(lock, [&] { return open; });
+        order.push_back(1);
+    });
+    inner.async([&order] { order.push_back(2); });
+    std::thread opener([&] {
+        {
+            std::lock_guard lock(gateMutex);
+            open = true;
+        }
+        gateSignal.notify_all();
+    });
+    outer.sync([&] { inner.sync([&order] { order.push_back(3); }); });
+    opener.join();
+    EXPECT_EQ(inner.sync([&order] { return order; }), (std::vector<int>{1, 2, 3}));
+
+    // Work posted while a caller holds the queue runs once the caller lets go.
+    std::atomic<bool> ran{false};
+    outer.sync([&] { inner.sync([&] { inner.async([&ran] { ran = true; }); }); });
+    EXPECT_TRUE(test::waitUntil([&ran] { return ran.load(); }));
+
+    // The main thread is no queue's worker: its syncs always go through the worker.
+    EXPECT_NE(inner.sync([] { return std::this_thread::get_id(); }), std::this_thread::get_id());
 }
 
 TEST(SerialQueue, stopRunsWhatWasPostedThenDropsLaterPosts)
@@ -60,13 +95,21 @@ TEST(SerialQueue, stopRunsWhatWasPostedThenDropsLaterPosts)
     EXPECT_EQ(count.load(), 100);
 }
 
-TEST(SerialQueueDeathTest, syncOntoItsOwnQueueIsFatal)
+TEST(SerialQueueDeathTest, syncOntoAQueueTheCallerHoldsIsFatal)
 {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {
             SerialQueue queue("test.self");
             queue.sync([&queue] { queue.sync([] {}); });
+        },
+        "isCurrent");
+    // Further out in a nested sync, run on the same thread.
+    EXPECT_DEATH(
+        {
+            SerialQueue outer("test.outer");
+            SerialQueue inner("test.inner");
+            outer.sync([&] { inner.sync([&outer] { outer.sync([] {}); }); });
         },
         "isCurrent");
 }
