@@ -47,9 +47,35 @@ bool FFTOC::setupWithLogN(int newLogN)
     return true;
 }
 
+bool FFTOC::wideVectorsAvailable()
+{
+    static const bool available = __builtin_cpu_supports("avx2") != 0;
+    return available;
+}
+
 void FFTOC::compute(const double *x)
 {
     QUORVAL_CHECK(n > 0);
+    if (wideVectors)
+        transformWide(x);
+    else
+        transformNarrow(x);
+}
+
+// The same transform compiled twice: with AVX2 two butterflies or bins go through each
+// instruction, without it one. Neither fuses a product into a sum, so both give the same numbers.
+__attribute__((target("avx2"))) void FFTOC::transformWide(const double *x)
+{
+    transform(x);
+}
+
+void FFTOC::transformNarrow(const double *x)
+{
+    transform(x);
+}
+
+inline __attribute__((always_inline)) void FFTOC::transform(const double *x)
+{
     // The first two passes' twiddle factor is (1, -0): a product with it equals the other
     // factor but for the sign of a zero, which never reaches a magnitude, so the quick passes
     // skip it. That holds while every value stays finite (0 × inf is NaN); a non-finite value
@@ -70,7 +96,7 @@ void FFTOC::compute(const double *x)
     unpack();
 }
 
-void FFTOC::loadWithFirstPasses(const double *x)
+inline __attribute__((always_inline)) void FFTOC::loadWithFirstPasses(const double *x)
 {
     // Load in bit-reversed order and do the first two passes, four points at a time. The
     // permutation is its own inverse: point k comes from input pair order[k].
@@ -109,7 +135,8 @@ namespace {
 // independent; walking each group in turn (rather than each twiddle across all groups) gives the
 // same numbers and keeps the working lines in cache for large n.
 template <typename Butterfly>
-void forEachPass(FFTOC::Complex *z, int n, int logN, int done, Butterfly butterfly)
+inline __attribute__((always_inline)) void forEachPass(FFTOC::Complex *z, int n, int logN, int done,
+                                                       Butterfly butterfly)
 {
     for (int passes = done, half = 1 << done; passes < logN; half *= 2, passes++) {
         const int span = 2 * half;
@@ -122,7 +149,7 @@ void forEachPass(FFTOC::Complex *z, int n, int logN, int done, Butterfly butterf
 
 } // namespace
 
-void FFTOC::runPasses(int done)
+inline __attribute__((always_inline)) void FFTOC::runPasses(int done)
 {
     const Complex *ws = cWs.data();
     forEachPass(cArray.data(), n, logN, done, [ws](Complex &top, Complex &bottom, int k) {
@@ -133,7 +160,7 @@ void FFTOC::runPasses(int done)
     });
 }
 
-void FFTOC::runPairedPasses(int done)
+inline __attribute__((always_inline)) void FFTOC::runPairedPasses(int done)
 {
     // runPasses() with each product written as a sum of two paired products, which the compiler
     // turns into vector operations: re = wr·br + (−wi)·bi is wr·br − wi·bi, and
@@ -151,7 +178,7 @@ void FFTOC::runPairedPasses(int done)
     });
 }
 
-void FFTOC::unpack()
+inline __attribute__((always_inline)) void FFTOC::unpack()
 {
     // Unpack the n-point complex transform into the 2n-point real spectrum.
     const Complex *z = cArray.data();
@@ -172,7 +199,7 @@ void FFTOC::unpack()
     out[n] = std::fabs(z[0].re - z[0].im);
 }
 
-bool FFTOC::allFinite() const
+inline __attribute__((always_inline)) bool FFTOC::allFinite() const
 {
     // The magnitudes are not negative, so their sum is finite only when each is; an overflowing
     // sum merely sends a finite spectrum the slow way. Four sums keep the adds independent.

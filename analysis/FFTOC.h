@@ -43,6 +43,11 @@ public:
     // Allocation-free. Requires setupWithLogN() first.
     void compute(const double *x);
 
+    // Whether this processor runs the transform two butterflies at a time (AVX2); objects use
+    // it when it does. Switching it off gives the same numbers more slowly: a test compares them.
+    [[nodiscard]] static bool wideVectorsAvailable();
+    void setWideVectors(bool on) { wideVectors = on && wideVectorsAvailable(); }
+
     [[nodiscard]] int getN() const { return n; }
     // The n + 1 magnitudes of the last transform (zero before the first).
     [[nodiscard]] const double *getResult() const { return result.data(); }
@@ -82,6 +87,9 @@ public:
     static double cModulus(const Complex *c) { return std::sqrt(c->re * c->re + c->im * c->im); }
 
 private:
+    void transform(const double *x);
+    void transformWide(const double *x);
+    void transformNarrow(const double *x);
     // Bit-reversed load fused with the first two passes (n >= 4, finite values only).
     void loadWithFirstPasses(const double *x);
     // The passes after the first `done` ones.
@@ -101,6 +109,7 @@ private:
     std::vector<Complex> cWs;           // twiddle factors e^(−2πik/n), n/2 used
     std::vector<Complex> cWrs;          // unpacking factors −i·e^(−iπk/n)
     std::vector<double> wPairs;         // cWs as (re, re, −im, im), n/2 used
+    bool wideVectors = wideVectorsAvailable();
 };
 
 } // namespace quorval
