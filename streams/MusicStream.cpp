@@ -70,8 +70,13 @@ std::shared_ptr<MusicStream> MusicStream::create(std::shared_ptr<WavStream> wav)
     music->frequencyView = std::make_shared<HView>();
     music->frequencyView->functionOfTime = false;
     music->noteRangeChanged();
-    music->resegment();
+    // Heard of from here on: growth before the streams exist is in the extent they are built
+    // over, and growth while they are built is taken up by one more look afterwards.
+    const bool growing = sound->copying;
     sound->setParent(music);
+    music->resegment();
+    if (growing)
+        music->soundGrew();
     return music;
 }
 

@@ -52,6 +52,12 @@ bool SerialQueue::isCurrent() const
     return false;
 }
 
+bool SerialQueue::hasWaitingItems() const
+{
+    std::lock_guard lock(mutex);
+    return !items.empty();
+}
+
 void SerialQueue::async(std::function<void()> fn)
 {
     {

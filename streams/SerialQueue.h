@@ -45,6 +45,10 @@ public:
     // True when called from an item of this queue, including from a sync() nested inside it.
     [[nodiscard]] bool isCurrent() const;
 
+    // Whether items wait to run (not counting one running): long work on the queue checks it to
+    // make way. Any thread.
+    [[nodiscard]] bool hasWaitingItems() const;
+
     // Posts fn and returns at once. Dropped when the queue has stopped.
     void async(std::function<void()> fn);
 
@@ -75,7 +79,7 @@ private:
     bool runHereIfIdle(const std::function<void()> &work);
 
     std::string labelText;
-    std::mutex mutex;
+    mutable std::mutex mutex;
     std::condition_variable wake;
     std::deque<std::function<void()>> items; // guarded by mutex
     bool stopping = false;                   // guarded by mutex

@@ -25,10 +25,11 @@ namespace {
 
 // Frames read from the decoder at a time.
 constexpr sf_count_t kImportPieceFrames = 65536;
-// Copying a file in takes the data queue one copy call (at most 32 KB) at a time, so that the
-// calculation's reads of visible segments wait little behind it; the music stream hears of the
-// growth every few calls, which is all its refresh needs.
-constexpr int kCopyCallsPerGrowthNotice = 8;
+// Copying a file in takes the data queue for a few copy calls (at most 32 KB each) at a time,
+// and for one only when other work waits there, so that the calculation's reads of visible
+// segments wait little behind it; the music stream hears of the growth every few calls, which
+// is all its refresh needs.
+constexpr int kCopyCalls = 8;
 
 double nominalLimit(int bytesPerSample)
 {
@@ -138,20 +139,32 @@ void WavStream::startCopy(std::unique_ptr<WavFileOC> source)
     auto self = std::static_pointer_cast<WavStream>(shared_from_this());
     Quorval::copyQueue().async([self, from] {
         int location = 0;
+        int callsSinceNotice = 0;
         bool more = true;
-        for (int call = 1; more && !Quorval::isShuttingDown(); ++call) {
-            more = Quorval::dataQueue().sync([&] {
-                const int n = self->wavFile->copyDataFromWavFile(*from, location, location,
-                                                                 WavFileOC::kMaxCopyBytes);
-                if (n <= 0)
-                    return false;
-                location += n;
-                self->maxIndex_D = location / self->bytesPerFrame;
+        SerialQueue &data = Quorval::dataQueue();
+        while (more && !Quorval::isShuttingDown()) {
+            more = data.sync([&] {
+                for (int call = 0; call < kCopyCalls; ++call) {
+                    const int n = self->wavFile->copyDataFromWavFile(*from, location, location,
+                                                                     WavFileOC::kMaxCopyBytes);
+                    if (n <= 0)
+                        return false;
+                    location += n;
+                    self->maxIndex_D = location / self->bytesPerFrame;
+                    if (++callsSinceNotice == kCopyCalls || data.hasWaitingItems())
+                        break;
+                }
                 return true;
             });
-            if (call % kCopyCallsPerGrowthNotice == 0)
+            if (more && callsSinceNotice >= kCopyCalls) {
+                callsSinceNotice = 0;
                 self->notifyParentOfGrowth();
+            }
         }
+        // The range reaches the end before the copy counts as over, so that nobody waiting for
+        // the end finds "nothing left" in a range that is still short; then the rest, which
+        // waits while a copy is under way.
+        self->notifyParentOfGrowth();
         self->copying = false;
         self->notifyParentOfGrowth();
     });
