@@ -18,6 +18,7 @@ bool FFTOC::setupWithLogN(int newLogN)
     cArray.assign(size, Complex{0.0, 0.0});
     cWs.assign(size, Complex{0.0, 0.0});
     cWrs.assign(size, Complex{0.0, 0.0});
+    mirrored.assign(size, Complex{0.0, 0.0});
     scramble.assign(size, 0);
 
     const double pi = std::numbers::pi;
@@ -36,13 +37,22 @@ bool FFTOC::setupWithLogN(int newLogN)
     for (int k = 0; k < n / 2; k++)
         cSet(&cWs[static_cast<std::size_t>(k)], std::cos(2.0 * pi * k / n),
              -std::sin(2.0 * pi * k / n));
-    // The same twiddles laid out for paired products: (re, re, -im, im).
-    wPairs.assign(2 * size, 0.0);
-    for (std::size_t k = 0; k < size / 2; k++) {
-        wPairs[4 * k] = cWs[k].re;
-        wPairs[4 * k + 1] = cWs[k].re;
-        wPairs[4 * k + 2] = -cWs[k].im;
-        wPairs[4 * k + 3] = cWs[k].im;
+    // The same twiddles laid out for paired products, pass by pass in the order the butterflies
+    // use them: (re, re) in one table and (-im, im) in the other. The pass with half-span h
+    // starts at 2 (h - 1).
+    const std::size_t tableSize = size > 1 ? 2 * (size - 1) : 0;
+    wProducts.assign(tableSize, 0.0);
+    wCrossed.assign(tableSize, 0.0);
+    for (std::size_t half = 1; half < size; half *= 2) {
+        const std::size_t step = size / (2 * half);
+        for (std::size_t j = 0; j < half; j++) {
+            const Complex &w = cWs[j * step];
+            const std::size_t at = 2 * (half - 1) + 2 * j;
+            wProducts[at] = w.re;
+            wProducts[at + 1] = w.re;
+            wCrossed[at] = -w.im;
+            wCrossed[at + 1] = w.im;
+        }
     }
     return true;
 }
@@ -162,39 +172,48 @@ inline __attribute__((always_inline)) void FFTOC::runPasses(int done)
 
 inline __attribute__((always_inline)) void FFTOC::runPairedPasses(int done)
 {
-    // runPasses() with each product written as a sum of two paired products, which the compiler
-    // turns into vector operations: re = wr·br + (−wi)·bi is wr·br − wi·bi, and
-    // im = wr·bi + wi·br is br·wi + wr·bi, both exactly. (Only the sign of a NaN may differ,
-    // and a NaN sends the transform the plain way.)
-    const double *pairs = wPairs.data();
-    forEachPass(cArray.data(), n, logN, done, [pairs](Complex &top, Complex &bottom, int k) {
-        const double *w = pairs + 4 * k;
-        const Complex a = top;
-        const Complex b = bottom;
-        const double re = w[0] * b.re + w[2] * b.im;
-        const double im = w[1] * b.im + w[3] * b.re;
-        bottom = Complex{a.re - re, a.im - im};
-        top = Complex{a.re + re, a.im + im};
-    });
+    // runPasses() with each product written as a sum of two paired products: re = wr·br + (−wi)·bi
+    // is wr·br − wi·bi, and im = wr·bi + wi·br is br·wi + wr·bi, both exactly. (Only the sign of
+    // a NaN may differ, and a NaN sends the transform the plain way.) With each pass's twiddles
+    // in a row, neighbouring butterflies become vector operations.
+    Complex *z = cArray.data();
+    for (int passes = done, half = 1 << done; passes < logN; half *= 2, passes++) {
+        const double *products = wProducts.data() + 2 * (half - 1);
+        const double *crossed = wCrossed.data() + 2 * (half - 1);
+        for (int g = 0; g < n; g += 2 * half) {
+            Complex *__restrict top = z + g;
+            Complex *__restrict bottom = z + g + half;
+            for (int j = 0; j < half; j++) {
+                const Complex a = top[j];
+                const Complex b = bottom[j];
+                const double re = products[2 * j] * b.re + crossed[2 * j] * b.im;
+                const double im = products[2 * j + 1] * b.im + crossed[2 * j + 1] * b.re;
+                bottom[j] = Complex{a.re - re, a.im - im};
+                top[j] = Complex{a.re + re, a.im + im};
+            }
+        }
+    }
 }
 
 inline __attribute__((always_inline)) void FFTOC::unpack()
 {
-    // Unpack the n-point complex transform into the 2n-point real spectrum.
-    const Complex *z = cArray.data();
-    const Complex *wrs = cWrs.data();
-    double *out = result.data();
+    // Unpack the n-point complex transform into the 2n-point real spectrum. Bin k pairs z[k]
+    // with z[(n - k) mod n]: that partner is first laid out in bin order, so that the main loop
+    // runs straight through memory and vectorises, square roots included.
+    const Complex *__restrict z = cArray.data();
+    Complex *__restrict partner = mirrored.data();
+    partner[0] = z[0];
+    for (int k = 1; k < n; k++)
+        partner[k] = z[n - k];
+    const Complex *__restrict wrs = cWrs.data();
+    double *__restrict out = result.data();
     for (int k = 0; k < n; k++) {
-        Complex a;
-        Complex b;
-        Complex c;
-        Complex e;
-        cComplement(&a, &z[(n - k) & (n - 1)]); // (n - k) mod n, n a power of two
-        cAdd(&b, &z[k], &a);
-        cSubtract(&c, &z[k], &a);
-        cMultiply(&e, &wrs[k], &c);
-        cAdd(&e, &b, &e);
-        out[k] = cModulus(&e) * 0.5;
+        const Complex a{partner[k].re, -partner[k].im};
+        const Complex b{z[k].re + a.re, z[k].im + a.im};
+        const Complex c{z[k].re - a.re, z[k].im - a.im};
+        const Complex w = wrs[k];
+        const Complex e{b.re + (w.re * c.re - w.im * c.im), b.im + (c.re * w.im + w.re * c.im)};
+        out[k] = std::sqrt(e.re * e.re + e.im * e.im) * 0.5;
     }
     out[n] = std::fabs(z[0].re - z[0].im);
 }

@@ -108,7 +108,9 @@ private:
     std::vector<std::int32_t> scramble; // bit-reversal permutation
     std::vector<Complex> cWs;           // twiddle factors e^(−2πik/n), n/2 used
     std::vector<Complex> cWrs;          // unpacking factors −i·e^(−iπk/n)
-    std::vector<double> wPairs;         // cWs as (re, re, −im, im), n/2 used
+    std::vector<Complex> mirrored;      // z[(n − k) mod n] at k, while unpacking
+    std::vector<double> wProducts;      // (re, re) of each pass's twiddles in turn
+    std::vector<double> wCrossed;       // (−im, im) of the same
     bool wideVectors = wideVectorsAvailable();
 };
 
