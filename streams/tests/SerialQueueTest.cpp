@@ -62,6 +62,7 @@ TEST(SerialQueue, nestedSyncRunsOnTheCallersThreadOnlyWhenTheQueueIsIdleAndKeeps
         order.push_back(1);
     });
     inner.async([&order] { order.push_back(2); });
+    EXPECT_TRUE(inner.hasWaitingItems()); // the second, at least
     std::thread opener([&] {
         {
             std::lock_guard lock(gateMutex);
@@ -72,6 +73,7 @@ TEST(SerialQueue, nestedSyncRunsOnTheCallersThreadOnlyWhenTheQueueIsIdleAndKeeps
     outer.sync([&] { inner.sync([&order] { order.push_back(3); }); });
     opener.join();
     EXPECT_EQ(inner.sync([&order] { return order; }), (std::vector<int>{1, 2, 3}));
+    EXPECT_FALSE(inner.hasWaitingItems());
 
     // Work posted while a caller holds the queue runs once the caller lets go.
     std::atomic<bool> ran{false};
