@@ -82,10 +82,15 @@ void PitchResultOC::hammingTransform()
 
 void PitchResultOC::convertToDecibelsAndLimit()
 {
+    // The quotients first, in a loop of their own that vectorises, into the samples' room (the
+    // transform has read them): the loop of logarithms then waits on no division.
     const double reference = nFrames * 32768.0;
+    double *quotients = samples.data();
+    for (int i = 0; i < fftSize; i++)
+        quotients[i] = fftResult[i] / reference;
     for (int i = 0; i < fftSize; i++) {
         double &v = fftResult[i];
-        v = v > 0.0 ? std::max(20.0 * std::log10(v / reference), dbLimit) : dbLimit;
+        v = v > 0.0 ? std::max(20.0 * std::log10(quotients[i]), dbLimit) : dbLimit;
     }
 }
 

@@ -158,6 +158,11 @@ private:
         // Writes all count bytes at offset; false on an error.
         [[nodiscard]] bool writeAt(std::int64_t offset, const unsigned char *bytes,
                                    std::int64_t count) const;
+        // Copies up to count bytes of source at from to offset to here inside the kernel; the
+        // bytes copied (fewer at the end of the source), or -1 when the files cannot be copied
+        // that way or on an error.
+        [[nodiscard]] std::int64_t copyAt(std::int64_t offset, const FileHandle &source,
+                                          std::int64_t from, std::int64_t count) const;
 
     private:
         int fd = -1;
