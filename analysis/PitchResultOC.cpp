@@ -88,9 +88,18 @@ void PitchResultOC::convertToDecibelsAndLimit()
     double *quotients = samples.data();
     for (int i = 0; i < fftSize; i++)
         quotients[i] = fftResult[i] / reference;
+    // A quotient a billionth below the floor's is below the floor whatever the logarithm's last
+    // bit: the floor, without a logarithm. Quiet bins between partials are often there.
+    if (floorDbFor != dbLimit) {
+        floorDbFor = dbLimit;
+        floorQuotient = std::pow(10.0, dbLimit / 20.0) * (1.0 - 1e-9);
+    }
     for (int i = 0; i < fftSize; i++) {
         double &v = fftResult[i];
-        v = v > 0.0 ? std::max(20.0 * std::log10(quotients[i]), dbLimit) : dbLimit;
+        if (quotients[i] < floorQuotient)
+            v = dbLimit;
+        else
+            v = v > 0.0 ? std::max(20.0 * std::log10(quotients[i]), dbLimit) : dbLimit;
     }
 }
 

@@ -107,6 +107,9 @@ private:
     double freqMax = 0.0;
     double goodnessThreshold = 0.0;
     double dbLimit = 0.0;
+    // Quotients below floorQuotient take the floor floorDbFor without a logarithm.
+    double floorDbFor = std::numeric_limits<double>::quiet_NaN();
+    double floorQuotient = 0.0;
     // The last goodness evaluated, and where (NaN: none since the peaks were found).
     double lastGoodnessFreq = std::numeric_limits<double>::quiet_NaN();
     double lastGoodness = 0.0;

@@ -7,9 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <memory>
+#include <numbers>
 #include <thread>
 
 namespace quorval {
@@ -141,6 +143,27 @@ TEST(PitchResultOC, spectrumIsHammingWeightedDecibelsOfFullScale)
     // Without a peak set there is no pitch search.
     EXPECT_EQ(pitch.getFreq(), 0.0);
     EXPECT_EQ(pitch.getGoodness(), 0.0);
+
+    // Every value is the formula's to the last bit, at floors the side lobes cross (quiet bins
+    // take the floor without a logarithm) and at floors no option range keeps out.
+    FFTOC plain;
+    plain.setupWithLogN(9);
+    std::vector<double> windowed = segment;
+    for (int i = 0; i < kSegLength; i++)
+        windowed[static_cast<std::size_t>(i)] *=
+            0.54 - 0.46 * std::cos(2.0 * std::numbers::pi * i / (kSegLength - 1));
+    plain.compute(windowed.data());
+    const double inf = std::numeric_limits<double>::infinity();
+    for (double floor : {-90.0, -60.0, -120.0, -inf, inf, 7000.0, -7000.0}) {
+        pitch.setupWithSamples(segment.data(), analyser.fft, nullptr, 2, 100.0, 2000.0, 0.9, floor);
+        pitch.compute();
+        for (int k = 0; k <= plain.getN(); k++) {
+            const double v = plain.getValue(k);
+            const double expected =
+                v > 0.0 ? std::max(20.0 * std::log10(v / (kSegLength * 32768.0)), floor) : floor;
+            ASSERT_EQ(pitch.getFFTResult()[k], expected) << "floor " << floor << " bin " << k;
+        }
+    }
 }
 
 TEST(PitchResultOC, wavFileSegmentsGiveTheSamePitchAsTheirSamples)
