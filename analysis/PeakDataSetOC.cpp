@@ -52,6 +52,9 @@ bool PeakDataSetOC::setupWithN(int N, const double *data, double threshold, doub
     indexVals.assign(room + 1, 0.0);
     xVals.assign(room + 1, 0.0);
     yVals.assign(room + 1, 0.0);
+    previousIndexVals.assign(room + 1, 0.0);
+    previousYVals.assign(room + 1, 0.0);
+    previousCount = 0;
     harmonicVals.assign(room + 2, 0.0);
     weightVals.assign(room, 0.0);
     scoreVals.assign(room, 0.0);
@@ -126,6 +129,18 @@ double PeakDataSetOC::meanSpacing(int count) const
 
 void PeakDataSetOC::peaksForDensity()
 {
+    // The peaks of the threshold before the last are kept aside, so that going back to them is
+    // a swap rather than another scan.
+    const auto keepPrevious = [this] {
+        std::swap(indexVals, previousIndexVals);
+        std::swap(yVals, previousYVals);
+        previousCount = nPeaks;
+    };
+    const auto backToPrevious = [this] {
+        std::swap(indexVals, previousIndexVals);
+        std::swap(yVals, previousYVals);
+        nPeaks = previousCount;
+    };
     double t = minThreshold;
     int count = findPeaks(t);
     if (count >= 2) {
@@ -138,10 +153,11 @@ void PeakDataSetOC::peaksForDensity()
                 // A threshold that no longer grows would repeat the same peaks for ever.
                 if (!(next > t))
                     break;
+                keepPrevious();
                 count = findPeaks(next);
                 if (count < 2) {
                     if (t > 0)
-                        findPeaks(t);
+                        backToPrevious();
                     break;
                 }
                 const double nextSpacing = meanSpacing(count);
@@ -151,7 +167,7 @@ void PeakDataSetOC::peaksForDensity()
                     continue;
                 }
                 if (t > 0 && nextSpacing - lowFreq > lowFreq - spacing)
-                    findPeaks(t);
+                    backToPrevious();
                 break;
             }
         }

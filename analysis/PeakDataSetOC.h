@@ -103,6 +103,10 @@ private:
     std::vector<double> indexVals; // bin of each peak, rising
     std::vector<double> xVals;     // interpolated frequency, Hz
     std::vector<double> yVals;     // height, dB (above kDbLimit after shiftUp)
+    // The peaks of the threshold tried before, while peaksForDensity() tries the next.
+    std::vector<double> previousIndexVals;
+    std::vector<double> previousYVals;
+    int previousCount = 0;
     const double *fftData = nullptr;
     int fftLength = 0;
     int nPeaks = 0;
