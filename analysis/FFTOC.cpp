@@ -2,6 +2,7 @@
 
 #include "analysis/Check.h"
 #include "analysis/VolumeResultOC.h"
+#include "analysis/WideVectors.h"
 
 #include <limits>
 #include <numbers>
@@ -57,12 +58,6 @@ bool FFTOC::setupWithLogN(int newLogN)
     return true;
 }
 
-bool FFTOC::wideVectorsAvailable()
-{
-    static const bool available = __builtin_cpu_supports("avx2") != 0;
-    return available;
-}
-
 void FFTOC::compute(const double *x)
 {
     QUORVAL_CHECK(n > 0);
@@ -74,7 +69,7 @@ void FFTOC::compute(const double *x)
 
 // The same transform compiled twice: with AVX2 two butterflies or bins go through each
 // instruction, without it one. Neither fuses a product into a sum, so both give the same numbers.
-__attribute__((target("avx2"))) void FFTOC::transformWide(const double *x)
+QUORVAL_WIDE void FFTOC::transformWide(const double *x)
 {
     transform(x);
 }
@@ -84,7 +79,7 @@ void FFTOC::transformNarrow(const double *x)
     transform(x);
 }
 
-inline __attribute__((always_inline)) void FFTOC::transform(const double *x)
+QUORVAL_INLINE void FFTOC::transform(const double *x)
 {
     // The first two passes' twiddle factor is (1, -0): a product with it equals the other
     // factor but for the sign of a zero, which never reaches a magnitude, so the quick passes
@@ -106,7 +101,7 @@ inline __attribute__((always_inline)) void FFTOC::transform(const double *x)
     unpack();
 }
 
-inline __attribute__((always_inline)) void FFTOC::loadWithFirstPasses(const double *x)
+QUORVAL_INLINE void FFTOC::loadWithFirstPasses(const double *x)
 {
     // Load in bit-reversed order and do the first two passes, four points at a time. The
     // permutation is its own inverse: point k comes from input pair order[k].
@@ -145,8 +140,7 @@ namespace {
 // independent; walking each group in turn (rather than each twiddle across all groups) gives the
 // same numbers and keeps the working lines in cache for large n.
 template <typename Butterfly>
-inline __attribute__((always_inline)) void forEachPass(FFTOC::Complex *z, int n, int logN, int done,
-                                                       Butterfly butterfly)
+QUORVAL_INLINE void forEachPass(FFTOC::Complex *z, int n, int logN, int done, Butterfly butterfly)
 {
     for (int passes = done, half = 1 << done; passes < logN; half *= 2, passes++) {
         const int span = 2 * half;
@@ -159,7 +153,7 @@ inline __attribute__((always_inline)) void forEachPass(FFTOC::Complex *z, int n,
 
 } // namespace
 
-inline __attribute__((always_inline)) void FFTOC::runPasses(int done)
+QUORVAL_INLINE void FFTOC::runPasses(int done)
 {
     const Complex *ws = cWs.data();
     forEachPass(cArray.data(), n, logN, done, [ws](Complex &top, Complex &bottom, int k) {
@@ -170,7 +164,7 @@ inline __attribute__((always_inline)) void FFTOC::runPasses(int done)
     });
 }
 
-inline __attribute__((always_inline)) void FFTOC::runPairedPasses(int done)
+QUORVAL_INLINE void FFTOC::runPairedPasses(int done)
 {
     // runPasses() with each product written as a sum of two paired products: re = wr·br + (−wi)·bi
     // is wr·br − wi·bi, and im = wr·bi + wi·br is br·wi + wr·bi, both exactly. (Only the sign of
@@ -195,7 +189,7 @@ inline __attribute__((always_inline)) void FFTOC::runPairedPasses(int done)
     }
 }
 
-inline __attribute__((always_inline)) void FFTOC::unpack()
+QUORVAL_INLINE void FFTOC::unpack()
 {
     // Unpack the n-point complex transform into the 2n-point real spectrum. Bin k pairs z[k]
     // with z[(n - k) mod n]: that partner is first laid out in bin order, so that the main loop
@@ -218,7 +212,7 @@ inline __attribute__((always_inline)) void FFTOC::unpack()
     out[n] = std::fabs(z[0].re - z[0].im);
 }
 
-inline __attribute__((always_inline)) bool FFTOC::allFinite() const
+QUORVAL_INLINE bool FFTOC::allFinite() const
 {
     // The magnitudes are not negative, so their sum is finite only when each is; an overflowing
     // sum merely sends a finite spectrum the slow way. Four sums keep the adds independent.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "analysis/WideVectors.h"
+
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -43,9 +45,9 @@ public:
     // Allocation-free. Requires setupWithLogN() first.
     void compute(const double *x);
 
-    // Whether this processor runs the transform two butterflies at a time (AVX2); objects use
-    // it when it does. Switching it off gives the same numbers more slowly: a test compares them.
-    [[nodiscard]] static bool wideVectorsAvailable();
+    // Objects run the transform two butterflies at a time where the processor can
+    // (wideVectorsAvailable()). Switching it off gives the same numbers more slowly: a test
+    // compares them.
     void setWideVectors(bool on) { wideVectors = on && wideVectorsAvailable(); }
 
     [[nodiscard]] int getN() const { return n; }

@@ -1,6 +1,7 @@
 #include "analysis/PeakDataSetOC.h"
 
 #include "analysis/Check.h"
+#include "analysis/WideVectors.h"
 
 #include <algorithm>
 #include <bit>
@@ -310,13 +311,7 @@ void PeakDataSetOC::addSumsByHarmonic(Sums &sums, double freq) const
     }
 }
 
-bool PeakDataSetOC::wideVectorsAvailable()
-{
-    static const bool available = __builtin_cpu_supports("avx2") != 0;
-    return available;
-}
-
-inline __attribute__((always_inline)) double PeakDataSetOC::goodness(double freq)
+QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
 {
     goodnessCount++;
     if (!(freq > 0.0))
@@ -391,7 +386,7 @@ inline __attribute__((always_inline)) double PeakDataSetOC::goodness(double freq
             // Capping the running maximum at -infinity forgets the group before.
             cap[i] = h == harmonic[i] ? infinity : -infinity;
             // The last peak of a group adds the group's best, except in harmonic 0.
-            close[i] = (h != harmonic[i + 2]) & (h != 0.0) ? 1.0 : 0.0;
+            close[i] = ((h != harmonic[i + 2]) & (h != 0.0)) ? 1.0 : 0.0;
             term[i] = h >= 1.0 ? score[i] : 0.0;
             // An undefined score would take a stale best below: the plain scan handles those.
             plain |= static_cast<std::uint32_t>(!(score[i] > kNone) | !(score[i] < infinity));
@@ -447,7 +442,7 @@ double PeakDataSetOC::computeGoodnessForFreq(double freq)
 
 // The same body compiled twice: with AVX2 four peaks go through each instruction, without it two.
 // Both round every operation alike, so they give the same results.
-__attribute__((target("avx2"))) double PeakDataSetOC::goodnessWide(double freq)
+QUORVAL_WIDE double PeakDataSetOC::goodnessWide(double freq)
 {
     return goodness(freq);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "analysis/WideVectors.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -79,9 +81,9 @@ public:
     // addSumsByHarmonic().
     [[nodiscard]] double computeGoodnessForFreq(double freq);
 
-    // Whether this processor runs the goodness scan four peaks at a time (AVX2); objects use it
-    // when it does. Switching it off gives the same results more slowly: a test compares them.
-    [[nodiscard]] static bool wideVectorsAvailable();
+    // Objects run the goodness scan four peaks at a time where the processor can
+    // (wideVectorsAvailable()). Switching it off gives the same results more slowly: a test
+    // compares them.
     void setWideVectors(bool on) { wideVectors = on && wideVectorsAvailable(); }
     [[nodiscard]] bool usesWideVectors() const { return wideVectors; }
 
