@@ -6,6 +6,7 @@
 
 #include "bench/GeneratedMusic.h"
 #include "cli/ParallelAnalysis.h"
+#include "options/OptionStore.h"
 #include "streams/MusicStream.h"
 #include "streams/PitchStream.h"
 #include "streams/Quorval.h"
@@ -13,7 +14,6 @@
 
 #include <QCoreApplication>
 #include <QMetaObject>
-#include <QSettings>
 #include <QTemporaryDir>
 
 #include <benchmark/benchmark.h>
@@ -161,9 +161,7 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     // Options at their defaults, whatever the user has chosen.
     QTemporaryDir store;
-    for (const auto format : {QSettings::NativeFormat, QSettings::IniFormat})
-        for (const auto scope : {QSettings::UserScope, QSettings::SystemScope})
-            QSettings::setPath(format, scope, store.path());
+    quorval::OptionStore::usePrivateStore(store.path());
     quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
         QMetaObject::invokeMethod(&app, std::move(fn), Qt::QueuedConnection);
     });

@@ -3,13 +3,13 @@
 // with nothing changed (a plain redraw), a fill after scrolling by 16 columns, and a recolour
 // followed by the fill that draws it.
 
+#include "options/OptionStore.h"
 #include "streams/DisplayColumnStream.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
 #include <QCoreApplication>
-#include <QSettings>
 #include <QTemporaryDir>
 
 #include <benchmark/benchmark.h>
@@ -142,8 +142,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QTemporaryDir settingsDir;
-    QSettings::setDefaultFormat(QSettings::IniFormat);
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settingsDir.path());
+    quorval::OptionStore::usePrivateStore(settingsDir.path());
     QCoreApplication::setOrganizationName("Quorval");
     QCoreApplication::setApplicationName("Quorval");
     benchmark::Initialize(&argc, argv);

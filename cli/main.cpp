@@ -1,11 +1,11 @@
 #include "cli/CommandLine.h"
 #include "cli/Tool.h"
 #include "options/Messages.h"
+#include "options/OptionStore.h"
 #include "streams/Quorval.h"
 
 #include <QCoreApplication>
 #include <QMetaObject>
-#include <QSettings>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -32,9 +32,7 @@ int main(int argc, char **argv)
             std::fprintf(stderr, "quorval-cli: can't make a temporary folder\n");
             return quorval::Tool::kFailed;
         }
-        for (const auto format : {QSettings::NativeFormat, QSettings::IniFormat})
-            for (const auto scope : {QSettings::UserScope, QSettings::SystemScope})
-                QSettings::setPath(format, scope, privateStore.path());
+        quorval::OptionStore::usePrivateStore(privateStore.path());
     }
 
     quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {

@@ -33,4 +33,11 @@ void remove(const QString &key)
     settings().remove(key);
 }
 
+void usePrivateStore(const QString &folder)
+{
+    for (const auto format : {QSettings::NativeFormat, QSettings::IniFormat})
+        for (const auto scope : {QSettings::UserScope, QSettings::SystemScope})
+            QSettings::setPath(format, scope, folder);
+}
+
 } // namespace quorval::OptionStore

@@ -18,6 +18,11 @@ void setText(const QString &key, const QString &text);
 
 void remove(const QString &key);
 
+// Points the store at folder, in every scope and format, for the rest of the run: the user's own
+// is then neither read nor written (tools starting from the defaults, tests, benchmarks). Call
+// from the main thread before the first read.
+void usePrivateStore(const QString &folder);
+
 } // namespace OptionStore
 
 } // namespace quorval

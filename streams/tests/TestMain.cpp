@@ -1,8 +1,8 @@
+#include "options/OptionStore.h"
 #include "streams/Quorval.h"
 #include "streams/tests/Wait.h"
 
 #include <QCoreApplication>
-#include <QSettings>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -36,9 +36,7 @@ int main(int argc, char **argv)
 #endif
     QCoreApplication app(argc, argv);
     QTemporaryDir settingsDir;
-    QSettings::setDefaultFormat(QSettings::IniFormat);
-    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settingsDir.path());
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, settingsDir.path());
+    quorval::OptionStore::usePrivateStore(settingsDir.path());
     QCoreApplication::setOrganizationName("Quorval");
     QCoreApplication::setApplicationName("Quorval");
     quorval::Quorval::installMainPoster(
