@@ -228,6 +228,11 @@ bool WavFileOC::setupFromPath(const std::string &path)
         return false;
     if (static_cast<std::int16_t>((blockAlign / channels) * 8) != bits)
         return false;
+    // The checks above pass 0 bits (with a block align of 0) and, read as a signed number, a
+    // negative count: neither is 8- or 16-bit sound, and a size of 0 or less per sample would
+    // spoil every frame count.
+    if (bits < 1)
+        return false;
 
     const std::int64_t newHeaderLength = static_cast<std::int64_t>(formatSize) + 28;
     if (newHeaderLength > kInt32Max)

@@ -242,6 +242,10 @@ TEST_F(WavFileOCTest, refusesFormatsItCannotRead)
     refuse("byte rate", [](WavImage &i) { i.byteRate = 8001 * 2; });
     refuse("negative rate", [](WavImage &i) { i.rate = 0x80000000u; }); // byte rate wraps to 0
     refuse("block align", [](WavImage &i) { i.blockAlign = 4; });
+    refuse("no bits", [](WavImage &i) { i.bits = 0, i.blockAlign = 0, i.byteRate = 0; });
+    refuse("negative bits", [](WavImage &i) {
+        i.bits = 0x8000, i.blockAlign = 0x1000, i.byteRate = 8000u * 0x1000;
+    });
     refuse("LIST chunk", [](WavImage &i) { i.chunkBeforeData = "LIST"; });
     refuse("fact chunk", [](WavImage &i) { i.chunkBeforeData = "fact"; });
     refuse("oversize data", [](WavImage &i) { i.dataSize = 40 + 1; });
