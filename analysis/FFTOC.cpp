@@ -164,6 +164,27 @@ QUORVAL_INLINE void FFTOC::runPasses(int done)
     });
 }
 
+namespace {
+
+// The butterflies of one group, top[j] with bottom[j] for j < half, each product a sum of two
+// paired products (see runPairedPasses()). The four ranges never overlap.
+QUORVAL_INLINE void pairedButterflies(FFTOC::Complex *__restrict top,
+                                      FFTOC::Complex *__restrict bottom,
+                                      const double *__restrict products,
+                                      const double *__restrict crossed, int half)
+{
+    for (int j = 0; j < half; j++) {
+        const FFTOC::Complex a = top[j];
+        const FFTOC::Complex b = bottom[j];
+        const double re = products[2 * j] * b.re + crossed[2 * j] * b.im;
+        const double im = products[2 * j + 1] * b.im + crossed[2 * j + 1] * b.re;
+        bottom[j] = FFTOC::Complex{a.re - re, a.im - im};
+        top[j] = FFTOC::Complex{a.re + re, a.im + im};
+    }
+}
+
+} // namespace
+
 QUORVAL_INLINE void FFTOC::runPairedPasses(int done)
 {
     // runPasses() with each product written as a sum of two paired products: re = wr·br + (−wi)·bi
@@ -174,42 +195,44 @@ QUORVAL_INLINE void FFTOC::runPairedPasses(int done)
     for (int passes = done, half = 1 << done; passes < logN; half *= 2, passes++) {
         const double *products = wProducts.data() + 2 * (half - 1);
         const double *crossed = wCrossed.data() + 2 * (half - 1);
-        for (int g = 0; g < n; g += 2 * half) {
-            Complex *__restrict top = z + g;
-            Complex *__restrict bottom = z + g + half;
-            for (int j = 0; j < half; j++) {
-                const Complex a = top[j];
-                const Complex b = bottom[j];
-                const double re = products[2 * j] * b.re + crossed[2 * j] * b.im;
-                const double im = products[2 * j + 1] * b.im + crossed[2 * j + 1] * b.re;
-                bottom[j] = Complex{a.re - re, a.im - im};
-                top[j] = Complex{a.re + re, a.im + im};
-            }
-        }
+        for (int g = 0; g < n; g += 2 * half)
+            pairedButterflies(z + g, z + g + half, products, crossed, half);
     }
 }
+
+namespace {
+
+// Bins 0 .. n - 1 of the real spectrum from the complex transform z, its partners z[(n - k) mod n]
+// laid out in bin order, and the unpacking factors. The four ranges never overlap.
+QUORVAL_INLINE void unpackBins(const FFTOC::Complex *__restrict z,
+                               const FFTOC::Complex *__restrict partner,
+                               const FFTOC::Complex *__restrict wrs, double *__restrict out, int n)
+{
+    for (int k = 0; k < n; k++) {
+        const FFTOC::Complex a{partner[k].re, -partner[k].im};
+        const FFTOC::Complex b{z[k].re + a.re, z[k].im + a.im};
+        const FFTOC::Complex c{z[k].re - a.re, z[k].im - a.im};
+        const FFTOC::Complex w = wrs[k];
+        const FFTOC::Complex e{b.re + (w.re * c.re - w.im * c.im),
+                               b.im + (c.re * w.im + w.re * c.im)};
+        out[k] = std::sqrt(e.re * e.re + e.im * e.im) * 0.5;
+    }
+}
+
+} // namespace
 
 QUORVAL_INLINE void FFTOC::unpack()
 {
     // Unpack the n-point complex transform into the 2n-point real spectrum. Bin k pairs z[k]
     // with z[(n - k) mod n]: that partner is first laid out in bin order, so that the main loop
     // runs straight through memory and vectorises, square roots included.
-    const Complex *__restrict z = cArray.data();
-    Complex *__restrict partner = mirrored.data();
+    const Complex *z = cArray.data();
+    Complex *partner = mirrored.data();
     partner[0] = z[0];
     for (int k = 1; k < n; k++)
         partner[k] = z[n - k];
-    const Complex *__restrict wrs = cWrs.data();
-    double *__restrict out = result.data();
-    for (int k = 0; k < n; k++) {
-        const Complex a{partner[k].re, -partner[k].im};
-        const Complex b{z[k].re + a.re, z[k].im + a.im};
-        const Complex c{z[k].re - a.re, z[k].im - a.im};
-        const Complex w = wrs[k];
-        const Complex e{b.re + (w.re * c.re - w.im * c.im), b.im + (c.re * w.im + w.re * c.im)};
-        out[k] = std::sqrt(e.re * e.re + e.im * e.im) * 0.5;
-    }
-    out[n] = std::fabs(z[0].re - z[0].im);
+    unpackBins(z, partner, cWrs.data(), result.data(), n);
+    result[static_cast<std::size_t>(n)] = std::fabs(z[0].re - z[0].im);
 }
 
 QUORVAL_INLINE bool FFTOC::allFinite() const
