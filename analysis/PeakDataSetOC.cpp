@@ -311,6 +311,61 @@ void PeakDataSetOC::addSumsByHarmonic(Sums &sums, double freq) const
     }
 }
 
+namespace {
+
+// Harmonic number (into harmonic[i]), Lorentz weight and score of each of n peaks at x with
+// heights y, for fundamental freq; nonzero when a harmonic number is in doubt or undefined (see
+// goodness()). The arrays never overlap, which lets the loop vectorise without checks.
+QUORVAL_INLINE std::uint32_t weighPeaks(const double *__restrict x, const double *__restrict y,
+                                        double *__restrict harmonic, double *__restrict weight,
+                                        double *__restrict score, std::size_t n, double freq,
+                                        double w2, double base)
+{
+    const double inverse = 1.0 / freq;
+    std::uint32_t plain = 0;
+    for (std::size_t i = 0; i < n; i++) {
+        const double estimate = x[i] * inverse + 0.5;
+        // Truncation is floor for 0 <= estimate < 1e6, and cheaper; the clamp keeps the
+        // conversion defined for every other value, which the doubt test then refuses.
+        double clamped = estimate > 0.0 ? estimate : 0.0;
+        clamped = clamped < 1e6 ? clamped : 1e6;
+        const double h = static_cast<double>(static_cast<std::int32_t>(clamped));
+        const double fraction = estimate - h;
+        plain |= static_cast<std::uint32_t>(!(estimate >= 0.0) | !(estimate < 1e6) |
+                                            !(fraction > 1e-9) | !(fraction < 1.0 - 1e-9));
+        harmonic[i] = h;
+        const double dev = x[i] - h * freq;
+        weight[i] = 1.0 / (dev * dev / w2 + 1.0);
+        score[i] = y[i] * (weight[i] - base);
+    }
+    return plain;
+}
+
+// The factors of the scan of n peaks (see goodness()) from their harmonic numbers (peak i's at
+// harmonic[i + 1], with the entries before and after) and scores; nonzero when a score is not
+// finite.
+QUORVAL_INLINE std::uint32_t scanFactors(const double *__restrict harmonic,
+                                         const double *__restrict score, double *__restrict cap,
+                                         double *__restrict close, double *__restrict term,
+                                         std::size_t n)
+{
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    std::uint32_t plain = 0;
+    for (std::size_t i = 0; i < n; i++) {
+        const double h = harmonic[i + 1];
+        // Capping the running maximum at -infinity forgets the group before.
+        cap[i] = h == harmonic[i] ? infinity : -infinity;
+        // The last peak of a group adds the group's best, except in harmonic 0.
+        close[i] = ((h != harmonic[i + 2]) & (h != 0.0)) ? 1.0 : 0.0;
+        term[i] = h >= 1.0 ? score[i] : 0.0;
+        // An undefined score would take a stale best below: the plain scan handles those.
+        plain |= static_cast<std::uint32_t>(!(score[i] > kNone) | !(score[i] < infinity));
+    }
+    return plain;
+}
+
+} // namespace
+
 QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
 {
     goodnessCount++;
@@ -335,25 +390,8 @@ QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
     // within 1e-9 of the quotient while below 1e6; only when that leaves doubt about which side
     // of an integer x / freq + 0.5 falls (or for negative, huge or undefined values) is the
     // quotient itself taken, in the plain scan below.
-    const double inverse = 1.0 / freq;
-    const double w2 = lorentz.w2;
     const double base = lorentz.base;
-    std::uint32_t plain = 0;
-    for (std::size_t i = 0; i < n; i++) {
-        const double estimate = x[i] * inverse + 0.5;
-        // Truncation is floor for 0 <= estimate < 1e6, and cheaper; the clamp keeps the
-        // conversion defined for every other value, which the doubt test then refuses.
-        double clamped = estimate > 0.0 ? estimate : 0.0;
-        clamped = clamped < 1e6 ? clamped : 1e6;
-        const double h = static_cast<double>(static_cast<std::int32_t>(clamped));
-        const double fraction = estimate - h;
-        plain |= static_cast<std::uint32_t>(!(estimate >= 0.0) | !(estimate < 1e6) |
-                                            !(fraction > 1e-9) | !(fraction < 1.0 - 1e-9));
-        harmonic[i + 1] = h;
-        const double dev = x[i] - h * freq;
-        weight[i] = 1.0 / (dev * dev / w2 + 1.0);
-        score[i] = y[i] * (weight[i] - base);
-    }
+    std::uint32_t plain = weighPeaks(x, y, harmonic + 1, weight, score, n, freq, lorentz.w2, base);
     harmonic[0] = 0.0;
     harmonic[n + 1] = -1.0;
 
@@ -380,18 +418,8 @@ QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
     // changes no sum here (a sum started at +0 is never -0).
     double allScore = 0.0;
     double harmonicScore = 0.0;
-    if (plain == 0) {
-        for (std::size_t i = 0; i < n; i++) {
-            const double h = harmonic[i + 1];
-            // Capping the running maximum at -infinity forgets the group before.
-            cap[i] = h == harmonic[i] ? infinity : -infinity;
-            // The last peak of a group adds the group's best, except in harmonic 0.
-            close[i] = ((h != harmonic[i + 2]) & (h != 0.0)) ? 1.0 : 0.0;
-            term[i] = h >= 1.0 ? score[i] : 0.0;
-            // An undefined score would take a stale best below: the plain scan handles those.
-            plain |= static_cast<std::uint32_t>(!(score[i] > kNone) | !(score[i] < infinity));
-        }
-    }
+    if (plain == 0)
+        plain = scanFactors(harmonic, score, cap, close, term, n);
     if (plain == 0) {
         // Only the sums and the maximum run from peak to peak.
         double best = -infinity;
@@ -413,7 +441,7 @@ QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
     for (std::size_t i = 0; i < n; i++) {
         const double h = std::floor(x[i] / freq + 0.5);
         const double dev = x[i] - h * freq;
-        weight[i] = 1.0 / (dev * dev / w2 + 1.0);
+        weight[i] = 1.0 / (dev * dev / lorentz.w2 + 1.0);
         score[i] = y[i] * (weight[i] - base);
         if (h != group) {
             if (group != 0.0)
