@@ -183,6 +183,44 @@ QUORVAL_INLINE void pairedButterflies(FFTOC::Complex *__restrict top,
     }
 }
 
+// Two passes over the groups of four quarters p0..p3 of a span of 4·half: the first pass's
+// butterflies (p0, p1) and (p2, p3) with its twiddles, then the next pass's (p0, p2) and
+// (p1, p3) with its own, the second half of them for (p1, p3).
+QUORVAL_INLINE void
+pairedButterflyPairs(FFTOC::Complex *__restrict p0, FFTOC::Complex *__restrict p1,
+                     FFTOC::Complex *__restrict p2, FFTOC::Complex *__restrict p3,
+                     const double *__restrict products, const double *__restrict crossed,
+                     const double *__restrict nextProducts, const double *__restrict nextCrossed,
+                     int half)
+{
+    const auto butterfly = [](FFTOC::Complex &top, FFTOC::Complex &bottom, double wr, double wr2,
+                              double wc, double wc2) {
+        const FFTOC::Complex a = top;
+        const FFTOC::Complex b = bottom;
+        const double re = wr * b.re + wc * b.im;
+        const double im = wr2 * b.im + wc2 * b.re;
+        bottom = FFTOC::Complex{a.re - re, a.im - im};
+        top = FFTOC::Complex{a.re + re, a.im + im};
+    };
+    for (int j = 0; j < half; j++) {
+        FFTOC::Complex a0 = p0[j];
+        FFTOC::Complex a1 = p1[j];
+        FFTOC::Complex a2 = p2[j];
+        FFTOC::Complex a3 = p3[j];
+        butterfly(a0, a1, products[2 * j], products[2 * j + 1], crossed[2 * j], crossed[2 * j + 1]);
+        butterfly(a2, a3, products[2 * j], products[2 * j + 1], crossed[2 * j], crossed[2 * j + 1]);
+        butterfly(a0, a2, nextProducts[2 * j], nextProducts[2 * j + 1], nextCrossed[2 * j],
+                  nextCrossed[2 * j + 1]);
+        const int k = j + half;
+        butterfly(a1, a3, nextProducts[2 * k], nextProducts[2 * k + 1], nextCrossed[2 * k],
+                  nextCrossed[2 * k + 1]);
+        p0[j] = a0;
+        p1[j] = a1;
+        p2[j] = a2;
+        p3[j] = a3;
+    }
+}
+
 } // namespace
 
 QUORVAL_INLINE void FFTOC::runPairedPasses(int done)
@@ -192,7 +230,20 @@ QUORVAL_INLINE void FFTOC::runPairedPasses(int done)
     // a NaN may differ, and a NaN sends the transform the plain way.) With each pass's twiddles
     // in a row, neighbouring butterflies become vector operations.
     Complex *z = cArray.data();
-    for (int passes = done, half = 1 << done; passes < logN; half *= 2, passes++) {
+    int passes = done;
+    int half = 1 << done;
+    // Two passes at a time while two remain: each four points go through both while they are
+    // in registers, the same operations on the same values with half the trips through memory.
+    for (; passes + 2 <= logN; passes += 2, half *= 4) {
+        const double *products = wProducts.data() + 2 * (half - 1);
+        const double *crossed = wCrossed.data() + 2 * (half - 1);
+        const double *nextProducts = wProducts.data() + 2 * (2 * half - 1);
+        const double *nextCrossed = wCrossed.data() + 2 * (2 * half - 1);
+        for (int g = 0; g < n; g += 4 * half)
+            pairedButterflyPairs(z + g, z + g + half, z + g + 2 * half, z + g + 3 * half, products,
+                                 crossed, nextProducts, nextCrossed, half);
+    }
+    for (; passes < logN; passes++, half *= 2) {
         const double *products = wProducts.data() + 2 * (half - 1);
         const double *crossed = wCrossed.data() + 2 * (half - 1);
         for (int g = 0; g < n; g += 2 * half)
