@@ -54,12 +54,32 @@ std::vector<double> bumps(const std::vector<double> &heights)
 const std::vector<double> kLadder = {0.75, 0.75, 0.75, 0.75, 1.5, 1.5,
                                      1.5,  1.5,  1.5,  3.0,  6.0, 6.0};
 
-int peaksAfterAdapting(const std::vector<double> &heights, double minThreshold, double lowFreq,
-                       double increment)
+// The peaks' bins (and, through their count, how many) after the threshold has adapted. Under
+// a positive threshold every peak is an isolated bump, whose height is its own bin's.
+std::vector<double> binsAfterAdapting(const std::vector<double> &heights, double minThreshold,
+                                      double lowFreq, double increment)
 {
     Peaks peaks(bumps(heights), minThreshold, lowFreq, increment);
     peaks.set.peaksForDensity();
-    return peaks.set.getNPeaks();
+    for (int i = 0; i < peaks.set.getNPeaks() && minThreshold > 0.0; i++) {
+        const auto bin = static_cast<std::size_t>(peaks.set.getIndexVal(i));
+        EXPECT_EQ(peaks.set.getYVal(i), peaks.spectrum[bin] - PeakDataSetOC::kDbLimit) << bin;
+    }
+    return peaks.peakBins();
+}
+
+int peaksAfterAdapting(const std::vector<double> &heights, double minThreshold, double lowFreq,
+                       double increment)
+{
+    return static_cast<int>(binsAfterAdapting(heights, minThreshold, lowFreq, increment).size());
+}
+
+// The peaks' bins at one threshold.
+std::vector<double> binsAt(const std::vector<double> &heights, double threshold)
+{
+    Peaks peaks(bumps(heights));
+    peaks.set.findPeaks(threshold);
+    return peaks.peakBins();
 }
 
 TEST(PeakDataSetOC, findPeaksFollowsRisesAndFallsBeyondTheHysteresis)
@@ -111,10 +131,12 @@ TEST(PeakDataSetOC, thresholdGrowsUntilThePeaksAreAsSparseAsTheLowestFundamental
     EXPECT_EQ(peaksAfterAdapting(kLadder, 0.5, 5.0, 2.0), 13);
     // 0.5, 1, 2, 4 all too dense for 100 Hz; 8 leaves one peak, so the peaks of 4 come back.
     EXPECT_EQ(peaksAfterAdapting(kLadder, 0.5, 100.0, 2.0), 3);
+    EXPECT_EQ(binsAfterAdapting(kLadder, 0.5, 100.0, 2.0), binsAt(kLadder, 4.0));
     // 26 Hz overshoots 20 by less than 9.75 falls short: the sparser peaks of threshold 2 stay.
     EXPECT_EQ(peaksAfterAdapting(kLadder, 0.5, 20.0, 2.0), 4);
     // 26 Hz overshoots 10 by more than 9.75 falls short: back to the peaks of threshold 1.
     EXPECT_EQ(peaksAfterAdapting(kLadder, 0.5, 10.0, 2.0), 9);
+    EXPECT_EQ(binsAfterAdapting(kLadder, 0.5, 10.0, 2.0), binsAt(kLadder, 1.0));
     // An exact tie (26 − 17.875 = 17.875 − 9.75) keeps the new threshold's peaks.
     EXPECT_EQ(peaksAfterAdapting(kLadder, 0.5, 17.875, 2.0), 4);
 
@@ -140,6 +162,7 @@ TEST(PeakDataSetOC, thresholdThatStopsGrowingEndsTheSearchWithItsPeaks)
     EXPECT_GE(peaksAfterAdapting(kLadder, -1.0, 100.0, 2.0), 13);
     // An infinite increment jumps to an infinite threshold with no peaks: back to 0.5's.
     EXPECT_EQ(peaksAfterAdapting(kLadder, 0.5, 100.0, kInf), 13);
+    EXPECT_EQ(binsAfterAdapting(kLadder, 0.5, 100.0, kInf), binsAt(kLadder, 0.5));
     // An increment barely above 1 still ends (at the step limit) with the peaks of a
     // threshold below 1, where the 0.75 bumps are still found.
     EXPECT_EQ(peaksAfterAdapting(kLadder, 0.5, 100.0, 1.0 + 1e-12), 13);
