@@ -60,13 +60,18 @@ bool SerialQueue::hasWaitingItems() const
 
 void SerialQueue::async(std::function<void()> fn)
 {
+    bool idle = false;
     {
         std::lock_guard lock(mutex);
         if (stopping)
             return;
         items.push_back(std::move(fn));
+        idle = !busy;
     }
-    wake.notify_one();
+    // A busy queue looks for more work when its item ends: waking the worker now would only
+    // put it back to sleep.
+    if (idle)
+        wake.notify_one();
 }
 
 bool SerialQueue::runHereIfIdle(const std::function<void()> &work)
@@ -108,6 +113,7 @@ void SerialQueue::runAndWait(const std::function<void()> &work)
     std::mutex doneMutex;
     std::condition_variable doneSignal;
     bool done = false;
+    bool idle = false;
     {
         std::lock_guard lock(mutex);
         QUORVAL_CHECK(!stopping);
@@ -118,8 +124,10 @@ void SerialQueue::runAndWait(const std::function<void()> &work)
             done = true;
             doneSignal.notify_one();
         });
+        idle = !busy;
     }
-    wake.notify_one();
+    if (idle)
+        wake.notify_one();
     std::unique_lock doneLock(doneMutex);
     doneSignal.wait(doneLock, [&] { return done; });
 }
