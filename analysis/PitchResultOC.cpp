@@ -83,11 +83,14 @@ void PitchResultOC::hammingTransform()
 void PitchResultOC::convertToDecibelsAndLimit()
 {
     // The quotients first, in a loop of their own that vectorises, into the samples' room (the
-    // transform has read them): the loop of logarithms then waits on no division.
+    // transform has read them). The reference is a power of two, as the segment's length is, so
+    // multiplying by its inverse rounds exactly as dividing does: both round the same value.
     const double reference = nFrames * 32768.0;
+    QUORVAL_CHECK(std::has_single_bit(static_cast<std::uint64_t>(nFrames)));
+    const double inverse = 1.0 / reference;
     double *quotients = samples.data();
     for (int i = 0; i < fftSize; i++)
-        quotients[i] = fftResult[i] / reference;
+        quotients[i] = fftResult[i] * inverse;
     // A quotient a billionth below the floor's is below the floor whatever the logarithm's last
     // bit: the floor, without a logarithm. Quiet bins between partials are often there.
     if (floorDbFor != dbLimit) {
