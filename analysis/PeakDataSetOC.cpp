@@ -353,7 +353,7 @@ QUORVAL_INLINE std::uint32_t scanFactors(const double *__restrict harmonic,
     std::uint32_t plain = 0;
     for (std::size_t i = 0; i < n; i++) {
         const double h = harmonic[i + 1];
-        // Capping the running maximum at -infinity forgets the group before.
+        // At a group's first peak the running maximum starts again.
         cap[i] = h == harmonic[i] ? infinity : -infinity;
         // The last peak of a group adds the group's best, except in harmonic 0.
         close[i] = ((h != harmonic[i + 2]) & (h != 0.0)) ? 1.0 : 0.0;

@@ -15,7 +15,8 @@ struct Running
     const Running *outer;
 };
 thread_local const Running *running = nullptr;
-// Whether this thread is a queue worker at normal priority, which may run other queues' items.
+// Whether this thread may run other queues' items: a queue worker at normal priority, or a
+// thread that asked to.
 thread_local bool mayRunOthers = false;
 
 // Marks queue as running on this thread for the lifetime of the object.
