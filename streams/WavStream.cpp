@@ -143,17 +143,16 @@ void WavStream::startCopy(std::unique_ptr<WavFileOC> source)
         bool more = true;
         SerialQueue &data = Quorval::dataQueue();
         while (more && !Quorval::isShuttingDown()) {
+            // Up to the next growth notice, or one call when other work waits.
             more = data.sync([&] {
-                for (int call = 0; call < kCopyCalls; ++call) {
+                do {
                     const int n = self->wavFile->copyDataFromWavFile(*from, location, location,
                                                                      WavFileOC::kMaxCopyBytes);
                     if (n <= 0)
                         return false;
                     location += n;
                     self->maxIndex_D = location / self->bytesPerFrame;
-                    if (++callsSinceNotice == kCopyCalls || data.hasWaitingItems())
-                        break;
-                }
+                } while (++callsSinceNotice < kCopyCalls && !data.hasWaitingItems());
                 return true;
             });
             if (more && callsSinceNotice >= kCopyCalls) {
