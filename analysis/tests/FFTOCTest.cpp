@@ -149,54 +149,11 @@ TEST(FFTOC, equalsThePlainTransformToTheLastBitWithNonFiniteAndHugeValues)
     }
 }
 
-TEST(FFTOC, sizeOneGivesSumAndDifference)
+TEST(FFTOC, negativeSizeIsTakenAsSizeOne)
 {
-    FFTOC fft;
-    ASSERT_TRUE(fft.setupWithLogN(0));
-    EXPECT_EQ(fft.getN(), 1);
-    const double x[2] = {3.0, -5.0};
-    fft.compute(x);
-    EXPECT_DOUBLE_EQ(fft.getValue(0), 2.0);
-    EXPECT_DOUBLE_EQ(fft.getValue(1), 8.0);
-
     FFTOC negative;
     ASSERT_TRUE(negative.setupWithLogN(-3));
     EXPECT_EQ(negative.getN(), 1);
-}
-
-TEST(FFTOC, constantInputFillsOnlyBinZero)
-{
-    for (int logN : {1, 5, 10}) {
-        SCOPED_TRACE(logN);
-        FFTOC fft;
-        ASSERT_TRUE(fft.setupWithLogN(logN));
-        const int n = fft.getN();
-        const double c = -0.75;
-        std::vector<double> x(static_cast<std::size_t>(2 * n), c);
-        fft.compute(x.data());
-        EXPECT_NEAR(fft.getValue(0), 2.0 * n * std::fabs(c), 1e-9 * n);
-        for (int k = 1; k <= n; k++)
-            EXPECT_NEAR(fft.getValue(k), 0.0, 1e-9 * n) << "bin " << k;
-    }
-}
-
-TEST(FFTOC, cosineAtBinGivesHalfTheLength)
-{
-    const int logN = 9;
-    FFTOC fft;
-    ASSERT_TRUE(fft.setupWithLogN(logN));
-    const int n = fft.getN();
-    for (int m : {1, 7, 100, n - 1}) {
-        SCOPED_TRACE(m);
-        std::vector<double> x(static_cast<std::size_t>(2 * n));
-        for (int t = 0; t < 2 * n; t++)
-            x[static_cast<std::size_t>(t)] = std::cos(std::numbers::pi * m * t / n);
-        fft.compute(x.data());
-        for (int k = 0; k <= n; k++) {
-            const double expected = k == m ? n : 0.0;
-            EXPECT_NEAR(fft.getValue(k), expected, 1e-9 * n) << "bin " << k;
-        }
-    }
 }
 
 TEST(FFTOC, repeatedTransformsGiveTheSameResult)
@@ -226,8 +183,6 @@ TEST(FFTOC, getRangeRoundsToSinglePrecision)
     fft.getRange(0, 2, range);
     EXPECT_EQ(range.getMin(), static_cast<double>(0.1f));
     EXPECT_EQ(range.getMax(), static_cast<double>(0.1f));
-    EXPECT_NE(range.getMin(), 0.1);
-    EXPECT_NEAR(range.getMin(), 0.100000001490116, 1e-15);
     EXPECT_EQ(range.getRMS(), 42.0);
 
     fft.getRange(1, 0, range);
@@ -251,49 +206,6 @@ TEST(FFTOC, getRangeFindsLeastAndGreatestOfTheRange)
     EXPECT_LT(range.getMin(), 1e-9);
     fft.getRange(0, 17, range);
     EXPECT_EQ(range.getMax(), static_cast<double>(static_cast<float>(fft.getValue(0))));
-}
-
-TEST(FFTOC, complexHelpersFollowTheirDefinitions)
-{
-    using C = FFTOC::Complex;
-    C a;
-    C b;
-    C c;
-    FFTOC::cSet(&a, 1.5, -2.0);
-    FFTOC::cSet(&b, -0.5, 4.0);
-    FFTOC::cAdd(&c, &a, &b);
-    EXPECT_EQ(c.re, 1.0);
-    EXPECT_EQ(c.im, 2.0);
-    FFTOC::cSubtract(&c, &a, &b);
-    EXPECT_EQ(c.re, 2.0);
-    EXPECT_EQ(c.im, -6.0);
-    FFTOC::cMultiply(&c, &a, &b);
-    EXPECT_EQ(c.re, 1.5 * -0.5 - (-2.0 * 4.0));
-    EXPECT_EQ(c.im, -0.5 * -2.0 + 1.5 * 4.0);
-    FFTOC::cMultiply(&a, &a, &b); // the output may alias an operand
-    EXPECT_EQ(a.re, c.re);
-    EXPECT_EQ(a.im, c.im);
-    FFTOC::cComplement(&c, &b);
-    EXPECT_EQ(c.re, -0.5);
-    EXPECT_EQ(c.im, -4.0);
-    FFTOC::cSet(&c, 3.0, -4.0);
-    EXPECT_EQ(FFTOC::cModulus(&c), 5.0);
-}
-
-TEST(VolumeResultOC, clearSetsExtremesAndZeroRms)
-{
-    VolumeResultOC volume;
-    EXPECT_EQ(volume.getMin(), std::numeric_limits<double>::max());
-    volume.setMin(-3.0);
-    volume.setMax(4.0);
-    volume.setRMS(2.5);
-    EXPECT_EQ(volume.getMin(), -3.0);
-    EXPECT_EQ(volume.getMax(), 4.0);
-    EXPECT_EQ(volume.getRMS(), 2.5);
-    volume.clear();
-    EXPECT_EQ(volume.getMin(), std::numeric_limits<double>::max());
-    EXPECT_EQ(volume.getMax(), -std::numeric_limits<double>::max());
-    EXPECT_EQ(volume.getRMS(), 0.0);
 }
 
 } // namespace
