@@ -56,6 +56,14 @@ protected:
         return result;
     }
 
+    QString writeFile(const QString &name, const QByteArray &bytes) const
+    {
+        QFile file(dir.filePath(name));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+        return file.fileName();
+    }
+
     QByteArray contents(const QString &name) const
     {
         QFile file(dir.filePath(name));
@@ -85,10 +93,8 @@ protected:
 std::vector<double> melody(const std::vector<double> &notes, double secondsEach)
 {
     std::vector<double> samples;
-    for (double note : notes) {
-        const std::vector<double> part = toneAt(note, secondsEach);
-        samples.insert(samples.end(), part.begin(), part.end());
-    }
+    for (double note : notes)
+        samples = test::joined(std::move(samples), toneAt(note, secondsEach));
     return samples;
 }
 
@@ -251,19 +257,11 @@ TEST_F(QuorvalCli, takesOptionsFromTheCommandLineAndFilesWithoutTouchingTheUsers
 TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
 {
     const QString good = wavOf("good.wav", toneAt(69.0, 1.0));
-    const QByteArray bytes = contents("good.wav");
-    QFile truncated(dir.filePath("truncated.wav"));
-    ASSERT_TRUE(truncated.open(QIODevice::WriteOnly));
     // Half a second of the second's worth that the header promises.
-    truncated.write(bytes.left(44 + static_cast<int>(kRate)));
-    truncated.close();
-    QFile empty(dir.filePath("empty.wav"));
-    ASSERT_TRUE(empty.open(QIODevice::WriteOnly));
-    empty.close();
-    QFile garbage(dir.filePath("garbage.wav"));
-    ASSERT_TRUE(garbage.open(QIODevice::WriteOnly));
-    garbage.write(QByteArray(5000, 'x'));
-    garbage.close();
+    const QString truncated =
+        writeFile("truncated.wav", contents("good.wav").left(44 + static_cast<int>(kRate)));
+    writeFile("empty.wav", {});
+    writeFile("garbage.wav", QByteArray(5000, 'x'));
     ASSERT_TRUE(QDir(dir.path()).mkdir("folder.wav"));
 
     for (const char *name : {"missing.wav", "folder.wav", "empty.wav", "garbage.wav"}) {
@@ -275,7 +273,7 @@ TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
         }
     }
     // A file cut short is read as far as it goes, with a word about it.
-    const Outcome cut = run({"pitches", truncated.fileName()});
+    const Outcome cut = run({"pitches", truncated});
     EXPECT_EQ(cut.status, 0) << cut.err.toStdString();
     EXPECT_TRUE(cut.err.contains("ends before")) << cut.err.toStdString();
     EXPECT_EQ(linesOf(cut.out).size(), (static_cast<int>(kRate) / 2 - 512) / 512);

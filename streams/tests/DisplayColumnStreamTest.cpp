@@ -27,11 +27,6 @@ using namespace std::chrono_literals;
 constexpr double kRate = 44100.0;
 constexpr std::int64_t kSpacing = 512; // frames between segments at the default options
 
-void append(std::vector<double> &to, const std::vector<double> &more)
-{
-    to.insert(to.end(), more.begin(), more.end());
-}
-
 // Equal temperament, every note shown; goodness below threshold darkens.
 ColumnSettings plainSettings(double goodnessThreshold, bool tuning = false)
 {
@@ -118,9 +113,10 @@ TEST(DisplayColumnLayout, placesTheMiddleInItsSegmentAndTheEdgesInTheSound)
 
 TEST(DisplayColumnStream, fillMeasuresEveryColumnOfAGeneratedSound)
 {
-    std::vector<double> samples = test::toneAt(60.3, 1.0, {.amplitude = 8000.0});
-    append(samples, testsignals::silence(static_cast<int>(0.5 * kRate)));
-    append(samples, test::toneAt(71.8, 1.0, {.amplitude = 3000.0}));
+    const std::vector<double> samples =
+        test::joined(test::joined(test::toneAt(60.3, 1.0, {.amplitude = 8000.0}),
+                                  testsignals::silence(static_cast<int>(0.5 * kRate))),
+                     test::toneAt(71.8, 1.0, {.amplitude = 3000.0}));
     const Analysed sound(test::toPCM(samples));
     const std::vector<MusicStream::SegmentValue> segments = sound.music->segmentValues();
     const auto frames = static_cast<std::int64_t>(sound.pcm.size());
@@ -211,7 +207,8 @@ TEST(DisplayColumnStream, referenceVolumeIsTheLoudestTenthOfTheGoodness)
     // Ten silent segments, then segments of a sine, each a little louder than the one before.
     std::vector<double> samples = testsignals::silence(static_cast<int>(10 * kSpacing));
     for (int i = 0; i < 31; ++i) // up to 40 whole segments
-        append(samples, testsignals::sine(440.0, 300.0 * (i + 1), static_cast<int>(kSpacing)));
+        samples = test::joined(std::move(samples), testsignals::sine(440.0, 300.0 * (i + 1),
+                                                                     static_cast<int>(kSpacing)));
     const Analysed sound(test::toPCM(samples));
     const auto stream = sound.columns(40, 1, plainSettings(100.0));
 
@@ -380,9 +377,8 @@ bool sameValues(const ColumnValues &a, const ColumnValues &b)
 
 TEST(DisplayColumnStream, scrollingAndResegmentingReaimTheColumns)
 {
-    std::vector<double> samples = test::toneAt(60.0, 1.5, {.amplitude = 8000.0});
-    append(samples, test::toneAt(64.0, 1.5, {.amplitude = 4000.0}));
-    const Analysed sound(test::toPCM(samples));
+    const Analysed sound(test::toPCM(test::joined(test::toneAt(60.0, 1.5, {.amplitude = 8000.0}),
+                                                  test::toneAt(64.0, 1.5, {.amplitude = 4000.0}))));
     const auto stream = DisplayColumnStream::create(sound.music, 100, 1.0, plainSettings(100.0));
 
     // Each fill of the scrolled ring must match a fresh stream filled once at the same place.
