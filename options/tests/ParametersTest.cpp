@@ -181,11 +181,6 @@ TEST_F(ParametersTest, sharedLookupsReadTheStore)
     EXPECT_EQ(parameters.currentKey().index, Parameters::majorKeyNames().indexOf(u"A"));
     OptionStore::setText(QStringLiteral("Key"), QStringLiteral("H"));
     EXPECT_EQ(parameters.currentKey().index, -1);
-
-    parameters.setLastVersion(QStringLiteral("2.1"));
-    parameters.setIgnoreUpdateVersion(QStringLiteral(" 2.2 "));
-    EXPECT_EQ(parameters.lastversion.value(), QStringLiteral("2.1"));
-    EXPECT_EQ(OptionStore::text(QStringLiteral("Ignore update version")), QStringLiteral(" 2.2 "));
 }
 
 } // namespace

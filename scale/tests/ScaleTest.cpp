@@ -25,11 +25,9 @@ Scale::Settings settings(int key, bool minor, const char16_t *temperament, int l
 TEST(Scale, noteNumbersAndFrequenciesConvertBothWays)
 {
     EXPECT_DOUBLE_EQ(Scale::noteNumber(440.0, 440.0), 69.0);
-    EXPECT_DOUBLE_EQ(Scale::noteNumber(442.0, 442.0), 69.0);
     EXPECT_NEAR(Scale::noteNumber(880.0, 440.0), 81.0, 1e-12);
     EXPECT_NEAR(Scale::frequency(57.0, 442.0), 221.0, 1e-9);
     EXPECT_NEAR(Scale::frequency(60.0, 440.0), 261.6255653005986, 1e-9);
-    EXPECT_NEAR(kSemitoneLog, std::log(2.0) / 12.0, 1e-17);
     for (double n : {-3.25, 21.0, 60.5, 108.0})
         EXPECT_NEAR(Scale::noteNumber(Scale::frequency(n, 415.0), 415.0), n, 1e-9);
 }
