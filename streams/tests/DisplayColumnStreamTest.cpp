@@ -8,14 +8,13 @@
 #include "streams/WavStream.h"
 #include "streams/tests/RecordedSound.h"
 #include "streams/tests/Tones.h"
+#include "streams/tests/UnitLog.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -418,26 +417,6 @@ TEST(DisplayColumnStream, scrollingAndResegmentingReaimTheColumns)
     }
 }
 
-// Records the calculation's unit codes.
-class UnitLog
-{
-public:
-    void operator()(std::int64_t code)
-    {
-        std::lock_guard lock(mutex);
-        codes.push_back(code);
-    }
-    std::vector<std::int64_t> snapshot()
-    {
-        std::lock_guard lock(mutex);
-        return codes;
-    }
-
-private:
-    std::mutex mutex;
-    std::vector<std::int64_t> codes;
-};
-
 // Leaves no column stream behind for the calculations of other tests.
 struct VisibleSourceReset
 {
@@ -453,7 +432,7 @@ TEST(DisplayColumnStream, theCalculationComputesTheVisibleColumnsFirst)
     Quorval::setVisibleSegmentSource(stream);
     (void)stream->fill(500);
 
-    auto log = std::make_shared<UnitLog>();
+    auto log = std::make_shared<test::UnitLog>();
     sound.music->setUnitObserver([log](std::int64_t code) { (*log)(code); });
     // Every segment back to "not computed yet", then the calculation goes through them again.
     const auto pitch = sound.music->pitchStream();

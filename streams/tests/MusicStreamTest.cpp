@@ -9,6 +9,7 @@
 #include "streams/tests/RecordedSound.h"
 #include "streams/tests/SoundFiles.h"
 #include "streams/tests/Tones.h"
+#include "streams/tests/UnitLog.h"
 #include "streams/tests/Wait.h"
 
 #include <QDir>
@@ -19,9 +20,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <condition_variable>
 #include <future>
-#include <mutex>
 #include <thread>
 
 namespace quorval {
@@ -126,46 +125,10 @@ private:
     std::int64_t end;
 };
 
-// Records the unit codes; can hold the calculation at its first unit until released.
-class UnitLog
-{
-public:
-    explicit UnitLog(bool holdFirst) : holding(holdFirst) {}
-    void operator()(std::int64_t code)
-    {
-        std::unique_lock lock(mutex);
-        codes.push_back(code);
-        changed.notify_all();
-        changed.wait(lock, [this] { return !holding; });
-    }
-    bool waitForUnits(std::size_t count)
-    {
-        std::unique_lock lock(mutex);
-        return changed.wait_for(lock, 30s, [&] { return codes.size() >= count; });
-    }
-    void release()
-    {
-        std::lock_guard lock(mutex);
-        holding = false;
-        changed.notify_all();
-    }
-    std::vector<std::int64_t> snapshot()
-    {
-        std::lock_guard lock(mutex);
-        return codes;
-    }
-
-private:
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<std::int64_t> codes;
-    bool holding;
-};
-
 TEST(MusicStream, visibleSegmentsComeFirstAndOneLoopServesEveryRequest)
 {
     const auto wav = soundOf(test::toneAt(64.0, 1.0));
-    auto log = std::make_shared<UnitLog>(true);
+    auto log = std::make_shared<test::UnitLog>(true);
     Quorval::setVisibleSegmentSource(std::make_shared<Window>(40, 50));
     // The calc queue is held until the observer is in place, so the loop that create() starts
     // cannot compute anything unobserved.
