@@ -156,20 +156,6 @@ TEST(FFTOC, negativeSizeIsTakenAsSizeOne)
     EXPECT_EQ(negative.getN(), 1);
 }
 
-TEST(FFTOC, repeatedTransformsGiveTheSameResult)
-{
-    FFTOC fft;
-    ASSERT_TRUE(fft.setupWithLogN(6));
-    const std::vector<double> x = testsignals::whiteNoise(1.0, 128, 7);
-    fft.compute(x.data());
-    const std::vector<double> first(fft.getResult(), fft.getResult() + 65);
-    std::vector<double> other(128, 0.25);
-    fft.compute(other.data());
-    fft.compute(x.data());
-    for (int k = 0; k <= 64; k++)
-        EXPECT_EQ(fft.getValue(k), first[static_cast<std::size_t>(k)]);
-}
-
 TEST(FFTOC, getRangeRoundsToSinglePrecision)
 {
     FFTOC fft;
