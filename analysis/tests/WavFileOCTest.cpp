@@ -314,31 +314,16 @@ TEST_F(WavFileOCTest, shortFormatBodyIsAcceptedUnverifiedWithNoFormat)
     EXPECT_EQ(volume.getRMS(), 0.0);
 }
 
-TEST_F(WavFileOCTest, convertsSignedEightBitAndMeanOfStereo)
+TEST_F(WavFileOCTest, volumeCountsEveryChannelSample)
 {
-    WavImage eight;
-    eight.bits = 8;
-    eight.data = Bytes{0x80, 0xFF, 0x00, 0x7F};
-    WavFileOC wav;
-    ASSERT_TRUE(wav.setupFromPath(write("eight.wav", eight.bytes())));
-    double samples[4];
-    ASSERT_TRUE(wav.getSamples(samples, 0, 4));
-    EXPECT_EQ(std::vector<double>(samples, samples + 4), (std::vector<double>{-128, -1, 0, 127}));
-
     WavImage stereo;
     stereo.channels = 2;
-    WavImage::appendLE(stereo.data, 100, 2);
-    WavImage::appendLE(stereo.data, static_cast<std::uint16_t>(-50), 2);
-    WavImage::appendLE(stereo.data, static_cast<std::uint16_t>(-32768), 2);
-    WavImage::appendLE(stereo.data, static_cast<std::uint16_t>(-1), 2);
+    for (int v : {100, -50, -32768, -1})
+        WavImage::appendLE(stereo.data, static_cast<std::uint16_t>(v), 2);
     WavFileOC pair;
     ASSERT_TRUE(pair.setupFromPath(write("stereo.wav", stereo.bytes())));
-    ASSERT_TRUE(pair.getSamples(samples, 0, 2));
-    EXPECT_EQ(samples[0], 25.0);
-    EXPECT_EQ(samples[1], -16384.5);
-
     VolumeResultOC volume;
-    pair.getVolume(0, 2, volume); // every channel sample counts
+    pair.getVolume(0, 2, volume);
     EXPECT_EQ(volume.getMin(), -32768.0);
     EXPECT_EQ(volume.getMax(), 100.0);
     EXPECT_DOUBLE_EQ(volume.getRMS(), std::sqrt((100.0 * 100 + 50 * 50 + 32768.0 * 32768 + 1) / 4));
