@@ -511,5 +511,17 @@ TEST_F(WavFileOCTest, copiesHeadersByteForByteAndDataInBoundedPieces)
     EXPECT_NE(temporary.getFilePath(), WavFileOC::createTempFilePath());
 }
 
+TEST_F(WavFileOCTest, statusDescribesTheFormatInItsOwnWords)
+{
+    // The text is the system's own, odd capital included.
+    WavFileOC wav;
+    EXPECT_EQ(wav.status(), "sampleRate 0.000000\nnChannels 0\nbytesPersample 0\nverified FALSE\n"
+                            "FilePath ");
+    ASSERT_TRUE(wav.setupWithSampleRate(22050.5, 2, 1, 10));
+    EXPECT_EQ(wav.status(), "sampleRate 22050.500000\nnChannels 2\nbytesPersample 1\nverified "
+                            "TRUE\nFilePath " +
+                                wav.getFilePath());
+}
+
 } // namespace
 } // namespace quorval
