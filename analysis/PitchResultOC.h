@@ -89,6 +89,8 @@ public:
 private:
     void prepare(FFTOC &fft, PeakDataSetOC *peakData, int nHighest, double freqMin, double freqMax,
                  double goodnessThreshold, double dbLimit);
+    // The Hamming weights of the present size, made once per thread.
+    [[nodiscard]] const double *hammingWindow() const;
     [[nodiscard]] double goodnessAt(double f);
     [[nodiscard]] double refine(double f);
 
@@ -96,6 +98,8 @@ private:
     int fftSize = 0;
     int nFreqs = 0;
     std::vector<double> samples; // nFrames samples of the segment, integer units
+    bool windowed = false;       // samples already weighted, by setupWithSamples()
+    bool windowedFinite = true;  // and whether they were all finite before
     double *fftResult = nullptr; // the FFTOC's result array, in dB after compute()
     int serial = 0;
     double freq = 0.0;

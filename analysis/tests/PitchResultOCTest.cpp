@@ -290,11 +290,15 @@ TEST(PitchResultOC, nonFiniteSamplesAndNonsenseSettingsNeverHangOrCrash)
     const auto clean = tone({.freqHz = noteToHz(69)}, kSegLength);
     for (double bad : {nan, inf, -inf}) {
         Analyser analyser;
+        ASSERT_GT(analyser.analyse(clean).freq, 0.0);
+        const int cleanPeaks = analyser.peaks.getNPeaks();
         auto segment = clean;
         segment[500] = bad;
         const auto result = analyser.analyse(segment);
         EXPECT_EQ(result.freq, 0.0) << bad;
         EXPECT_EQ(result.goodness, 0.0) << bad;
+        // The search is not even started: the peak set keeps the last segment's peaks.
+        EXPECT_EQ(analyser.peaks.getNPeaks(), cleanPeaks) << bad;
     }
 
     // Every option that reaches the analysis unchecked, at its worst.
