@@ -50,11 +50,11 @@ bool PeakDataSetOC::setupWithN(int N, const double *data, double threshold, doub
 {
     fftLength = N;
     const auto room = static_cast<std::size_t>(N > 0 ? N / 2 : 0);
-    indexVals.assign(room + 1, 0.0);
-    xVals.assign(room + 1, 0.0);
-    yVals.assign(room + 1, 0.0);
-    previousIndexVals.assign(room + 1, 0.0);
-    previousYVals.assign(room + 1, 0.0);
+    indexVals.assign(room, 0.0);
+    xVals.assign(room, 0.0);
+    yVals.assign(room, 0.0);
+    previousIndexVals.assign(room, 0.0);
+    previousYVals.assign(room, 0.0);
     previousCount = 0;
     harmonicVals.assign(room + 2, 0.0);
     weightVals.assign(room, 0.0);
@@ -98,27 +98,39 @@ int PeakDataSetOC::findPeaks(double t)
     }
     // Rising, a new high moves the reference, a fall of more than t records the peak; falling,
     // a rise of more than t turns, a new low moves the reference. The high wins over the fall
-    // and the rise over the low when t < 0 lets both hold. Which way each test goes is as good
-    // as random on a rough spectrum, so the loop selects rather than branches: every step writes
-    // the pending peak, and only a recorded one advances the count.
+    // and the rise over the low when t < 0 lets both hold. A turn is the rare event and takes a
+    // branch; whether a value moves the reference is as good as random on a rough spectrum, so
+    // that is a selection (a maximum or minimum) rather than a branch.
     double *index = indexVals.data();
     double *height = yVals.data();
     int count = 0;
     for (; i < fftLength; i++) {
         const double v = fftData[i];
-        const bool higher = v > reference;
-        const bool turn = rising ? !higher && v < reference - t : v > reference + t;
-        const bool moves = turn || (rising ? higher : v < reference);
-        index[count] = referenceIndex;
-        height[count] = reference;
-        count += static_cast<int>(rising && turn);
-        reference = moves ? v : reference;
-        referenceIndex = moves ? i : referenceIndex;
-        rising = rising != turn;
+        if (rising) {
+            if (!(v > reference) && v < reference - t) {
+                // Each peak needs a rise and a fall, so N values hold at most N / 2 peaks.
+                QUORVAL_CHECK(static_cast<std::size_t>(count) < indexVals.size());
+                index[count] = referenceIndex;
+                height[count] = reference;
+                count++;
+                rising = false;
+                reference = v;
+                referenceIndex = i;
+                continue;
+            }
+            referenceIndex = v > reference ? i : referenceIndex;
+            reference = v > reference ? v : reference;
+        } else {
+            if (v > reference + t) {
+                rising = true;
+                reference = v;
+                referenceIndex = i;
+                continue;
+            }
+            referenceIndex = v < reference ? i : referenceIndex;
+            reference = v < reference ? v : reference;
+        }
     }
-    // Each peak needs a rise and a fall, so N values hold at most N / 2 peaks; the room holds
-    // one more for the pending write.
-    QUORVAL_CHECK(static_cast<std::size_t>(count) < indexVals.size());
     nPeaks = count;
     return nPeaks;
 }
