@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
 #include <cinttypes>
 #include <cmath>
 #include <unistd.h>
@@ -32,6 +33,17 @@ template <class... Args> void appendf(std::string &text, const char *format, Arg
     const int n = std::snprintf(buffer, sizeof buffer, format, args...);
     if (n > 0)
         text.append(buffer, static_cast<std::size_t>(std::min<int>(n, sizeof buffer - 1)));
+}
+
+// Appends value as "%f" writes it (six decimals, the "C" locale's digits) without the formatted
+// output machinery, which dominates a listing of every segment.
+void appendFixed(std::string &text, double value)
+{
+    char buffer[400]; // "%f" of the largest double has 309 digits before the point
+    const auto [end, error] =
+        std::to_chars(buffer, buffer + sizeof buffer, value, std::chars_format::fixed, 6);
+    if (error == std::errc())
+        text.append(buffer, end);
 }
 
 bool stderrIsTerminal()
@@ -197,7 +209,7 @@ int Tool::pitches(const CommandLine &line)
     const double aFrequency = Parameters::shared().aFrequency.value();
     const bool json = line.format == CommandLine::Format::json;
     const bool csv = line.format == CommandLine::Format::csv;
-    const char *lineFormat = csv ? "%" PRId64 ",%f,%f,%f,%f,%f\n" : "%" PRId64 " %f %f %f %f %f\n";
+    const char separator = csv ? ',' : ' ';
     std::string text;
     if (csv)
         text = "index,time_s,pitch,goodness,frequency_hz,deviation_cents\n";
@@ -216,8 +228,14 @@ int Tool::pitches(const CommandLine &line)
                     "\"frequency_hz\": %f, \"deviation_cents\": %f}",
                     value.index, value.timeSeconds, value.pitch, value.goodness, freqHz, cents);
         } else {
-            appendf(text, lineFormat, value.index, value.timeSeconds, value.pitch, value.goodness,
-                    freqHz, cents);
+            // The "%" PRId64 " %f %f %f %f %f" line (commas for CSV).
+            text += std::to_string(value.index);
+            for (const double number :
+                 {value.timeSeconds, value.pitch, value.goodness, freqHz, cents}) {
+                text += separator;
+                appendFixed(text, number);
+            }
+            text += '\n';
         }
         firstSegment = false;
         if (text.size() > (1u << 16)) {
