@@ -57,7 +57,6 @@ bool PeakDataSetOC::setupWithN(int N, const double *data, double threshold, doub
     previousYVals.assign(room, 0.0);
     previousCount = 0;
     harmonicVals.assign(room + 2, 0.0);
-    weightVals.assign(room, 0.0);
     scoreVals.assign(room, 0.0);
     capVals.assign(room, 0.0);
     closeVals.assign(room, 0.0);
@@ -325,13 +324,13 @@ void PeakDataSetOC::addSumsByHarmonic(Sums &sums, double freq) const
 
 namespace {
 
-// Harmonic number (into harmonic[i]), Lorentz weight and score of each of n peaks at x with
-// heights y, for fundamental freq; nonzero when a harmonic number is in doubt or undefined (see
-// goodness()). The arrays never overlap, which lets the loop vectorise without checks.
+// Harmonic number (into harmonic[i]) and score (height times Lorentz weight less its base) of
+// each of n peaks at x with heights y, for fundamental freq; nonzero when a harmonic number is in
+// doubt or undefined (see goodness()). The arrays never overlap, which lets the loop vectorise
+// without checks.
 QUORVAL_INLINE std::uint32_t weighPeaks(const double *__restrict x, const double *__restrict y,
-                                        double *__restrict harmonic, double *__restrict weight,
-                                        double *__restrict score, std::size_t n, double freq,
-                                        double w2, double base)
+                                        double *__restrict harmonic, double *__restrict score,
+                                        std::size_t n, double freq, double w2, double base)
 {
     const double inverse = 1.0 / freq;
     std::uint32_t plain = 0;
@@ -347,8 +346,8 @@ QUORVAL_INLINE std::uint32_t weighPeaks(const double *__restrict x, const double
                                             !(fraction > 1e-9) | !(fraction < 1.0 - 1e-9));
         harmonic[i] = h;
         const double dev = x[i] - h * freq;
-        weight[i] = 1.0 / (dev * dev / w2 + 1.0);
-        score[i] = y[i] * (weight[i] - base);
+        const double weight = 1.0 / (dev * dev / w2 + 1.0);
+        score[i] = y[i] * (weight - base);
     }
     return plain;
 }
@@ -390,7 +389,6 @@ QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
     // harmonic[i + 1] belongs to peak i: harmonic[0] is the group before the first peak (0),
     // harmonic[n + 1] an end mark no harmonic number equals.
     double *harmonic = harmonicVals.data();
-    double *weight = weightVals.data();
     double *score = scoreVals.data();
     double *cap = capVals.data();
     double *close = closeVals.data();
@@ -403,7 +401,7 @@ QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
     // of an integer x / freq + 0.5 falls (or for negative, huge or undefined values) is the
     // quotient itself taken, in the plain scan below.
     const double base = lorentz.base;
-    std::uint32_t plain = weighPeaks(x, y, harmonic + 1, weight, score, n, freq, lorentz.w2, base);
+    std::uint32_t plain = weighPeaks(x, y, harmonic + 1, score, n, freq, lorentz.w2, base);
     harmonic[0] = 0.0;
     harmonic[n + 1] = -1.0;
 
@@ -453,8 +451,8 @@ QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
     for (std::size_t i = 0; i < n; i++) {
         const double h = std::floor(x[i] / freq + 0.5);
         const double dev = x[i] - h * freq;
-        weight[i] = 1.0 / (dev * dev / lorentz.w2 + 1.0);
-        score[i] = y[i] * (weight[i] - base);
+        const double weight = 1.0 / (dev * dev / lorentz.w2 + 1.0);
+        score[i] = y[i] * (weight - base);
         if (h != group) {
             if (group != 0.0)
                 harmonicScore += bestHeight * (bestWeight - base);
@@ -465,7 +463,7 @@ QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
             allScore += score[i];
             if (score[i] > bestScore) {
                 bestHeight = y[i];
-                bestWeight = weight[i];
+                bestWeight = weight;
                 bestScore = score[i];
             }
         }

@@ -119,9 +119,8 @@ private:
     double highestXs[2] = {-1.0, -1.0};
     double highestYs[2] = {0.0, 0.0};
     // Scratch of computeGoodnessForFreq: harmonic number (shifted by one, with an entry before
-    // and after), Lorentz weight, weighted height, and the factors of the scan of each peak.
+    // and after), weighted height (score), and the factors of the scan of each peak.
     std::vector<double> harmonicVals;
-    std::vector<double> weightVals;
     std::vector<double> scoreVals;
     std::vector<double> capVals;   // +infinity within a group, -infinity at its first peak
     std::vector<double> closeVals; // 1 at the last peak of a group above harmonic 0, else 0
