@@ -19,8 +19,9 @@ namespace quorval {
 
 namespace {
 
-// Row geometry in pixels: labels from x = 20 in a column at least 175 wide, controls from
-// x = 205 and 160 wider than they need, rows 24 high and 28 apart, 18 of margin per page.
+// Row geometry in pixels: labels from x = 20 in a column at least 175 wide (as wide as the
+// widest label, on every page), controls 10 to the right of it and 160 wider than they need,
+// rows 24 high and 28 apart, 18 of margin per page.
 constexpr int kLabelX = 20;
 constexpr int kLabelWidth = 175;
 constexpr int kControlGap = 10;
@@ -90,8 +91,18 @@ void ParmViewController::buildPages()
     builtForDeveloperMode_ = developerMode();
     built_ = true;
     rows_.resize(parmLists_.size());
-    for (std::size_t i = 0; i < parmLists_.size(); ++i)
-        tabView_->addTab(buildPage(parmLists_[i], rows_[i]), tabLabel(parmLists_[i].tabIdentifier));
+    int labelWidth = kLabelWidth;
+    for (std::size_t i = 0; i < parmLists_.size(); ++i) {
+        QWidget *page = buildPage(parmLists_[i], rows_[i]);
+        for (const QLabel *label : page->findChildren<QLabel *>())
+            labelWidth = qMax(labelWidth, label->sizeHint().width());
+        tabView_->addTab(page, tabLabel(parmLists_[i].tabIdentifier));
+    }
+    // One label column on every page, so the controls do not move between tabs.
+    for (int i = 0; i < tabView_->count(); ++i) {
+        if (auto *grid = qobject_cast<QGridLayout *>(tabView_->widget(i)->layout()))
+            grid->setColumnMinimumWidth(0, labelWidth);
+    }
     tabView_->setCurrentIndex(qMax(shown, 0));
 
     // The keyboard walks the rows in order, then the buttons.
@@ -128,7 +139,8 @@ QWidget *ParmViewController::buildPage(const Parameters::Page &page, std::vector
     grid->setContentsMargins(kLabelX, kPageMargin, kLabelX, kPageMargin);
     grid->setHorizontalSpacing(kControlGap);
     grid->setVerticalSpacing(kRowSpacing);
-    grid->setColumnMinimumWidth(0, kLabelWidth);
+    // Width to spare goes to the controls; the labels keep one column on every page.
+    grid->setColumnStretch(1, 1);
     for (Parameter *parameter : page.parameters) {
         if (parameter->debug && !developerMode())
             continue;
