@@ -1,6 +1,7 @@
 #include "scale/Scale.h"
 
 #include "analysis/Check.h"
+#include "options/NoteNames.h"
 #include "options/Parameters.h"
 
 #include <algorithm>
@@ -135,8 +136,9 @@ int Scale::keyPitchClass(const QString &keyName)
         {u"E", 4},  {u"F", 5},  {u"F♯", 6}, {u"G♭", 6},  {u"G", 7},
         {u"G♯", 8}, {u"A♭", 8}, {u"A", 9},  {u"B♭", 10}, {u"B", 11},
     };
+    const QString spelled = withAccidentalSigns(keyName);
     for (const auto &[name, pitchClass] : kClasses) {
-        if (keyName == QStringView(name))
+        if (spelled == QStringView(name))
             return pitchClass;
     }
     return 9;

@@ -41,7 +41,13 @@ TEST(Scale, keyNamesOfBothSpellingsNameTheSamePitchClass)
         // The lists run down by semitones from C.
         EXPECT_EQ(Scale::keyPitchClass(major[i]), (12 - i) % 12) << i;
     }
-    for (const char *unknown : {"C#", "Bb", "H", "", "a"})
+    // Typed with ASCII accidentals, the names mean the same.
+    for (int i = 0; i < 12; ++i) {
+        QString typed = minor[i];
+        typed.replace(QChar(0x266F), QLatin1Char('#')).replace(QChar(0x266D), QLatin1Char('b'));
+        EXPECT_EQ(Scale::keyPitchClass(typed.toLower()), Scale::keyPitchClass(minor[i])) << i;
+    }
+    for (const char *unknown : {"H", "", "C$", "Bx"})
         EXPECT_EQ(Scale::keyPitchClass(QString::fromLatin1(unknown)), 9) << unknown;
 }
 
