@@ -42,9 +42,8 @@ protected:
     Outcome run(const QStringList &arguments,
                 const QString &program = QStringLiteral(QUORVAL_CLI_PATH))
     {
-        QString command =
-            QStringLiteral("cd %1 && XDG_CONFIG_HOME=%2 %3")
-                .arg(quoted(dir.path()), quoted(dir.filePath("config")), quoted(program));
+        QString command = QStringLiteral("cd %1 && XDG_CONFIG_HOME=%2 %3")
+                              .arg(quoted(dir.path()), quoted(configHome), quoted(program));
         for (const QString &argument : arguments)
             command += " " + quoted(argument);
         command += " >" + quoted(dir.filePath("out")) + " 2>" + quoted(dir.filePath("err"));
@@ -88,6 +87,7 @@ protected:
     }
 
     QTemporaryDir dir;
+    QString configHome = dir.filePath("config");
 };
 
 std::vector<double> melody(const std::vector<double> &notes, double secondsEach)
@@ -213,9 +213,18 @@ TEST_F(QuorvalCli, reportsDeviationsOfTheStretchAskedFor)
     EXPECT_TRUE(flatLines[2].startsWith("Volume = 0."));
     EXPECT_TRUE(flatLines[3].startsWith("Coverage = "));
 
-    const Outcome backwards = run({"deviations", file, "--from", "1.5", "--to", "0.5"});
-    EXPECT_EQ(backwards.status, 2);
-    EXPECT_FALSE(backwards.err.isEmpty());
+    // Stretches that are no part of the sound are refused with the sound's length.
+    const QString length = QString::number(2.0, 'f', 3) + " s";
+    for (const QStringList &stretch :
+         {QStringList{"--from", "1.5", "--to", "0.5"}, QStringList{"--from", "1", "--to", "1"},
+          QStringList{"--from", "2.5"}, QStringList{"--from", "0.5", "--to", "7"}}) {
+        for (const char *command : {"deviations", "notes"}) {
+            const Outcome refused = run(QStringList{command, file} + stretch);
+            EXPECT_EQ(refused.status, 2) << stretch.join(' ').toStdString();
+            EXPECT_TRUE(refused.err.contains(length)) << refused.err.toStdString();
+            EXPECT_TRUE(refused.out.isEmpty());
+        }
+    }
 }
 
 TEST_F(QuorvalCli, takesOptionsFromTheCommandLineAndFilesWithoutTouchingTheUsersStore)
@@ -238,12 +247,12 @@ TEST_F(QuorvalCli, takesOptionsFromTheCommandLineAndFilesWithoutTouchingTheUsers
                                        QStringList{"--set", "A Frequency", "info", file}}) {
         const Outcome outcome = run(refused);
         EXPECT_EQ(outcome.status, 2) << refused.join(' ').toStdString();
-        EXPECT_FALSE(outcome.err.isEmpty());
+        EXPECT_EQ(linesOf(outcome.err).size(), 1) << outcome.err.toStdString();
         EXPECT_TRUE(outcome.out.isEmpty());
     }
     const Outcome missingOptions = run({"--options", dir.filePath("none.plist"), "info", file});
     EXPECT_EQ(missingOptions.status, 2);
-    EXPECT_TRUE(missingOptions.err.contains("Can't import options"));
+    EXPECT_TRUE(missingOptions.err.contains("Can't import options: no such file"));
 
     // Nothing so far reached the user's store; --use-settings reads and writes it.
     EXPECT_FALSE(QDir(dir.filePath("config")).exists());
@@ -252,6 +261,56 @@ TEST_F(QuorvalCli, takesOptionsFromTheCommandLineAndFilesWithoutTouchingTheUsers
     EXPECT_TRUE(contents("kept.plist").contains("<string>445"));
     ASSERT_EQ(run({"options", "--write", "fresh.plist"}).status, 0);
     EXPECT_TRUE(contents("fresh.plist").contains("<string>440"));
+}
+
+TEST_F(QuorvalCli, refusalsSayWhatAnOptionTakes)
+{
+    const Outcome range = run({"--set", "A Frequency=5", "options", "--write", "o.plist"});
+    EXPECT_TRUE(range.err.contains("400") && range.err.contains("499")) << range.err.toStdString();
+    const Outcome choice = run({"--set", "Key=H", "options", "--write", "o.plist"});
+    EXPECT_TRUE(choice.err.contains(QString::fromUtf8("B\u266D, A"))) << choice.err.toStdString();
+    const Outcome longValue =
+        run({"--set", "Key=" + QString(5000, 'x'), "options", "--write", "o.plist"});
+    EXPECT_EQ(longValue.status, 2);
+    EXPECT_LT(longValue.err.size(), 400);
+
+    // ASCII accidentals name the key; C sharp is D flat in the major spelling.
+    ASSERT_EQ(run({"--set", "Key=C#", "options", "--write", "sharp.plist"}).status, 0);
+    ASSERT_EQ(
+        run({"--set", QString::fromUtf8("Key=D\u266D"), "options", "--write", "flat.plist"}).status,
+        0);
+    EXPECT_EQ(contents("sharp.plist"), contents("flat.plist"));
+
+    // A file's refused entries are named, each with its value; the rest is imported.
+    writeFile("mixed.plist", "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
+                             "<key>A Frequency</key><string>abc</string>"
+                             "<key>Key</key><string>Zzz</string>"
+                             "<key>Response</key><string>5</string>"
+                             "</dict></plist>");
+    const Outcome mixed =
+        run({"--options", dir.filePath("mixed.plist"), "options", "--write", "mixed-out.plist"});
+    EXPECT_EQ(mixed.status, 0) << mixed.err.toStdString();
+    EXPECT_TRUE(mixed.err.contains("\"A Frequency\" refused the value \"abc\""));
+    EXPECT_TRUE(mixed.err.contains("\"Key\" refused the value \"Zzz\""));
+    EXPECT_TRUE(contents("mixed-out.plist").contains("<string>5.0000</string>"));
+
+    // A write failure is told once.
+    const Outcome unwritable = run({"options", "--write", dir.filePath("no/such/o.plist")});
+    EXPECT_EQ(unwritable.status, 1);
+    EXPECT_EQ(linesOf(unwritable.err).size(), 1) << unwritable.err.toStdString();
+}
+
+TEST_F(QuorvalCli, saysWhenTheUsersSettingsCannotBeSaved)
+{
+    // Below a regular file nothing can be made, whoever runs the test.
+    writeFile("blocker", "x");
+    configHome = dir.filePath("blocker/config");
+    const Outcome set =
+        run({"--use-settings", "--set", "A Frequency=445", "options", "--write", "o.plist"});
+    EXPECT_NE(set.status, 0);
+    EXPECT_TRUE(set.err.contains("cannot be saved")) << set.err.toStdString();
+    // Reading alone needs no writable store.
+    EXPECT_EQ(run({"--use-settings", "options", "--write", "o.plist"}).status, 0);
 }
 
 TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
@@ -264,11 +323,17 @@ TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
     writeFile("garbage.wav", QByteArray(5000, 'x'));
     ASSERT_TRUE(QDir(dir.path()).mkdir("folder.wav"));
 
-    for (const char *name : {"missing.wav", "folder.wav", "empty.wav", "garbage.wav"}) {
+    const std::pair<const char *, const char *> unreadable[] = {{"missing.wav", "no such file"},
+                                                                {"folder.wav", "folder"},
+                                                                {"empty.wav", "empty"},
+                                                                {"garbage.wav", "not a sound"}};
+    for (const auto &[name, why] : unreadable) {
         for (const char *command : {"pitches", "info", "deviations"}) {
             const Outcome bad = run({command, dir.filePath(name)});
             EXPECT_EQ(bad.status, 1) << command << " " << name;
-            EXPECT_TRUE(bad.err.contains("Can't read sound file")) << bad.err.toStdString();
+            EXPECT_TRUE(bad.err.contains("Can't read sound file: ") && bad.err.contains(why))
+                << bad.err.toStdString();
+            EXPECT_EQ(linesOf(bad.err).size(), 1);
             EXPECT_TRUE(bad.out.isEmpty());
         }
     }
