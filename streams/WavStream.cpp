@@ -322,11 +322,13 @@ std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
         return std::nullopt;
     std::error_code error;
     std::filesystem::path target(path);
-    // A link is kept: the file it points to is the one replaced.
-    if (std::filesystem::is_symlink(target, error))
-        target = std::filesystem::canonical(target, error);
-    if (error)
-        return std::nullopt;
+    // A link is kept: the file it points to is the one replaced (a dangling one is replaced).
+    if (std::filesystem::is_symlink(std::filesystem::symlink_status(target, error))) {
+        std::filesystem::path resolved = std::filesystem::canonical(target, error);
+        if (!error)
+            target = std::move(resolved);
+    }
+    error.clear();
     // Appended piece by piece: GCC 12 warns falsely about operator+ on a temporary here.
     std::string partName = ".";
     partName += target.filename().string();
