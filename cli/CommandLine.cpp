@@ -132,10 +132,6 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
         error = QStringLiteral("--write belongs to the options command");
         return std::nullopt;
     }
-    if (line.fromSeconds && line.toSeconds && *line.fromSeconds > *line.toSeconds) {
-        error = QStringLiteral("--from must not lie after --to");
-        return std::nullopt;
-    }
     return line;
 }
 

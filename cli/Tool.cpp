@@ -1,8 +1,10 @@
 #include "cli/Tool.h"
 
+#include "analysis/Check.h"
 #include "analysis/WavFileOC.h"
 #include "cli/ParallelAnalysis.h"
 #include "options/Messages.h"
+#include "options/OptionStore.h"
 #include "options/OptionsFile.h"
 #include "options/Parameters.h"
 #include "scale/Scale.h"
@@ -14,6 +16,8 @@
 
 #include <QFile>
 #include <QFileInfo>
+
+#include <sndfile.h>
 
 #include <algorithm>
 #include <atomic>
@@ -49,6 +53,31 @@ void appendFixed(std::string &text, double value)
 bool stderrIsTerminal()
 {
     return isatty(fileno(stderr)) == 1;
+}
+
+// Why the file at path is no sound the tool can open, in a few words.
+QString whyNoSound(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.exists())
+        return QStringLiteral("no such file");
+    if (info.isDir())
+        return QStringLiteral("it is a folder");
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return file.errorString();
+    if (file.size() == 0)
+        return QStringLiteral("the file is empty");
+    const QByteArray head = file.read(12);
+    SF_INFO format = {};
+    SNDFILE *sound = sf_open(QFile::encodeName(path).constData(), SFM_READ, &format);
+    const QString decoder = QString::fromLocal8Bit(sf_strerror(sound));
+    if (sound)
+        sf_close(sound);
+    if (head.startsWith("RIFF") && head.mid(8, 4) == "WAVE")
+        return QStringLiteral("a WAV file cut short, damaged or in an unsupported format (%1)")
+            .arg(decoder);
+    return QStringLiteral("not a sound file, or in an unsupported format (%1)").arg(decoder);
 }
 
 } // namespace
@@ -91,18 +120,21 @@ bool Tool::applyOptions(const CommandLine &line)
         }
         const qsizetype equals = step.text.indexOf(QLatin1Char('='));
         if (equals <= 0) {
-            complain(QStringLiteral("--set needs \"Label=value\", not \"%1\"").arg(step.text));
+            complain(QStringLiteral("--set needs \"Label=value\", not %1")
+                         .arg(quotedForMessage(step.text)));
             return false;
         }
         const QString label = step.text.left(equals).trimmed();
         const QString value = step.text.mid(equals + 1).trimmed();
         Parameter *option = parameters.findForKey(label);
         if (!option) {
-            complain(QStringLiteral("no option is labelled \"%1\"").arg(label));
+            complain(QStringLiteral("no option is labelled %1").arg(quotedForMessage(label)));
             return false;
         }
         if (!option->setFromText(value)) {
-            complain(QStringLiteral("\"%1\" refused the value \"%2\"").arg(option->name, value));
+            complain(Parameters::RefusedEntry{option->name, value,
+                                              QStringLiteral("it takes ") + option->allowedValues()}
+                         .text());
             return false;
         }
     }
@@ -116,6 +148,14 @@ int Tool::run(const CommandLine &line)
         return kOk;
     }
     Quorval::setDeveloperMode(line.developer);
+    // The store drops a value it cannot save at once, so the run would go on without it.
+    QString storeFile;
+    if (line.useSettings && !line.optionSteps.empty() && !OptionStore::isWritable(storeFile)) {
+        complain(QStringLiteral("the settings cannot be saved to %1, so --set and --options "
+                                "cannot take effect")
+                     .arg(quotedForMessage(storeFile, 200)));
+        return kFailed;
+    }
     if (!applyOptions(line))
         return kBadUsage;
     int status = kOk;
@@ -147,9 +187,14 @@ int Tool::run(const CommandLine &line)
 
 std::shared_ptr<WavStream> Tool::openSound(const QString &file)
 {
-    // Messages come without the file's name: put it in front.
-    const MessageHandler previous = setMessageHandler(
-        [&file](const QString &, const QString &text) { complain(file + ": " + text); });
+    // Messages come without the file's name: put it in front, and the reason behind a refusal.
+    const MessageHandler previous =
+        setMessageHandler([&file](const QString &, const QString &text) {
+            complain(file + QStringLiteral(": ") + text +
+                     (text == QLatin1String("Can't read sound file")
+                          ? QStringLiteral(": ") + whyNoSound(file)
+                          : QString()));
+        });
     const std::string path = QFile::encodeName(file).toStdString();
     std::shared_ptr<WavStream> wav = WavStream::createFromFile(path);
     setMessageHandler(previous);
@@ -249,13 +294,29 @@ int Tool::pitches(const CommandLine &line)
     return kOk;
 }
 
-std::pair<double, double> Tool::stretchOf(const CommandLine &line, MusicStream &music)
+std::optional<std::pair<double, double>> Tool::stretchOf(const CommandLine &line,
+                                                         MusicStream &music)
 {
     if (!line.fromSeconds && !line.toSeconds)
-        return {0.0, 0.0};
+        return std::pair(0.0, 0.0);
     const MusicStream::TimeRange whole = music.timeRange();
-    return {std::clamp(line.fromSeconds.value_or(whole.start), whole.start, whole.end),
-            std::clamp(line.toSeconds.value_or(whole.end), whole.start, whole.end)};
+    const double from = line.fromSeconds.value_or(whole.start);
+    const double to = line.toSeconds.value_or(whole.end);
+    QString fault;
+    if (from < whole.start || from > whole.end || to < whole.start || to > whole.end)
+        fault = QStringLiteral("lies outside the sound");
+    else if (from > to)
+        fault = QStringLiteral("runs backwards");
+    else if (from == to)
+        fault = QStringLiteral("is empty");
+    else
+        return std::pair(from, to);
+    complain(QStringLiteral("the stretch from %1 s to %2 s %3; the sound lasts %4 s")
+                 .arg(from, 0, 'f', 3)
+                 .arg(to, 0, 'f', 3)
+                 .arg(fault)
+                 .arg(whole.duration, 0, 'f', 3));
+    return std::nullopt;
 }
 
 int Tool::deviations(const CommandLine &line)
@@ -263,14 +324,13 @@ int Tool::deviations(const CommandLine &line)
     const std::shared_ptr<MusicStream> music = openAndAnalyse(line);
     if (!music)
         return kFailed;
-    const auto [t0, t1] = stretchOf(line, *music);
+    const auto stretch = stretchOf(line, *music);
+    if (!stretch)
+        return kBadUsage;
     const std::atomic<bool> canceled{false};
     const std::optional<Deviations::Results> results =
-        Deviations::compute(*music, t0, t1, canceled);
-    if (!results) {
-        complain(QStringLiteral("the stretch runs backwards"));
-        return kBadUsage;
-    }
+        Deviations::compute(*music, stretch->first, stretch->second, canceled);
+    QUORVAL_CHECK(results.has_value());
     print(Deviations::report(*results) + "\n");
     return kOk;
 }
@@ -280,13 +340,13 @@ int Tool::notes(const CommandLine &line)
     const std::shared_ptr<MusicStream> music = openAndAnalyse(line);
     if (!music)
         return kFailed;
-    const auto [t0, t1] = stretchOf(line, *music);
-    const std::atomic<bool> canceled{false};
-    const std::optional<NoteReport> report = NoteReport::compute(*music, t0, t1, canceled);
-    if (!report) {
-        complain(QStringLiteral("the stretch runs backwards"));
+    const auto stretch = stretchOf(line, *music);
+    if (!stretch)
         return kBadUsage;
-    }
+    const std::atomic<bool> canceled{false};
+    const std::optional<NoteReport> report =
+        NoteReport::compute(*music, stretch->first, stretch->second, canceled);
+    QUORVAL_CHECK(report.has_value());
     if (line.format == CommandLine::Format::text) {
         print(report->text());
         return kOk;

@@ -6,6 +6,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -39,8 +40,11 @@ private:
     std::shared_ptr<MusicStream> openAndAnalyse(const CommandLine &line);
     // The sound file, or null after a message naming it.
     static std::shared_ptr<WavStream> openSound(const QString &file);
-    // line's stretch in seconds clamped to the sound; {0, 0} (the whole sound) when none given.
-    static std::pair<double, double> stretchOf(const CommandLine &line, MusicStream &music);
+    // line's stretch in seconds; {0, 0} (the whole sound) when none given. Nothing, after a
+    // message naming the sound's length, when it lies outside the sound, runs backwards or is
+    // empty.
+    static std::optional<std::pair<double, double>> stretchOf(const CommandLine &line,
+                                                              MusicStream &music);
     int pitches(const CommandLine &line);
     int deviations(const CommandLine &line);
     int notes(const CommandLine &line);

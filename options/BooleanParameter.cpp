@@ -4,8 +4,8 @@
 
 namespace quorval {
 
-BooleanParameter::BooleanParameter(QString name, bool defaultValue, bool recolor, bool debug)
-    : Parameter(std::move(name), debug), defaultValue(defaultValue), recolor(recolor)
+BooleanParameter::BooleanParameter(QString name, bool defaultValue, ParameterFlags flags)
+    : Parameter(std::move(name), flags.debug), defaultValue(defaultValue), recolor(flags.recolor)
 {
 }
 
@@ -39,6 +39,11 @@ bool BooleanParameter::setFromText(const QString &text)
     if (text == BooleanParameter::text(false))
         return setValue(false);
     return false;
+}
+
+QString BooleanParameter::allowedValues() const
+{
+    return QStringLiteral("true or false");
 }
 
 QString BooleanParameter::text(bool b)

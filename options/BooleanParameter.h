@@ -8,7 +8,8 @@ namespace quorval {
 class BooleanParameter : public Parameter
 {
 public:
-    BooleanParameter(QString name, bool defaultValue, bool recolor, bool debug);
+    // Of the flags, recolor and debug apply.
+    BooleanParameter(QString name, bool defaultValue, ParameterFlags flags = {});
 
     const bool defaultValue;
     // A change recolours the display.
@@ -24,6 +25,7 @@ public:
     QString valueText() const override;
     // Takes "true" and "false"; refuses any other text.
     bool setFromText(const QString &text) override;
+    QString allowedValues() const override;
 
     // The temperament option that decides whether recolouring also refreshes the tuning
     // offset; set once by the option set. Not owned.

@@ -8,11 +8,10 @@ namespace quorval {
 
 ChoiceParameter::ChoiceParameter(QString name, QStringList choices,
                                  std::optional<QStringList> altChoices,
-                                 std::optional<QString> defaultValue, bool debug, bool recompute,
-                                 bool recolor)
-    : Parameter(std::move(name), debug),
+                                 std::optional<QString> defaultValue, ParameterFlags flags)
+    : Parameter(std::move(name), flags.debug),
       defaultValue(defaultValue.value_or(choices.isEmpty() ? QString() : choices.first())),
-      recompute(recompute), recolor(recolor), choices_(std::move(choices)),
+      recompute(flags.recompute), recolor(flags.recolor), choices_(std::move(choices)),
       altChoices_(std::move(altChoices))
 {
 }
@@ -99,6 +98,11 @@ QString ChoiceParameter::valueText() const
 bool ChoiceParameter::setFromText(const QString &text)
 {
     return setValue(text);
+}
+
+QString ChoiceParameter::allowedValues() const
+{
+    return QStringLiteral("one of ") + choices().join(QStringLiteral(", "));
 }
 
 } // namespace quorval

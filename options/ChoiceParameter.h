@@ -16,9 +16,10 @@ namespace quorval {
 class ChoiceParameter : public Parameter
 {
 public:
-    // defaultValue defaults to the first entry of choices.
+    // defaultValue defaults to the first entry of choices. Of the flags, recompute, recolor and
+    // debug apply.
     ChoiceParameter(QString name, QStringList choices, std::optional<QStringList> altChoices,
-                    std::optional<QString> defaultValue, bool debug, bool recompute, bool recolor);
+                    std::optional<QString> defaultValue, ParameterFlags flags = {});
 
     const QString defaultValue;
     // A change recomputes the analysis results.
@@ -46,6 +47,8 @@ public:
 
     QString valueText() const override;
     bool setFromText(const QString &text) override;
+    // The current list: "one of C, B, B♭".
+    QString allowedValues() const override;
 
     // As for BooleanParameter::setTemperament. Not owned.
     void setTemperament(const ChoiceParameter *temperament) { temperament_ = temperament; }

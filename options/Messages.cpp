@@ -44,4 +44,15 @@ MessageHandler setMessageHandler(MessageHandler handler)
     return std::exchange(installedHandler(), std::move(handler));
 }
 
+QString quotedForMessage(const QString &text, qsizetype maxChars)
+{
+    QString shown = text.size() > maxChars ? text.left(maxChars) + QChar(0x2026) : text;
+    // Line ends and other controls would break the message's own lines.
+    for (QChar &c : shown) {
+        if (c.category() == QChar::Other_Control)
+            c = QChar(0xFFFD);
+    }
+    return QLatin1Char('"') + shown + QLatin1Char('"');
+}
+
 } // namespace quorval

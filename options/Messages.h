@@ -18,4 +18,8 @@ void showMessage(const QString &title, const QString &text);
 // restores printing to stderr. Returns the handler it replaces, so tests can put it back.
 MessageHandler setMessageHandler(MessageHandler handler);
 
+// text in double quotes for a message, cut to its first maxChars characters and "…" when
+// longer, so that a pasted page or a binary file's bytes cannot flood the screen.
+QString quotedForMessage(const QString &text, qsizetype maxChars = 60);
+
 } // namespace quorval

@@ -33,6 +33,13 @@ void remove(const QString &key)
     settings().remove(key);
 }
 
+bool isWritable(QString &fileName)
+{
+    const QSettings store = settings();
+    fileName = store.fileName();
+    return store.isWritable();
+}
+
 void usePrivateStore(const QString &folder)
 {
     for (const auto format : {QSettings::NativeFormat, QSettings::IniFormat})

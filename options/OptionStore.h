@@ -18,6 +18,10 @@ void setText(const QString &key, const QString &text);
 
 void remove(const QString &key);
 
+// Whether values set now can be kept: the store's file (named in fileName) can be written or
+// made. A value set in a store that cannot be saved is lost at once, even for this run.
+bool isWritable(QString &fileName);
+
 // Points the store at folder, in every scope and format, for the rest of the run: the user's own
 // is then neither read nor written (tools starting from the defaults, tests, benchmarks). Call
 // from the main thread before the first read.

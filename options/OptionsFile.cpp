@@ -4,13 +4,13 @@
 #include "options/OptionStore.h"
 #include "options/Parameters.h"
 #include "options/PropertyList.h"
+#include "options/SaveTarget.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStandardPaths>
-
-#include <cstdio>
 
 namespace quorval::OptionsFile {
 
@@ -22,22 +22,28 @@ const QString kEarlierPreferencesImportedKey = QStringLiteral("Earlier preferenc
 
 bool writeFailed(const QString &reason)
 {
-    const QString text = QStringLiteral("Can't write options file: ") + reason;
-    std::fprintf(stderr, "%s\n", text.toLocal8Bit().constData());
-    showMessage(kErrorTitle, text);
+    showMessage(kErrorTitle, QStringLiteral("Can't write options file: ") + reason);
     return false;
 }
 
-// Imports the dictionary of the file at path; shows failureText when it is missing or no
-// dictionary.
+// Imports the dictionary of the file at path; shows failureText and the reason when it is
+// missing or no dictionary, and the entries refused when there were some.
 bool importFile(Parameters &parameters, const QString &path, const QString &failureText)
 {
-    const std::optional<QVariantMap> dictionary = PropertyList::readDictionaryFile(path);
+    QString why;
+    const std::optional<QVariantMap> dictionary = PropertyList::readDictionaryFile(path, &why);
     if (!dictionary) {
-        showMessage(kErrorTitle, failureText);
+        showMessage(kErrorTitle, failureText + QStringLiteral(": ") + why);
         return false;
     }
-    parameters.importOptions(*dictionary);
+    const std::vector<Parameters::RefusedEntry> refused = parameters.importOptions(*dictionary);
+    if (!refused.empty()) {
+        QString text =
+            QStringLiteral("Left as they were, from %1:").arg(quotedForMessage(path, 200));
+        for (const Parameters::RefusedEntry &entry : refused)
+            text += QLatin1Char('\n') + entry.text();
+        showMessage(QStringLiteral("Options refused"), text);
+    }
     return true;
 }
 
@@ -45,10 +51,19 @@ bool importFile(Parameters &parameters, const QString &path, const QString &fail
 
 bool writeOptions(const Parameters &parameters, const QString &path)
 {
+    const QByteArray xml = PropertyList::write(parameters.exportOptions());
+    const SaveTarget target = saveTargetOf(QFile::encodeName(path).toStdString());
+    if (target == SaveTarget::folder)
+        return writeFailed(QStringLiteral("%1 is a folder").arg(quotedForMessage(path, 200)));
+    if (target == SaveTarget::inPlace) {
+        QFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(xml) != xml.size() || !file.flush())
+            return writeFailed(file.errorString());
+        return true;
+    }
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return writeFailed(file.errorString());
-    const QByteArray xml = PropertyList::write(parameters.exportOptions());
     if (file.write(xml) != xml.size())
         return writeFailed(file.errorString());
     if (!file.commit())

@@ -18,16 +18,18 @@ inline const QString kDefaultPrefsPath = QStringLiteral(":/DefaultPrefs.plist");
 // The earlier edition's preferences file, looked for in the configuration folders.
 inline const QString kEarlierPreferencesName = QStringLiteral("Quorval.plist");
 
-// Writes every dialog option to path, replacing the file only once the new one is complete.
-// On failure shows "Can't write options file: " and the system's reason; returns false.
+// Writes every dialog option to path. A regular file is replaced only once the new one is
+// complete; a FIFO or a device is written through; a folder is refused. On failure shows
+// "Can't write options file: " and the reason; returns false.
 bool writeOptions(const Parameters &parameters, const QString &path);
 
 // Imports the property list at path. When it cannot be read or its root is not a dictionary,
-// shows "Can't import options", changes nothing and returns false.
+// shows "Can't import options: " and why, changes nothing and returns false. Entries the options
+// refuse are left out and listed in one message titled "Options refused" (label, value, why).
 bool readOptions(Parameters &parameters, const QString &path);
 
-// Imports the factory options; "Can't import default options" when they are missing or
-// unreadable.
+// Imports the factory options; "Can't import default options: " and why when they are missing
+// or unreadable.
 bool defaultOptions(Parameters &parameters, const QString &path = kDefaultPrefsPath);
 
 // The folders searched for the earlier edition's preferences, in order: the system-wide

@@ -24,6 +24,17 @@ public:
     virtual void choicesChanged() {}
 };
 
+// What a real change of an option asks for, and whether it is a developer's option. Set with
+// designated initializers ({.recompute = true, .debug = true}), so every flag is named where it is
+// given.
+struct ParameterFlags
+{
+    bool resegment = false; // re-cut the sound into segments (and so recompute everything)
+    bool recompute = false; // recompute the analysis results
+    bool recolor = false;   // recolour the display
+    bool debug = false;     // shown in the dialog only in developer mode
+};
+
 // One user option. Its value lives in the per-user store (OptionStore) as text under `name`
 // and is read from there on every access; the object itself holds no value. Parameters are
 // made once by the option set and live for the whole run.
@@ -61,6 +72,8 @@ public:
     // Converts text and sets it as the value; text that does not convert is refused like an
     // out-of-range value. Returns whether the value was accepted.
     virtual bool setFromText(const QString &text) = 0;
+    // What setFromText takes, for messages: "a number from 400 to 499", "one of A, B", ...
+    virtual QString allowedValues() const = 0;
     // Removes the stored text, so the value is the default again.
     virtual void resetToDefault();
 

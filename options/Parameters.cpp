@@ -1,6 +1,8 @@
 #include "options/Parameters.h"
 
 #include "options/DeveloperMode.h"
+#include "options/Messages.h"
+#include "options/NoteNames.h"
 
 #include <cmath>
 #include <utility>
@@ -8,6 +10,8 @@
 namespace quorval {
 
 namespace {
+
+using Range = DoubleParameter::Range;
 
 QStringList strings(std::initializer_list<const char16_t *> texts)
 {
@@ -51,8 +55,13 @@ const QStringList &Parameters::shortTemperamentNames()
 
 Parameters::KeyParameter::KeyParameter()
     : ChoiceParameter(QStringLiteral("Key"), majorKeyNames(), minorKeyNames(), QStringLiteral("A"),
-                      false, false, true)
+                      {.recolor = true})
 {
+}
+
+bool Parameters::KeyParameter::setFromText(const QString &text)
+{
+    return ChoiceParameter::setFromText(withAccidentalSigns(text));
 }
 
 void Parameters::KeyParameter::setMinor(bool minor)
@@ -67,7 +76,7 @@ void Parameters::KeyParameter::setMinor(bool minor)
 }
 
 Parameters::MinorParameter::MinorParameter(KeyParameter &key)
-    : BooleanParameter(QStringLiteral("Minor"), false, true, false), key_(key)
+    : BooleanParameter(QStringLiteral("Minor"), false, {.recolor = true}), key_(key)
 {
     key_.setMinor(value());
 }
@@ -86,7 +95,7 @@ bool Parameters::MinorParameter::setValue(bool b)
 
 Parameters::TemperamentParameter::TemperamentParameter()
     : ChoiceParameter(QStringLiteral("Temperament"), temperamentNames(), std::nullopt, std::nullopt,
-                      false, false, true)
+                      {.recolor = true})
 {
     updateChoices(developerMode());
 }
@@ -96,8 +105,8 @@ void Parameters::TemperamentParameter::updateChoices(bool developerMode)
     if (!developerMode) {
         const std::optional<QString> stored = storedText();
         const qsizetype storedIndex = stored ? temperamentNames().indexOf(*stored) : -1;
-        // Deliberately "greater or equal": the first temperament beyond the short list still
-        // gets the short list.
+        // "Greater or equal", as the earlier edition did: a stored "Salinas" (just past the
+        // short list) still gets the short list, so options files behave as they always have.
         if (shortTemperamentNames().size() >= storedIndex) {
             setChoices(shortTemperamentNames(), temperamentNames());
             return;
@@ -106,87 +115,91 @@ void Parameters::TemperamentParameter::updateChoices(bool developerMode)
     setChoices(temperamentNames(), std::nullopt);
 }
 
-Parameters::LowestNoteParameter::LowestNoteParameter()
-    : DoubleParameter(QStringLiteral("Lowest Note"), 55.0, 0.0, 0.0, false, true, false, false)
+// The lowest note re-cuts the segments (their length follows it); the highest only recomputes.
+Parameters::NoteLimitParameter::NoteLimitParameter(End end)
+    : DoubleParameter(end == End::lowest ? QStringLiteral("Lowest Note")
+                                         : QStringLiteral("Highest Note"),
+                      end == End::lowest ? 55.0 : 91.0, std::nullopt,
+                      {.resegment = end == End::lowest, .recompute = end == End::highest}),
+      end(end)
 {
 }
 
-bool Parameters::LowestNoteParameter::accepts(double x) const
+bool Parameters::NoteLimitParameter::accepts(double x) const
 {
-    return DoubleParameter::accepts(x) && (!highest_ || x < highest_->value());
+    if (!DoubleParameter::accepts(x))
+        return false;
+    if (!other_)
+        return true;
+    return end == End::lowest ? x < other_->value() : x > other_->value();
 }
 
-Parameters::HighestNoteParameter::HighestNoteParameter()
-    : DoubleParameter(QStringLiteral("Highest Note"), 91.0, 0.0, 0.0, false, false, true, false)
+QString Parameters::NoteLimitParameter::allowedValues() const
 {
-}
-
-bool Parameters::HighestNoteParameter::accepts(double x) const
-{
-    return DoubleParameter::accepts(x) && (!lowest_ || x > lowest_->value());
+    if (!other_)
+        return DoubleParameter::allowedValues();
+    return QStringLiteral("a number %1 \"%2\", now %3")
+        .arg(end == End::lowest ? QStringLiteral("below") : QStringLiteral("above"), other_->name,
+             QString::number(other_->value()));
 }
 
 Parameters::MaxFileLengthParameter::MaxFileLengthParameter()
-    : DoubleParameter(QStringLiteral("Max audio file length (minutes)"), 74.0, 1.0, 209.0, true,
-                      false, false, false)
+    : DoubleParameter(QStringLiteral("Max audio file length (minutes)"), 74.0, Range{1.0, 209.0})
 {
 }
 
-// Arguments: DoubleParameter(label, default, min, max, useMinMax, resegment, recompute, debug),
-// IntParameter(label, default, min, max, useMinMax, recompute, debug),
-// BooleanParameter(label, default, recolor, debug),
-// ChoiceParameter(label, choices, altChoices, default, debug, recompute, recolor).
 Parameters::Parameters()
     : minor(key), completeness(QStringLiteral("Completeness"),
                                strings({u"Chromatic", u"Diatonic+2", u"Diatonic"}), std::nullopt,
-                               std::nullopt, false, false, true),
-      aFrequency(QStringLiteral("A Frequency"), 440.0, 400.0, 499.0, true, false, true, false),
-      scaleExtension(QStringLiteral("Scale extension"), 2.0, 0.0, 12.0, true, false, true, true),
+                               std::nullopt, {.recolor = true}),
+      aFrequency(QStringLiteral("A Frequency"), 440.0, Range{400.0, 499.0}, {.recompute = true}),
+      lowestNote(NoteLimitParameter::End::lowest), highestNote(NoteLimitParameter::End::highest),
+      scaleExtension(QStringLiteral("Scale extension"), 2.0, Range{0.0, 12.0},
+                     {.recompute = true, .debug = true}),
       viewType(QStringLiteral("View type"),
                strings({u"Composite", u"RMS Amplitude", u"Amplitude", u"Pitch", u"Quality",
                         u"Spectrum"}),
-               std::nullopt, std::nullopt, false, false, false),
-      traceHeight(QStringLiteral("Trace Height"), 0.2, 0.0, 1000.0, true, false, false, false),
-      automaticGainControl(QStringLiteral("Automatic Gain Control"), true, false, false),
-      tuning(QStringLiteral("Tuning"), false, true, false),
-      showNoteNamesOnGrid(QStringLiteral("Show note names on grid"), false, false, false),
+               std::nullopt, std::nullopt),
+      traceHeight(QStringLiteral("Trace Height"), 0.2, Range{0.0, 1000.0}),
+      automaticGainControl(QStringLiteral("Automatic Gain Control"), true),
+      tuning(QStringLiteral("Tuning"), false, {.recolor = true}),
+      showNoteNamesOnGrid(QStringLiteral("Show note names on grid"), false),
       labelPianoKeys(QStringLiteral("Label Piano Keys"), strings({u"Letters", u"Numbers", u"None"}),
-                     std::nullopt, std::nullopt, false, false, false),
-      preferredDisplayLength(QStringLiteral("Preferred display length"), 10.0, 0.1, 3600.0, true,
-                             false, false, true),
-      qualityThreshold(QStringLiteral("Quality threshold"), 100.0, 0.0, 1000.0, true, false, false,
-                       true),
-      volumeThreshold(QStringLiteral("Volume threshold"), 0.2, 0.0, 1.0, true, false, false, true),
-      zoomIncrement(QStringLiteral("Zoom increment"), 1.41421356, 1.09, 2.0, true, false, false,
-                    true),
-      response(QStringLiteral("Response"), 4.0, 1.0, 10.0, true, true, false, false),
-      frameOverlap(QStringLiteral("Frame overlap"), 0.5, 0.1, 0.9, true, true, false, true),
-      numberOfInclusivePeaks(QStringLiteral("Number of inclusive peaks"), 2, 1, 4, true, true,
-                             true),
-      inclusiveGoodnessThreshold(QStringLiteral("Inclusive Goodness Threshold"), 0.9, 0.0, 1.0,
-                                 true, false, true, true),
-      minimumPeakThreshold(QStringLiteral("Minimum Peak Threshold"), 0.5, 0.0, 0.0, false, false,
-                           true, true),
-      peakThresholdIncrement(QStringLiteral("Peak Threshold Increment"), std::sqrt(2.0), 0.0, 0.0,
-                             false, false, true, true),
+                     std::nullopt, std::nullopt),
+      preferredDisplayLength(QStringLiteral("Preferred display length"), 10.0, Range{0.1, 3600.0},
+                             {.debug = true}),
+      qualityThreshold(QStringLiteral("Quality threshold"), 100.0, Range{0.0, 1000.0},
+                       {.debug = true}),
+      volumeThreshold(QStringLiteral("Volume threshold"), 0.2, Range{0.0, 1.0}, {.debug = true}),
+      zoomIncrement(QStringLiteral("Zoom increment"), 1.41421356, Range{1.09, 2.0},
+                    {.debug = true}),
+      response(QStringLiteral("Response"), 4.0, Range{1.0, 10.0}, {.resegment = true}),
+      frameOverlap(QStringLiteral("Frame overlap"), 0.5, Range{0.1, 0.9},
+                   {.resegment = true, .debug = true}),
+      numberOfInclusivePeaks(QStringLiteral("Number of inclusive peaks"), 2,
+                             IntParameter::Range{1, 4}, {.recompute = true, .debug = true}),
+      inclusiveGoodnessThreshold(QStringLiteral("Inclusive Goodness Threshold"), 0.9,
+                                 Range{0.0, 1.0}, {.recompute = true, .debug = true}),
+      minimumPeakThreshold(QStringLiteral("Minimum Peak Threshold"), 0.5, std::nullopt,
+                           {.recompute = true, .debug = true}),
+      peakThresholdIncrement(QStringLiteral("Peak Threshold Increment"), std::sqrt(2.0),
+                             std::nullopt, {.recompute = true, .debug = true}),
       // 20 log10(2^-17): the quietest level a 16-bit sample can hold, and some.
-      dbNoiseLimit(QStringLiteral("dB noise limit"), -102.35019852575361, 0.0, 0.0, false, false,
-                   true, true),
+      dbNoiseLimit(QStringLiteral("dB noise limit"), -102.35019852575361, std::nullopt,
+                   {.recompute = true, .debug = true}),
       analyzeStereoChannel(QStringLiteral("Analyze Stereo Channel"),
                            strings({u"Left", u"Both", u"Right"}), std::nullopt,
-                           QStringLiteral("Both"), false, true, false),
-      oneTouchPlayRecord(QStringLiteral("One touch play/record"), true, false, false),
-      checkForModifiedFiles(QStringLiteral("Check for Modified Files"), true, false, false),
+                           QStringLiteral("Both"), {.recompute = true}),
+      oneTouchPlayRecord(QStringLiteral("One touch play/record"), true),
+      checkForModifiedFiles(QStringLiteral("Check for Modified Files"), true),
       checkForUpdatesOnStartup(QStringLiteral("Check for Updates on Startup"),
-                               strings({u"Always", u"Once", u"Never"}), std::nullopt, std::nullopt,
-                               false, false, false),
+                               strings({u"Always", u"Once", u"Never"}), std::nullopt, std::nullopt),
       lastversion(QStringLiteral("lastversion")),
       ignoreUpdateVersion(QStringLiteral("Ignore update version")),
-      lastUpdateCheck(QStringLiteral("Last Update Check"), 0.0, 0.0, 0.0, false, false, false,
-                      false)
+      lastUpdateCheck(QStringLiteral("Last Update Check"), 0.0, std::nullopt)
 {
-    lowestNote.setHighest(&highestNote);
-    highestNote.setLowest(&lowestNote);
+    lowestNote.setOther(&highestNote);
+    highestNote.setOther(&lowestNote);
     // Every recolouring option looks at the temperament to decide on the tuning offset.
     for (BooleanParameter *p : std::initializer_list<BooleanParameter *>{&minor, &tuning})
         p->setTemperament(&temperament);
@@ -286,33 +299,49 @@ namespace {
 using Entry = std::pair<Parameter *, QString>;
 
 void collectEntries(const Parameters &parameters, const QVariantMap &dictionary,
-                    std::vector<Entry> &entries)
+                    std::vector<Entry> &entries, std::vector<Parameters::RefusedEntry> &refused)
 {
     for (auto it = dictionary.cbegin(); it != dictionary.cend(); ++it) {
         const int type = it.value().typeId();
         if (type == QMetaType::QVariantMap) {
-            collectEntries(parameters, it.value().toMap(), entries);
-        } else if (type == QMetaType::QString) {
-            if (Parameter *p = parameters.findForKey(it.key()))
-                entries.emplace_back(p, it.value().toString());
+            collectEntries(parameters, it.value().toMap(), entries, refused);
+            continue;
         }
+        Parameter *p = parameters.findForKey(it.key());
+        if (!p)
+            continue;
+        if (type == QMetaType::QString)
+            entries.emplace_back(p, it.value().toString());
+        else
+            refused.push_back({it.key(), it.value().toString(),
+                               QStringLiteral("it is read only from a <string> entry")});
     }
 }
 
 } // namespace
 
-void Parameters::importOptions(const QVariantMap &dictionary)
+QString Parameters::RefusedEntry::text() const
+{
+    return QStringLiteral("\"%1\" refused the value %2: %3")
+        .arg(key, quotedForMessage(value), reason);
+}
+
+std::vector<Parameters::RefusedEntry> Parameters::importOptions(const QVariantMap &dictionary)
 {
     std::vector<Entry> entries;
-    collectEntries(*this, dictionary, entries);
-    std::vector<Entry> refused;
+    std::vector<RefusedEntry> refused;
+    collectEntries(*this, dictionary, entries, refused);
+    std::vector<Entry> again;
     for (const auto &[p, text] : entries) {
         if (!p->setFromText(text))
-            refused.emplace_back(p, text);
+            again.emplace_back(p, text);
     }
     // A lowest note above the old highest one is refused until the new highest is in.
-    for (const auto &[p, text] : refused)
-        p->setFromText(text);
+    for (const auto &[p, text] : again) {
+        if (!p->setFromText(text))
+            refused.push_back({p->name, text, QStringLiteral("it takes ") + p->allowedValues()});
+    }
+    return refused;
 }
 
 std::vector<Preset> &Parameters::presets()

@@ -33,6 +33,8 @@ public:
     {
     public:
         KeyParameter();
+        // Takes ASCII accidentals too: "C#" sets "C♯".
+        bool setFromText(const QString &text) override;
         // Which spelling is the current choices list.
         bool isMinor() const { return isMinor_.load(); }
         // Exchanges the spellings when minor differs from isMinor(); the index stays.
@@ -68,33 +70,30 @@ public:
         void updateChoices(bool developerMode);
     };
 
-    // "Lowest Note": accepted only strictly below "Highest Note".
-    class LowestNoteParameter : public DoubleParameter
+    // "Lowest Note" and "Highest Note": each accepted only strictly on its own side of the other
+    // (compared as stored, four decimals).
+    class NoteLimitParameter : public DoubleParameter
     {
     public:
-        LowestNoteParameter();
-        void setHighest(const DoubleParameter *highest) { highest_ = highest; }
+        enum class End
+        {
+            lowest,
+            highest,
+        };
+        explicit NoteLimitParameter(End end);
+        const End end;
+        // The other end of the range; set once by the option set. Not owned.
+        void setOther(const NoteLimitParameter *other) { other_ = other; }
+        QString allowedValues() const override;
 
     protected:
         bool accepts(double x) const override;
 
     private:
-        const DoubleParameter *highest_ = nullptr;
+        const NoteLimitParameter *other_ = nullptr;
     };
-
-    // "Highest Note": accepted only strictly above "Lowest Note".
-    class HighestNoteParameter : public DoubleParameter
-    {
-    public:
-        HighestNoteParameter();
-        void setLowest(const DoubleParameter *lowest) { lowest_ = lowest; }
-
-    protected:
-        bool accepts(double x) const override;
-
-    private:
-        const DoubleParameter *lowest_ = nullptr;
-    };
+    using LowestNoteParameter = NoteLimitParameter;
+    using HighestNoteParameter = NoteLimitParameter;
 
     // "Max audio file length (minutes)": the longest sound kept, in minutes (1 to 209).
     class MaxFileLengthParameter : public DoubleParameter
@@ -192,13 +191,24 @@ public:
     void setLastVersion(const QString &version);
     void setIgnoreUpdateVersion(const QString &version);
 
+    // An entry of an imported dictionary that was left out: its key, its value as text and why.
+    struct RefusedEntry
+    {
+        QString key;
+        QString value;
+        QString reason;
+        // "\"Key\" refused the value \"Zzz\": it takes one of C, B, …" for messages.
+        QString text() const;
+    };
+
     // Every option of the dialog pages (debug ones included) as label -> text.
     QMap<QString, QString> exportOptions() const;
     // Sets options from a dictionary: nested dictionaries are walked as if their entries stood
     // at the top; string entries go to the option named by the key (label or legacyName);
-    // other keys and values are ignored. Each entry stands alone; one refused is tried once
-    // more after the rest, because the note range rules depend on the order of setting.
-    void importOptions(const QVariantMap &dictionary);
+    // other keys are ignored. Each entry stands alone; one refused is tried once more after the
+    // rest, because the note range rules depend on the order of setting. Answers the entries of
+    // known options that were still refused (a value no string, or one the option refuses).
+    std::vector<RefusedEntry> importOptions(const QVariantMap &dictionary);
 
     // The presets in menu order, built on first use.
     std::vector<Preset> &presets();

@@ -19,12 +19,13 @@ QByteArray write(const QMap<QString, QString> &dictionary);
 // The root dictionary of a property list. Values become QString (string), qint64 (integer),
 // double (real), bool (true, false), QDateTime (date), QByteArray (data), QVariantList (array)
 // and QVariantMap (dict). Comments, blanks and any line ends are taken as XML takes them.
-// Nothing when the text is not a well-formed property list or its root is not a dictionary.
-std::optional<QVariantMap> readDictionary(const QByteArray &xml);
+// Nothing when the text is not a well-formed property list, its root is not a dictionary or it
+// nests deeper than 100 levels; then why, when given, says what is wrong.
+std::optional<QVariantMap> readDictionary(const QByteArray &xml, QString *why = nullptr);
 
 // As readDictionary, from a file (a resource path such as ":/name" too); nothing when the file
-// cannot be read.
-std::optional<QVariantMap> readDictionaryFile(const QString &path);
+// cannot be read ("no such file", "it is a folder", the system's reason).
+std::optional<QVariantMap> readDictionaryFile(const QString &path, QString *why = nullptr);
 
 } // namespace PropertyList
 

@@ -31,4 +31,9 @@ bool StringParameter::setFromText(const QString &text)
     return setValue(text);
 }
 
+QString StringParameter::allowedValues() const
+{
+    return QStringLiteral("any text");
+}
+
 } // namespace quorval

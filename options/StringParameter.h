@@ -19,6 +19,7 @@ public:
 
     QString valueText() const override;
     bool setFromText(const QString &text) override;
+    QString allowedValues() const override;
 };
 
 } // namespace quorval

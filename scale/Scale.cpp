@@ -1,6 +1,7 @@
 #include "scale/Scale.h"
 
 #include "analysis/Check.h"
+#include "options/NoteNames.h"
 #include "options/Parameters.h"
 
 #include <algorithm>
@@ -35,7 +36,8 @@ constexpr int kMinorShift = 9;
 constexpr qint64 kLowestRank = 5;
 
 // Row k names the notes 0..11 semitones above the tonic of the major key with pitch class k.
-// The double flat and double sharp are deliberate.
+// Each row gives every degree of the key its own letter, so G♭ major's minor third is B♭♭ and
+// B major's augmented fifth F♯♯: a name with one sign would read as another degree.
 const char16_t *const kNoteNames[12][12] = {
     {u"C", u"C♯", u"D", u"E♭", u"E", u"F", u"F♯", u"G", u"G♯", u"A", u"B♭", u"B"},
     {u"D♭", u"D", u"E♭", u"F♭", u"F", u"G♭", u"G", u"A♭", u"A", u"B♭", u"C♭", u"C"},
@@ -69,7 +71,8 @@ Scale::Scale(const Settings &settings) : settings_(settings)
     const std::array<double, 12> &cents = kCents[std::size_t(settings.temperament)];
     for (int d = 0; d < 12; ++d) {
         const int shifted = settings.minor ? (d + kMinorShift) % 12 : d;
-        // Equal temperament deliberately ignores the tuning offset.
+        // Equal temperament is measured against the A frequency alone; the offset exists to
+        // slide an unequal temperament to where the tonic was actually tuned.
         lineOffset_[std::size_t(d)] =
             settings.temperament == 0 ? 0.0
                                       : settings.tuningOffset + cents[std::size_t(shifted)] / 100.0;
@@ -135,8 +138,9 @@ int Scale::keyPitchClass(const QString &keyName)
         {u"E", 4},  {u"F", 5},  {u"F♯", 6}, {u"G♭", 6},  {u"G", 7},
         {u"G♯", 8}, {u"A♭", 8}, {u"A", 9},  {u"B♭", 10}, {u"B", 11},
     };
+    const QString spelled = withAccidentalSigns(keyName);
     for (const auto &[name, pitchClass] : kClasses) {
-        if (keyName == QStringView(name))
+        if (spelled == QStringView(name))
             return pitchClass;
     }
     return 9;

@@ -54,7 +54,8 @@ public:
     double noteNumber(double freqHz) const { return noteNumber(freqHz, settings_.aFrequency); }
     double frequency(double note) const { return frequency(note, settings_.aFrequency); }
 
-    // Pitch class (0..11) of a key name such as "F♯" or "B♭"; 9 (A) when it is none.
+    // Pitch class (0..11) of a key name such as "F♯" or "B♭" (or "F#", "Bb"); 9 (A) when it is
+    // none.
     static int keyPitchClass(const QString &keyName);
     // Offsets in cents from equal temperament by scale degree, per temperament.
     static const std::array<std::array<double, 12>, kTemperamentCount> &temperamentCents();

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets with clang, writes the seed corpus and fuzzes the WAV reader for
-# SECONDS (default 60). Fails on any crash, sanitizer report, leak or input slower than 10 s.
+# Builds the fuzz targets with clang, writes the seed corpus and fuzzes the WAV reader, then the
+# options-file reader, for SECONDS each (default 60). Fails on any crash, sanitizer report, leak or input slower than 10 s.
 # Usage: scripts/fuzz.sh [SECONDS] [extra libFuzzer options...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -28,3 +28,10 @@ TMPDIR="$scratch" "$build/fuzz/wav_file_fuzz" \
     -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=4096 \
     -dict=fuzz/wav.dict -print_final_stats=1 -artifact_prefix="$build/artifacts/" \
     "$@" fuzz/corpus-run "$seeds"
+
+# Inputs up to 512 KB, so that nesting far past the reader's depth limit can be built.
+mkdir -p fuzz/corpus-options-run
+TMPDIR="$scratch" "$build/fuzz/options_file_fuzz" \
+    -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=524288 \
+    -dict=fuzz/plist.dict -print_final_stats=1 -artifact_prefix="$build/artifacts/" \
+    "$@" fuzz/corpus-options-run fuzz/options-seeds

@@ -3,6 +3,7 @@
 #include "analysis/Check.h"
 #include "options/Messages.h"
 #include "options/Parameters.h"
+#include "options/SaveTarget.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
 
@@ -16,6 +17,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <mutex>
 
@@ -40,6 +42,20 @@ double nominalLimit(int bytesPerSample)
 double frameLimit(double sampleRate)
 {
     return Parameters::shared().maxAudioFileLength.value() * 60.0 * sampleRate;
+}
+
+// Writes the bytes of the file at from into to, front to back, without replacing to: it may be
+// a FIFO or a device, which take only writes in order.
+std::error_code copyInto(const std::string &from, const std::string &to)
+{
+    std::ifstream in(from, std::ios::binary);
+    std::ofstream out(to, std::ios::binary);
+    if (in && out)
+        out << in.rdbuf();
+    out.flush();
+    if (!in || !out)
+        return std::make_error_code(std::errc::io_error);
+    return {};
 }
 
 } // namespace
@@ -301,14 +317,31 @@ void WavStream::appendSamples(std::vector<std::int16_t> samples)
 
 std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
 {
-    const std::filesystem::path target(path);
+    const SaveTarget kind = saveTargetOf(path);
+    if (kind == SaveTarget::folder)
+        return std::nullopt;
+    std::error_code error;
+    std::filesystem::path target(path);
+    // A link is kept: the file it points to is the one replaced (a dangling one is replaced).
+    if (std::filesystem::is_symlink(std::filesystem::symlink_status(target, error))) {
+        std::filesystem::path resolved = std::filesystem::canonical(target, error);
+        if (!error)
+            target = std::move(resolved);
+    }
+    error.clear();
     // Appended piece by piece: GCC 12 warns falsely about operator+ on a temporary here.
     std::string partName = ".";
     partName += target.filename().string();
     partName += '.';
     partName += QUuid::createUuid().toString(QUuid::WithoutBraces).toStdString();
     partName += ".part";
-    const std::string partPath = (target.parent_path() / partName).string();
+    // Beside a FIFO or a device (in /dev, say) is no place for it: the temporary folder is.
+    const std::filesystem::path partFolder = kind == SaveTarget::inPlace
+                                                 ? std::filesystem::temp_directory_path(error)
+                                                 : target.parent_path();
+    if (error)
+        return std::nullopt;
+    const std::string partPath = (partFolder / partName).string();
     const std::optional<std::int64_t> written =
         Quorval::dataQueue().sync([&]() -> std::optional<std::int64_t> {
             WavFileOC out;
@@ -340,13 +373,16 @@ std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
                 return std::nullopt;
             return maxIndex_D;
         });
-    std::error_code error;
-    if (written)
+    if (written && kind == SaveTarget::inPlace)
+        error = copyInto(partPath, target.string());
+    else if (written)
         std::filesystem::rename(partPath, target, error);
-    if (!written || error) {
-        std::filesystem::remove(partPath, error);
-        return std::nullopt;
+    if (kind == SaveTarget::inPlace || !written || error) {
+        std::error_code ignored;
+        std::filesystem::remove(partPath, ignored);
     }
+    if (!written || error)
+        return std::nullopt;
     return written;
 }
 

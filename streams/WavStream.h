@@ -92,7 +92,8 @@ public:
 
     // Writes the sound held to saveURL (save) or to path, which becomes saveURL (saveAs). A new
     // file is written beside the target and renamed over it only when complete, so a failure
-    // ("Can't save sound file") leaves the existing file as it was. Runs after any copy under
+    // ("Can't save sound file") leaves the existing file as it was; a FIFO or a device is written
+    // through instead, and a folder refused. Runs after any copy under
     // way. save() without a saveURL answers false and shows nothing: the caller asks for a path
     // and uses saveAs(). Main thread; answers success.
     bool save();
@@ -116,7 +117,7 @@ private:
     // Decodes the rest of file on the "copy" queue, in pieces, into the sound file.
     void startImport(std::shared_ptr<SNDFILE> file, int fileChannels);
     void notifyParentOfGrowth();
-    // Writes the sound held to path through a new file beside it; the frame index reached.
+    // Writes the sound held to path, as save() says; the frame index reached.
     std::optional<std::int64_t> writeTo(const std::string &path);
 
     mutable std::mutex parentMutex;

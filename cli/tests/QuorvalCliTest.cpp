@@ -42,9 +42,8 @@ protected:
     Outcome run(const QStringList &arguments,
                 const QString &program = QStringLiteral(QUORVAL_CLI_PATH))
     {
-        QString command =
-            QStringLiteral("cd %1 && XDG_CONFIG_HOME=%2 %3")
-                .arg(quoted(dir.path()), quoted(dir.filePath("config")), quoted(program));
+        QString command = QStringLiteral("cd %1 && XDG_CONFIG_HOME=%2 %3")
+                              .arg(quoted(dir.path()), quoted(configHome), quoted(program));
         for (const QString &argument : arguments)
             command += " " + quoted(argument);
         command += " >" + quoted(dir.filePath("out")) + " 2>" + quoted(dir.filePath("err"));
@@ -88,6 +87,7 @@ protected:
     }
 
     QTemporaryDir dir;
+    QString configHome = dir.filePath("config");
 };
 
 std::vector<double> melody(const std::vector<double> &notes, double secondsEach)
@@ -103,7 +103,7 @@ QStringList linesOf(const QString &text)
     return text.split('\n', Qt::SkipEmptyParts);
 }
 
-TEST_F(QuorvalCli, pitchesAreTheSameOnAnyNumberOfThreadsAndInEveryFormat)
+TEST_F(QuorvalCli, pitchesAreTheSameOnAnyNumberOfThreads)
 {
     // 60 in tune, 64 thirty cents sharp, 67 twenty cents flat, one second each.
     const QString file = wavOf("melody.wav", melody({60.0, 64.3, 66.8}, 1.0));
@@ -130,6 +130,15 @@ TEST_F(QuorvalCli, pitchesAreTheSameOnAnyNumberOfThreadsAndInEveryFormat)
         EXPECT_NEAR(fields[4].toDouble(), noteToHz(probe.note), noteToHz(probe.note) * 0.002);
         EXPECT_NEAR(fields[5].toDouble(), probe.cents, 2.0);
     }
+}
+
+TEST_F(QuorvalCli, pitchTablesAgreeInEveryFormat)
+{
+    const QString file = wavOf("melody.wav", melody({60.0, 64.3}, 1.0));
+    const Outcome text = run({"pitches", file});
+    ASSERT_EQ(text.status, 0) << text.err.toStdString();
+    const QStringList lines = linesOf(text.out);
+    ASSERT_GT(lines.size(), 100);
 
     const Outcome csv = run({"pitches", file, "--csv"});
     ASSERT_EQ(csv.status, 0);
@@ -213,9 +222,16 @@ TEST_F(QuorvalCli, reportsDeviationsOfTheStretchAskedFor)
     EXPECT_TRUE(flatLines[2].startsWith("Volume = 0."));
     EXPECT_TRUE(flatLines[3].startsWith("Coverage = "));
 
-    const Outcome backwards = run({"deviations", file, "--from", "1.5", "--to", "0.5"});
-    EXPECT_EQ(backwards.status, 2);
-    EXPECT_FALSE(backwards.err.isEmpty());
+    // Stretches that are no part of the sound are refused with the sound's length.
+    const QString length = QString::number(2.0, 'f', 3) + " s";
+    for (const QStringList &stretch :
+         {QStringList{"--from", "1.5", "--to", "0.5"}, QStringList{"--from", "1", "--to", "1"},
+          QStringList{"--from", "2.5"}, QStringList{"--from", "0.5", "--to", "7"}}) {
+        const Outcome refused = run(QStringList{"deviations", file} + stretch);
+        EXPECT_EQ(refused.status, 2) << stretch.join(' ').toStdString();
+        EXPECT_TRUE(refused.err.contains(length)) << refused.err.toStdString();
+        EXPECT_TRUE(refused.out.isEmpty());
+    }
 }
 
 TEST_F(QuorvalCli, takesOptionsFromTheCommandLineAndFilesWithoutTouchingTheUsersStore)
@@ -238,12 +254,12 @@ TEST_F(QuorvalCli, takesOptionsFromTheCommandLineAndFilesWithoutTouchingTheUsers
                                        QStringList{"--set", "A Frequency", "info", file}}) {
         const Outcome outcome = run(refused);
         EXPECT_EQ(outcome.status, 2) << refused.join(' ').toStdString();
-        EXPECT_FALSE(outcome.err.isEmpty());
+        EXPECT_EQ(linesOf(outcome.err).size(), 1) << outcome.err.toStdString();
         EXPECT_TRUE(outcome.out.isEmpty());
     }
     const Outcome missingOptions = run({"--options", dir.filePath("none.plist"), "info", file});
     EXPECT_EQ(missingOptions.status, 2);
-    EXPECT_TRUE(missingOptions.err.contains("Can't import options"));
+    EXPECT_TRUE(missingOptions.err.contains("Can't import options: no such file"));
 
     // Nothing so far reached the user's store; --use-settings reads and writes it.
     EXPECT_FALSE(QDir(dir.filePath("config")).exists());
@@ -252,6 +268,56 @@ TEST_F(QuorvalCli, takesOptionsFromTheCommandLineAndFilesWithoutTouchingTheUsers
     EXPECT_TRUE(contents("kept.plist").contains("<string>445"));
     ASSERT_EQ(run({"options", "--write", "fresh.plist"}).status, 0);
     EXPECT_TRUE(contents("fresh.plist").contains("<string>440"));
+}
+
+TEST_F(QuorvalCli, refusalsSayWhatAnOptionTakes)
+{
+    const Outcome range = run({"--set", "A Frequency=5", "options", "--write", "o.plist"});
+    EXPECT_TRUE(range.err.contains("400") && range.err.contains("499")) << range.err.toStdString();
+    const Outcome choice = run({"--set", "Key=H", "options", "--write", "o.plist"});
+    EXPECT_TRUE(choice.err.contains(QString::fromUtf8("B\u266D, A"))) << choice.err.toStdString();
+    const Outcome longValue =
+        run({"--set", "Key=" + QString(5000, 'x'), "options", "--write", "o.plist"});
+    EXPECT_EQ(longValue.status, 2);
+    EXPECT_LT(longValue.err.size(), 400);
+
+    // ASCII accidentals name the key; C sharp is D flat in the major spelling.
+    ASSERT_EQ(run({"--set", "Key=C#", "options", "--write", "sharp.plist"}).status, 0);
+    ASSERT_EQ(
+        run({"--set", QString::fromUtf8("Key=D\u266D"), "options", "--write", "flat.plist"}).status,
+        0);
+    EXPECT_EQ(contents("sharp.plist"), contents("flat.plist"));
+
+    // A file's refused entries are named, each with its value; the rest is imported.
+    writeFile("mixed.plist", "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
+                             "<key>A Frequency</key><string>abc</string>"
+                             "<key>Key</key><string>Zzz</string>"
+                             "<key>Response</key><string>5</string>"
+                             "</dict></plist>");
+    const Outcome mixed =
+        run({"--options", dir.filePath("mixed.plist"), "options", "--write", "mixed-out.plist"});
+    EXPECT_EQ(mixed.status, 0) << mixed.err.toStdString();
+    EXPECT_TRUE(mixed.err.contains("\"A Frequency\" refused the value \"abc\""));
+    EXPECT_TRUE(mixed.err.contains("\"Key\" refused the value \"Zzz\""));
+    EXPECT_TRUE(contents("mixed-out.plist").contains("<string>5.0000</string>"));
+
+    // A write failure is told once.
+    const Outcome unwritable = run({"options", "--write", dir.filePath("no/such/o.plist")});
+    EXPECT_EQ(unwritable.status, 1);
+    EXPECT_EQ(linesOf(unwritable.err).size(), 1) << unwritable.err.toStdString();
+}
+
+TEST_F(QuorvalCli, saysWhenTheUsersSettingsCannotBeSaved)
+{
+    // Below a regular file nothing can be made, whoever runs the test.
+    writeFile("blocker", "x");
+    configHome = dir.filePath("blocker/config");
+    const Outcome set =
+        run({"--use-settings", "--set", "A Frequency=445", "options", "--write", "o.plist"});
+    EXPECT_NE(set.status, 0);
+    EXPECT_TRUE(set.err.contains("cannot be saved")) << set.err.toStdString();
+    // Reading alone needs no writable store.
+    EXPECT_EQ(run({"--use-settings", "options", "--write", "o.plist"}).status, 0);
 }
 
 TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
@@ -264,11 +330,17 @@ TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
     writeFile("garbage.wav", QByteArray(5000, 'x'));
     ASSERT_TRUE(QDir(dir.path()).mkdir("folder.wav"));
 
-    for (const char *name : {"missing.wav", "folder.wav", "empty.wav", "garbage.wav"}) {
-        for (const char *command : {"pitches", "info", "deviations"}) {
+    const std::pair<const char *, const char *> unreadable[] = {{"missing.wav", "no such file"},
+                                                                {"folder.wav", "folder"},
+                                                                {"empty.wav", "empty"},
+                                                                {"garbage.wav", "not a sound"}};
+    for (const auto &[name, why] : unreadable) {
+        for (const char *command : {"pitches", "info"}) {
             const Outcome bad = run({command, dir.filePath(name)});
             EXPECT_EQ(bad.status, 1) << command << " " << name;
-            EXPECT_TRUE(bad.err.contains("Can't read sound file")) << bad.err.toStdString();
+            EXPECT_TRUE(bad.err.contains("Can't read sound file: ") && bad.err.contains(why))
+                << bad.err.toStdString();
+            EXPECT_EQ(linesOf(bad.err).size(), 1);
             EXPECT_TRUE(bad.out.isEmpty());
         }
     }

@@ -13,7 +13,7 @@ using ParameterTest = StoreTest;
 
 TEST_F(ParameterTest, doubleRangeIsClosedAndRefusalsStoreNothing)
 {
-    DoubleParameter p(QStringLiteral("Test double"), 74.0, 1.0, 209.0, true, false, false, false);
+    DoubleParameter p(QStringLiteral("Test double"), 74.0, DoubleParameter::Range{1.0, 209.0});
     EXPECT_TRUE(p.setValue(1.0));
     EXPECT_EQ(p.value(), 1.0);
     EXPECT_TRUE(p.setValue(209.0));
@@ -24,17 +24,22 @@ TEST_F(ParameterTest, doubleRangeIsClosedAndRefusalsStoreNothing)
     EXPECT_FALSE(p.setFromText(QStringLiteral("nan")));
     EXPECT_EQ(p.value(), 209.0);
 
-    DoubleParameter unbounded(QStringLiteral("Test unbounded"), 0.5, 0.0, 0.0, false, false, false,
-                              false);
+    DoubleParameter unbounded(QStringLiteral("Test unbounded"), 0.5, std::nullopt);
     EXPECT_TRUE(unbounded.setFromText(QStringLiteral(" -102.35 ")));
     EXPECT_EQ(unbounded.valueText(), QStringLiteral("-102.3500"));
+
+    IntParameter whole(QStringLiteral("Test int"), 2, IntParameter::Range{1, 4});
+    EXPECT_TRUE(whole.setFromText(QStringLiteral("4")));
+    EXPECT_FALSE(whole.setValue(5));
+    EXPECT_FALSE(whole.setFromText(QStringLiteral("2.5")));
+    EXPECT_EQ(OptionStore::text(whole.name), QStringLiteral("4"));
 }
 
 TEST_F(ParameterTest, valuesComeFromTheStoreEachTime)
 {
-    DoubleParameter d(QStringLiteral("Test double"), 440.0, 400.0, 499.0, true, false, true, false);
-    IntParameter i(QStringLiteral("Test int"), 2, 1, 4, true, true, false);
-    BooleanParameter b(QStringLiteral("Test bool"), true, false, false);
+    DoubleParameter d(QStringLiteral("Test double"), 440.0, DoubleParameter::Range{400.0, 499.0});
+    IntParameter i(QStringLiteral("Test int"), 2, IntParameter::Range{1, 4});
+    BooleanParameter b(QStringLiteral("Test bool"), true);
     StringParameter s(QStringLiteral("Test string"));
     EXPECT_EQ(d.value(), 440.0);
     EXPECT_EQ(i.value(), 2);
@@ -69,12 +74,14 @@ TEST_F(ParameterTest, valuesComeFromTheStoreEachTime)
 
 TEST_F(ParameterTest, onlyRealChangesAskForFollowUps)
 {
-    DoubleParameter both(QStringLiteral("Test both"), 0.5, 0.1, 0.9, true, true, true, false);
-    IntParameter peaks(QStringLiteral("Test peaks"), 2, 1, 4, true, true, false);
-    BooleanParameter colour(QStringLiteral("Test colour"), false, true, false);
+    DoubleParameter both(QStringLiteral("Test both"), 0.5, DoubleParameter::Range{0.1, 0.9},
+                         {.resegment = true, .recompute = true});
+    IntParameter peaks(QStringLiteral("Test peaks"), 2, IntParameter::Range{1, 4},
+                       {.recompute = true});
+    BooleanParameter colour(QStringLiteral("Test colour"), false, {.recolor = true});
     ChoiceParameter choice(QStringLiteral("Test choice"),
                            {QStringLiteral("x"), QStringLiteral("y")}, std::nullopt, std::nullopt,
-                           false, true, true);
+                           {.recompute = true, .recolor = true});
 
     EXPECT_TRUE(both.setValue(0.7));
     EXPECT_EQ(followUpCounts(), (FollowUpCounts{1, 1, 0, 0}));
@@ -102,7 +109,7 @@ TEST_F(ParameterTest, installedHandlersReceiveTheRequests)
     int resegments = 0;
     int recomputes = 0;
     setFollowUpHandlers({[&] { ++resegments; }, [&] { ++recomputes; }, nullptr, nullptr});
-    DoubleParameter p(QStringLiteral("Test lowest"), 55.0, 0.0, 0.0, false, true, false, false);
+    DoubleParameter p(QStringLiteral("Test lowest"), 55.0, std::nullopt, {.resegment = true});
     EXPECT_TRUE(p.setValue(48.0));
     setFollowUpHandlers({});
     EXPECT_TRUE(p.setValue(36.0));
@@ -116,7 +123,7 @@ TEST_F(ParameterTest, choicesAreFoundInEitherSpelling)
     ChoiceParameter p(QStringLiteral("Test choice"),
                       {QStringLiteral("one"), QStringLiteral("two"), QStringLiteral("three")},
                       QStringList{QStringLiteral("1"), QStringLiteral("2"), QStringLiteral("3")},
-                      QStringLiteral("two"), false, false, false);
+                      QStringLiteral("two"));
     EXPECT_EQ(p.index(), 1);
     EXPECT_TRUE(p.setFromText(QStringLiteral("3")));
     EXPECT_EQ(p.value(), QStringLiteral("three"));

@@ -55,6 +55,13 @@ TEST_F(ParametersTest, minorSwapsTheKeySpellingsAndKeepsThePitchClass)
     parameters.minor.minorButtonPushed(false);
     EXPECT_EQ(key.value(), QStringLiteral("A\u266D"));
 
+    // ASCII accidentals name the same entries.
+    EXPECT_TRUE(key.setFromText(QStringLiteral("Bb")));
+    EXPECT_EQ(key.value(), QStringLiteral("B\u266D"));
+    EXPECT_TRUE(key.setFromText(QStringLiteral("g#")));
+    EXPECT_EQ(key.index(), index);
+    EXPECT_FALSE(key.setFromText(QStringLiteral("H#")));
+
     // A minor value set from a file brings the minor spellings, here and in a set made later.
     EXPECT_TRUE(parameters.minor.setFromText(QStringLiteral("true")));
     EXPECT_EQ(key.value(), QStringLiteral("G\u266F"));
@@ -137,6 +144,11 @@ TEST_F(ParametersTest, noteRangeEndsAreCheckedAgainstEachOther)
     EXPECT_FALSE(parameters.highestNote.setValue(89.0));
     EXPECT_TRUE(parameters.highestNote.setValue(100.0));
     EXPECT_EQ(followUpCounts(), (FollowUpCounts{1, 1, 0, 0}));
+    // Values that pass only until they are stored with four decimals.
+    EXPECT_FALSE(parameters.lowestNote.setFromText(QStringLiteral("99.99999")));
+    EXPECT_FALSE(parameters.highestNote.setFromText(QStringLiteral("90.00001")));
+    EXPECT_EQ(parameters.lowestNote.value(), 90.0);
+    EXPECT_EQ(parameters.highestNote.value(), 100.0);
 
     auto &length = parameters.maxAudioFileLength;
     EXPECT_TRUE(length.setFromText(QStringLiteral("1.0")));
