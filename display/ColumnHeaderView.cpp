@@ -6,6 +6,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 
+#include <algorithm>
 #include <cmath>
 
 namespace quorval {
@@ -44,7 +45,9 @@ void ColumnHeaderView::paint(QPainter &painter, QSizeF size)
             narrow = label.narrowChars;
         }
         const double width = static_cast<double>(text.size()) - narrow;
-        const double x = (t - h.leftTime) / h.pixelWidth - 0.5 * charWidth * width;
+        // A label at either edge stays whole rather than centred on its line.
+        const double x = std::clamp((t - h.leftTime) / h.pixelWidth - 0.5 * charWidth * width, 2.0,
+                                    size.width() - charWidth * width - 2.0);
         painter.drawText(
             QRectF(x, top, charWidth * (static_cast<double>(text.size()) + 2.0), charHeight),
             Qt::AlignLeft | Qt::AlignVCenter, QString::fromStdString(text));

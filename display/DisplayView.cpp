@@ -692,12 +692,15 @@ void DisplayView::paintSpectrum(QPainter &painter, const Geometry &g) const
     if (shown.pitch > 0.0) {
         const double f0 = Scale::frequency(shown.pitch, Parameters::shared().aFrequency.value());
         painter.setPen(QPen(harmonicColor, 1.0, Qt::DashLine));
+        // Numbers only where they have room.
+        const bool numbered = f0 / g.pixelWidth >= 14.0;
         for (int k = 1; k * f0 < h.leftTime + h.timeWidth && k <= 64; ++k) {
             const double x = g.x(k * f0);
             if (x < 0.0)
                 continue;
             painter.drawLine(QLineF(x, 12.0, x, g.canvasHeight));
-            painter.drawText(QPointF(x - 3.0, 10.0), QString::number(k));
+            if (numbered)
+                painter.drawText(QPointF(x - 3.0, 10.0), QString::number(k));
         }
     }
     // The peaks the search found.
@@ -731,10 +734,13 @@ void DisplayView::paintSpectrum(QPainter &painter, const Geometry &g) const
     } else {
         text += QStringLiteral(": no pitch");
     }
+    // Below the harmonic numbers, on a backing of its own so the curve does not cross it.
     painter.setFont(labelFont(11));
+    const double textWidth = painter.fontMetrics().horizontalAdvance(text) + 8.0;
+    const QRectF box(g.canvasWidth - textWidth - 4.0, 16.0, textWidth, 16.0);
+    painter.fillRect(box, QColor::fromRgbF(0.0, 0.0, 0.0, 0.7));
     painter.setPen(Qt::white);
-    painter.drawText(QRectF(0.0, 2.0, g.canvasWidth - 8.0, 14.0), Qt::AlignRight | Qt::AlignVCenter,
-                     text);
+    painter.drawText(box, Qt::AlignCenter, text);
 }
 
 } // namespace quorval
