@@ -17,6 +17,14 @@ std::optional<double> secondsFrom(const QString &text)
 
 } // namespace
 
+const QStringList &CommandLine::renderViews()
+{
+    static const QStringList views = {QStringLiteral("composite"), QStringLiteral("rms"),
+                                      QStringLiteral("amplitude"), QStringLiteral("pitch"),
+                                      QStringLiteral("quality"),   QStringLiteral("spectrum")};
+    return views;
+}
+
 const char *CommandLine::usage()
 {
     return "Usage: quorval-cli [options] COMMAND FILE\n"
@@ -28,11 +36,19 @@ const char *CommandLine::usage()
            "  deviations FILE  the deviation statistics of the stretch (whole sound by default)\n"
            "  notes FILE       the intonation of each note and of each scale degree\n"
            "  info FILE        the sound file's description\n"
+           "  render FILE -o OUT.png\n"
+           "                   draws the trace with its keyboard and ruler into a PNG (or SVG);\n"
+           "                   the spectrum is that of the segment in the stretch's middle\n"
            "  options --write FILE.plist\n"
            "                   writes the options in force to an options file\n"
            "\n"
            "Options:\n"
-           "  --from S, --to S     the stretch in seconds (deviations, notes)\n"
+           "  --from S, --to S     the stretch in seconds (deviations, notes, render)\n"
+           "  -o, --output FILE    the picture to write (render)\n"
+           "  --view V             composite, rms, amplitude, pitch, quality or spectrum\n"
+           "                       (render; default: the \"View type\" option)\n"
+           "  --width W, --height H  trace area in points (render; default 1600 x 600)\n"
+           "  --scale F            device pixel ratio of the picture (render; default 1)\n"
            "  --csv, --json        table formats with headers (pitches, notes)\n"
            "  --set \"Label=value\"  sets an option for this run (repeatable)\n"
            "  --options FILE.plist imports an options file for this run\n"
@@ -88,6 +104,43 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
                 return std::nullopt;
             }
             (argument == QLatin1String("--from") ? line.fromSeconds : line.toSeconds) = seconds;
+        } else if (argument == QLatin1String("-o") || argument == QLatin1String("--output")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            line.outputPath = *text;
+        } else if (argument == QLatin1String("--view")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            if (!renderViews().contains(*text)) {
+                error = QStringLiteral("--view needs one of %1, not \"%2\"")
+                            .arg(renderViews().join(QStringLiteral(", ")), *text);
+                return std::nullopt;
+            }
+            line.view = *text;
+        } else if (argument == QLatin1String("--width") || argument == QLatin1String("--height")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            bool ok = false;
+            const int points = text->toInt(&ok);
+            if (!ok || points < 16 || points > 16384) {
+                error = QStringLiteral("%1 needs a whole number of points from 16 to 16384")
+                            .arg(argument);
+                return std::nullopt;
+            }
+            (argument == QLatin1String("--width") ? line.width : line.height) = points;
+        } else if (argument == QLatin1String("--scale")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            bool ok = false;
+            line.scale = text->toDouble(&ok);
+            if (!ok || !(line.scale >= 0.25 && line.scale <= 8.0)) {
+                error = QStringLiteral("--scale needs a number from 0.25 to 8");
+                return std::nullopt;
+            }
         } else if (argument == QLatin1String("--jobs")) {
             const auto text = value();
             if (!text)
@@ -120,6 +173,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
         line.command = Command::notes;
     else if (command == QLatin1String("info"))
         line.command = Command::info;
+    else if (command == QLatin1String("render"))
+        line.command = Command::render;
     else if (command == QLatin1String("options") && writeOptions)
         line.command = Command::options;
     else {
@@ -130,6 +185,11 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
     }
     if (writeOptions && line.command != Command::options) {
         error = QStringLiteral("--write belongs to the options command");
+        return std::nullopt;
+    }
+    if ((line.command == Command::render) == line.outputPath.isEmpty()) {
+        error = line.outputPath.isEmpty() ? QStringLiteral("render needs -o OUT.png")
+                                          : QStringLiteral("-o belongs to the render command");
         return std::nullopt;
     }
     if (line.fromSeconds && line.toSeconds && *line.fromSeconds > *line.toSeconds) {

@@ -19,6 +19,7 @@ struct CommandLine
         info,
         notes,
         options,
+        render,
         help,
     };
     enum class Format
@@ -36,6 +37,13 @@ struct CommandLine
     int jobs = 1;             // analysis threads, >= 1
     bool useSettings = false; // read and write the user's option store
     bool developer = false;   // developer mode: the reports' debug lines
+    // render: the picture's path, view ("composite" .. "spectrum"; empty: the "View type"
+    // option), trace area in points and device pixel ratio.
+    QString outputPath;
+    QString view;
+    int width = 1600;
+    int height = 600;
+    double scale = 1.0;
     // "--set Label=value" and "--options FILE.plist", applied in the order given.
     struct OptionStep
     {
@@ -50,6 +58,8 @@ struct CommandLine
                                             QString &error);
 
     static const char *usage();
+    // The names --view takes, in the order of the "View type" choices.
+    static const QStringList &renderViews();
 };
 
 } // namespace quorval

@@ -135,6 +135,9 @@ int Tool::run(const CommandLine &line)
     case CommandLine::Command::options:
         status = options(line);
         break;
+    case CommandLine::Command::render:
+        status = render(line);
+        break;
     case CommandLine::Command::help:
         break;
     }

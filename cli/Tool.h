@@ -46,6 +46,8 @@ private:
     int notes(const CommandLine &line);
     int info(const CommandLine &line);
     int options(const CommandLine &line);
+    // Draws the trace of line's stretch into line.outputPath (cli/Render.cpp).
+    int render(const CommandLine &line);
     void print(const std::string &text);
     static void complain(const QString &text);
 

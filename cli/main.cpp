@@ -4,24 +4,37 @@
 #include "options/OptionStore.h"
 #include "streams/Quorval.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QMetaObject>
 #include <QTemporaryDir>
 
 #include <cstdio>
+#include <memory>
 #include <thread>
 
 // quorval-cli: the window's analysis for scripts and batches.
 int main(int argc, char **argv)
 {
-    QCoreApplication app(argc, argv);
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.push_back(QString::fromLocal8Bit(argv[i]));
     QString error;
     const auto line = quorval::CommandLine::parse(
-        app.arguments().mid(1), static_cast<int>(std::thread::hardware_concurrency()), error);
+        arguments, static_cast<int>(std::thread::hardware_concurrency()), error);
     if (!line) {
         std::fprintf(stderr, "quorval-cli: %s\n%s", error.toLocal8Bit().constData(),
                      quorval::CommandLine::usage());
         return quorval::Tool::kBadUsage;
+    }
+
+    // Pictures are drawn by the window's own views, on Qt's offscreen platform: no window.
+    std::unique_ptr<QCoreApplication> app;
+    if (line->command == quorval::CommandLine::Command::render) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
     }
 
     // Unless asked, the user's own option store is neither read nor written: this run gets an
@@ -35,8 +48,9 @@ int main(int argc, char **argv)
         quorval::OptionStore::usePrivateStore(privateStore.path());
     }
 
-    quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
-        QMetaObject::invokeMethod(&app, std::move(fn), Qt::QueuedConnection);
+    QCoreApplication *application = app.get();
+    quorval::Quorval::installMainPoster([application](std::function<void()> fn) {
+        QMetaObject::invokeMethod(application, std::move(fn), Qt::QueuedConnection);
     });
     // Messages from below (the system's texts) go to stderr.
     quorval::setMessageHandler([](const QString &, const QString &text) {

@@ -246,6 +246,11 @@ QChar Parameters::viewTypeLetter() const
     return type.isEmpty() ? QChar() : type.front();
 }
 
+ViewType Parameters::currentViewType() const
+{
+    return viewTypeOfLetter(viewTypeLetter()).value_or(ViewType::Composite);
+}
+
 bool Parameters::setViewType(const QString &choice)
 {
     return viewType.setValue(choice);

@@ -6,6 +6,7 @@
 #include "options/IntParameter.h"
 #include "options/Preset.h"
 #include "options/StringParameter.h"
+#include "options/ViewType.h"
 
 #include <QChar>
 #include <QHash>
@@ -184,6 +185,8 @@ public:
     // The first letter of "View type" ('C', 'R', 'A', 'P', 'Q', 'S'); a null QChar when the
     // stored text is none of the choices.
     QChar viewTypeLetter() const;
+    // The view type in force; Composite when the stored text is none of the choices.
+    ViewType currentViewType() const;
     // Stores the full choice text, e.g. "Pitch"; refuses a text that is no choice.
     bool setViewType(const QString &choice);
     // "Letters", "Numbers" or "None"; empty when the stored text is none of them.

@@ -125,18 +125,20 @@ double DisplayColumnStream::fill_D(std::int64_t firstIndex)
 
 DisplayColumnStream::Fill DisplayColumnStream::fill(std::int64_t firstIndex)
 {
-    return Quorval::dataQueue().sync([this, firstIndex] {
-        Fill result;
-        result.referenceVolume = fill_D(firstIndex);
-        result.columns.reserve(static_cast<std::size_t>(size));
-        for (std::int64_t k = firstIndex; k < firstIndex + size; ++k) {
-            const DisplayColumn &column = column_D(k);
-            result.columns.push_back({k, column.displayPitch_D, column.goodness_D,
-                                      column.minVolume_D, column.maxVolume_D, column.rmsVolume_D,
-                                      column.color_D});
-        }
-        return result;
-    });
+    return Quorval::dataQueue().sync([this, firstIndex] { return fillAndCopy_D(firstIndex); });
+}
+
+DisplayColumnStream::Fill DisplayColumnStream::fillAndCopy_D(std::int64_t firstIndex)
+{
+    Fill result;
+    result.referenceVolume = fill_D(firstIndex);
+    result.columns.reserve(static_cast<std::size_t>(size));
+    for (std::int64_t k = firstIndex; k < firstIndex + size; ++k) {
+        const DisplayColumn &column = column_D(k);
+        result.columns.push_back({k, column.displayPitch_D, column.goodness_D, column.minVolume_D,
+                                  column.maxVolume_D, column.rmsVolume_D, column.color_D});
+    }
+    return result;
 }
 
 double DisplayColumnStream::referenceVolume_D()

@@ -119,6 +119,8 @@ public:
         std::vector<ColumnValues> columns;
     };
     [[nodiscard]] Fill fill(std::int64_t firstIndex);
+    // fill_D and the copy, on the data queue.
+    [[nodiscard]] Fill fillAndCopy_D(std::int64_t firstIndex);
 
     // The goodness-weighted top-decile RMS volume of the columns (0 when their goodness adds up
     // to 1 or less), raw sample units. Data queue.

@@ -16,7 +16,7 @@ namespace quorval {
 
 namespace {
 
-std::shared_ptr<DataView> makeView(const char *type, std::shared_ptr<DataStream> data, double maxY,
+std::shared_ptr<DataView> makeView(ViewType type, std::shared_ptr<DataStream> data, double maxY,
                                    double minY)
 {
     auto view = std::make_shared<DataView>();
@@ -60,12 +60,15 @@ std::shared_ptr<MusicStream> MusicStream::create(std::shared_ptr<WavStream> wav)
     QUORVAL_CHECK(wav != nullptr);
     auto music = std::shared_ptr<MusicStream>(new MusicStream(std::move(wav)));
     const auto &sound = music->wavStream;
-    music->compositeView = makeView("C", nullptr, 0.0, 0.0);
-    music->wavView = makeView("A", sound, sound->maxNominalY, sound->minNominalY);
+    music->compositeView = makeView(ViewType::Composite, nullptr, 0.0, 0.0);
+    music->wavView = makeView(ViewType::Amplitude, sound, sound->maxNominalY, sound->minNominalY);
     music->wavView->volumeData = sound;
-    music->pitchView = makeView("P", nullptr, 0.0, 0.0);
-    music->goodnessView = makeView("Q", nullptr, 1.0, 0.0);
-    music->fftView = makeView("S", nullptr, 0.0, Parameters::shared().dbNoiseLimit.value());
+    music->pitchView = makeView(ViewType::Pitch, nullptr, 0.0, 0.0);
+    // Goodness has no upper bound; clear tones score in the hundreds, and "Quality threshold"
+    // tops out at 1000.
+    music->goodnessView = makeView(ViewType::Quality, nullptr, 1000.0, 0.0);
+    music->fftView =
+        makeView(ViewType::Spectrum, nullptr, 0.0, Parameters::shared().dbNoiseLimit.value());
     music->timeView = std::make_shared<HView>();
     music->frequencyView = std::make_shared<HView>();
     music->frequencyView->functionOfTime = false;
@@ -98,26 +101,26 @@ std::shared_ptr<FFTStream> MusicStream::fftStream() const
     return fft;
 }
 
-DataView &MusicStream::viewFor(QChar letter)
+DataView &MusicStream::viewFor(ViewType type)
 {
     std::shared_ptr<DataView> view = compositeView;
-    switch (letter.unicode()) {
-    case 'A':
-    case 'R':
+    switch (type) {
+    case ViewType::Amplitude:
+    case ViewType::RMSAmplitude:
         view = wavView;
         if (view)
-            view->showRMS = letter == QLatin1Char('R');
+            view->showRMS = type == ViewType::RMSAmplitude;
         break;
-    case 'P':
+    case ViewType::Pitch:
         view = pitchView;
         break;
-    case 'Q':
+    case ViewType::Quality:
         view = goodnessView;
         break;
-    case 'S':
+    case ViewType::Spectrum:
         view = fftView;
         break;
-    default:
+    case ViewType::Composite:
         break;
     }
     QUORVAL_CHECK(view != nullptr);
@@ -300,7 +303,7 @@ bool MusicStream::spectrumShown()
     constexpr auto kLookInterval = std::chrono::milliseconds(30);
     const auto now = std::chrono::steady_clock::now();
     if (now - viewTypeReadAt >= kLookInterval) {
-        viewTypeIsSpectrum = Parameters::shared().viewTypeLetter() == QLatin1Char('S');
+        viewTypeIsSpectrum = Parameters::shared().currentViewType() == ViewType::Spectrum;
         viewTypeReadAt = now;
     }
     return viewTypeIsSpectrum;

@@ -3,8 +3,6 @@
 #include "streams/DataStream.h"
 #include "streams/DataView.h"
 
-#include <QChar>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -64,9 +62,9 @@ public:
     std::shared_ptr<DataView> fftView;
     std::shared_ptr<HView> timeView;
     std::shared_ptr<HView> frequencyView;
-    // The view for a view-type letter: "C" (also any unknown letter), "A" and "R" (the amplitude
-    // view with its RMS flag cleared or set), "P", "Q", "S". Main thread.
-    DataView &viewFor(QChar letter);
+    // The view for a view type; the amplitude view serves both amplitude types, with its RMS
+    // flag set for RMS amplitude. Main thread.
+    DataView &viewFor(ViewType type);
 
     // Segment length and spacing from "Response", "Lowest Note", "A Frequency" and "Frame
     // overlap": the smallest power of two not below Response periods of the lowest note, and

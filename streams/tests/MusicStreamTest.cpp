@@ -247,15 +247,17 @@ TEST(MusicStream, spectrumViewShowsTheSegmentUnderTheNeedle)
     EXPECT_DOUBLE_EQ(spectrum->xScale, binHz);
 }
 
-TEST(MusicStream, viewsByLetterAndShortSounds)
+TEST(MusicStream, viewsByTypeAndShortSounds)
 {
     auto music = MusicStream::create(soundOf(testsignals::silence(700)));
-    EXPECT_EQ(&music->viewFor(QChar('X')), music->compositeView.get());
-    EXPECT_TRUE(music->viewFor(QChar('R')).showRMS);
-    DataView &amplitude = music->viewFor(QChar('A'));
+    EXPECT_EQ(&music->viewFor(*viewTypeOfLetter(QChar('C'))), music->compositeView.get());
+    EXPECT_FALSE(viewTypeOfLetter(QChar('X')));
+    EXPECT_TRUE(music->viewFor(ViewType::RMSAmplitude).showRMS);
+    DataView &amplitude = music->viewFor(ViewType::Amplitude);
     EXPECT_EQ(&amplitude, music->wavView.get());
     EXPECT_FALSE(amplitude.showRMS);
-    EXPECT_EQ(music->viewFor(QChar('S')).viewType, "S");
+    EXPECT_EQ(music->viewFor(ViewType::Spectrum).viewType, ViewType::Spectrum);
+    EXPECT_EQ(&music->viewFor(ViewType::Quality), music->goodnessView.get());
 
     // 700 frames hold one segment start but no whole segment: refresh leaves the range alone.
     ASSERT_TRUE(music->waitUntilCalculated(60s));

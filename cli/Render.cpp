@@ -1,0 +1,93 @@
+#include "cli/Tool.h"
+#include "display/TraceArea.h"
+#include "options/Parameters.h"
+#include "streams/MusicStream.h"
+#include "streams/PitchStream.h"
+#include "streams/Quorval.h"
+
+#include <QScopeGuard>
+
+#include <chrono>
+#include <cmath>
+
+namespace quorval {
+
+namespace {
+
+// The "View type" choice of each --view name, in the same order.
+const QStringList &viewChoices()
+{
+    static const QStringList choices = {
+        QStringLiteral("Composite"), QStringLiteral("RMS Amplitude"), QStringLiteral("Amplitude"),
+        QStringLiteral("Pitch"),     QStringLiteral("Quality"),       QStringLiteral("Spectrum")};
+    return choices;
+}
+
+// The spectrum view draws the segment at the needle: has the calculation lay it in.
+bool waitForSpectrum(MusicStream &music, double timeSeconds)
+{
+    const std::shared_ptr<PitchStream> pitch = music.pitchStream();
+    if (!pitch)
+        return false;
+    const auto wanted = static_cast<std::int64_t>(
+        std::max(0.0, std::floor(timeSeconds / pitch->xScale - pitch->overlap)));
+    for (int attempt = 0; attempt < 5 && music.fftPitchIndex != wanted; ++attempt) {
+        music.requestCalculation();
+        (void)music.waitUntilCalculated(std::chrono::seconds(60));
+    }
+    return music.fftPitchIndex == wanted;
+}
+
+} // namespace
+
+int Tool::render(const CommandLine &line)
+{
+    Parameters &parameters = Parameters::shared();
+    const QString previousView = parameters.viewType.value();
+    if (!line.view.isEmpty())
+        (void)parameters.setViewType(viewChoices()[CommandLine::renderViews().indexOf(line.view)]);
+    // A picture is no reason to change the user's own choice of view.
+    const auto restoreView = qScopeGuard([&] {
+        if (!line.view.isEmpty())
+            (void)parameters.setViewType(previousView);
+    });
+
+    const std::shared_ptr<MusicStream> music = openAndAnalyse(line);
+    if (!music)
+        return kFailed;
+    const MusicStream::TimeRange whole = music->timeRange();
+    const double from = line.fromSeconds.value_or(whole.start);
+    const double to = line.toSeconds.value_or(whole.end);
+    if (!(from < to) || from < whole.start || to > whole.end) {
+        complain(QStringLiteral("%1: the stretch %2 to %3 s lies outside the sound, which runs "
+                                "from %4 to %5 s")
+                     .arg(line.file)
+                     .arg(from)
+                     .arg(to)
+                     .arg(whole.start)
+                     .arg(whole.end));
+        return kBadUsage;
+    }
+    const bool spectrum = parameters.currentViewType() == ViewType::Spectrum;
+    music->timeView->leftTime = from;
+    music->timeView->timeWidth = to - from;
+    // The spectrum is of the segment at the needle, here the middle of the stretch, away from
+    // the attack of a note that starts it; time views show no needle.
+    const double middle = (from + to) / 2.0;
+    Quorval::needleTime = spectrum ? middle : -1.0;
+    if (spectrum && !waitForSpectrum(*music, middle))
+        complain(QStringLiteral("%1: no spectrum at %2 s").arg(line.file).arg(middle));
+    Quorval::setMusicStream(music);
+    const auto release = qScopeGuard([] {
+        Quorval::setVisibleSegmentSource(nullptr);
+        Quorval::setMusicStream(nullptr);
+    });
+    TraceArea area;
+    if (!area.writePicture(line.outputPath, QSizeF(line.width, line.height), line.scale)) {
+        complain(QStringLiteral("can't write the picture %1").arg(line.outputPath));
+        return kFailed;
+    }
+    return kOk;
+}
+
+} // namespace quorval

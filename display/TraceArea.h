@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QImage>
+#include <QSizeF>
+#include <QString>
+#include <QWidget>
+
+namespace quorval {
+
+class ColumnHeaderView;
+class DisplayView;
+class MyScroller;
+class RowHeaderView;
+
+// The trace area as the window embeds it: the ruler on top, the keyboard at the left, the
+// display with its two scrollers, wired together. It draws the open sound (Quorval's music
+// stream). Also makes pictures of the same views without a window. Main thread.
+class TraceArea : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit TraceArea(QWidget *parent = nullptr);
+
+    DisplayView *displayView;
+    RowHeaderView *rowHeaderView;
+    ColumnHeaderView *columnHeaderView;
+    MyScroller *hScroller;
+    MyScroller *vScroller;
+
+    // The whole picture's size for a trace canvas of traceSize points: keyboard and ruler added.
+    [[nodiscard]] QSizeF pictureSize(QSizeF traceSize) const;
+    // Fetches the data for a canvas of traceSize points (waiting for it) and paints keyboard,
+    // ruler and trace into painter. False when there is no sound to draw.
+    bool paintPicture(QPainter &painter, QSizeF traceSize);
+    // The picture at a device pixel ratio of scale; null when there is nothing to draw.
+    QImage picture(QSizeF traceSize, double scale);
+    // Writes the picture: SVG for a ".svg" path, else an image format by the path's suffix
+    // (PNG by default). False when it cannot be written or there is nothing to draw.
+    bool writePicture(const QString &path, QSizeF traceSize, double scale);
+};
+
+} // namespace quorval
