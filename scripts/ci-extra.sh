@@ -21,6 +21,23 @@ if [ -f streams/CMakeLists.txt ]; then
     TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" build/tsan/streams/streams_tests
 fi
 
+# The Debian package of the Release build: it must hold both programs and the desktop entry, and
+# name its library dependencies.
+if [ -f packaging/CMakeLists.txt ]; then
+    (cd build/release && cpack -G DEB)
+    deb=$(ls build/release/quorval_*.deb)
+    dpkg-deb --info "$deb"
+    dpkg-deb --field "$deb" Depends | grep -q libqt6widgets6
+    contents=$(dpkg-deb --contents "$deb")
+    for wanted in ./usr/bin/quorval-cli ./usr/share/applications/org.quorval.Quorval.desktop \
+        ./usr/share/metainfo/org.quorval.Quorval.metainfo.xml ./usr/share/man/man1/quorval-cli.1; do
+        grep -q " $wanted\$" <<<"$contents" || { echo "$deb lacks $wanted"; exit 1; }
+    done
+    if [ -f app/CMakeLists.txt ]; then
+        grep -q " ./usr/bin/quorval\$" <<<"$contents" || { echo "$deb lacks quorval"; exit 1; }
+    fi
+fi
+
 if [ -f fuzz/CMakeLists.txt ]; then
     bash scripts/fuzz.sh 60
 fi
