@@ -6,7 +6,6 @@
 #include "analysis/WavFileOC.h"
 
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -16,8 +15,6 @@
 namespace quorval {
 
 namespace {
-
-std::atomic<int> pitchResultCount{0};
 
 constexpr std::uint64_t kExponentBits = 0x7ff0000000000000;
 constexpr std::uint64_t kExponentOne = 0x0010000000000000;
@@ -30,8 +27,6 @@ inline std::uint64_t exponentCarry(double sample)
 }
 
 } // namespace
-
-PitchResultOC::PitchResultOC() : serial(pitchResultCount.fetch_add(1)) {}
 
 void PitchResultOC::prepare(FFTOC &transform, PeakDataSetOC *peaks, int highest, double minHz,
                             double maxHz, double threshold, double floorDb)

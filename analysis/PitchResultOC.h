@@ -51,8 +51,7 @@ public:
     // Most subharmonics x/k tried per candidate.
     static constexpr int kMaxDivisor = 4096;
 
-    // Takes the next running number as its serial (thread-safe).
-    PitchResultOC();
+    PitchResultOC() = default;
     PitchResultOC(const PitchResultOC &) = delete;
     PitchResultOC &operator=(const PitchResultOC &) = delete;
 
@@ -93,7 +92,6 @@ public:
 
     [[nodiscard]] double getFreq() const { return freq; }
     [[nodiscard]] double getGoodness() const { return goodness; }
-    [[nodiscard]] int getSerial() const { return serial; }
     // The spectrum in dB after compute(), fftSize values (owned by the FFTOC).
     [[nodiscard]] const double *getFFTResult() const { return fftResult; }
     [[nodiscard]] int getFFTSize() const { return fftSize; }
@@ -113,7 +111,6 @@ private:
     bool windowed = false;       // samples already weighted, by setupWithSamples()
     bool windowedFinite = true;  // and whether they were all finite before
     double *fftResult = nullptr; // the FFTOC's result array, in dB after compute()
-    int serial = 0;
     double freq = 0.0;
     double goodness = 0.0;
     FFTOC *fft = nullptr;
