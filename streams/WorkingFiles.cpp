@@ -100,8 +100,9 @@ void WorkingFiles::track(const std::string &path)
 void WorkingFiles::forget(const std::string &path)
 {
     for (Slot &slot : trackedSlots) {
+        // Only published paths are read: a slot being filled is written meanwhile.
         int expected = 2;
-        if (std::strcmp(slot.path, path.c_str()) == 0 &&
+        if (slot.state.load() == 2 && std::strcmp(slot.path, path.c_str()) == 0 &&
             slot.state.compare_exchange_strong(expected, 1)) {
             slot.path[0] = '\0';
             slot.state = 0;
