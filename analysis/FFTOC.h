@@ -57,7 +57,8 @@ public:
     [[nodiscard]] double getValue(int k) const;
 
     // Sets result's min and max to the least and greatest of result[start .. start + count - 1],
-    // each rounded to single precision (kept deliberately: the running values are floats).
+    // each rounded to single precision: the running values are floats, ample for a range drawn
+    // on screen, and the ranges drawn stay what they have always been.
     // A count below 1 reports min = +infinity and max = -infinity. rms is not touched.
     // The range must lie within 0 .. n.
     void getRange(int start, int count, VolumeResultOC &volumeResult) const;
@@ -83,10 +84,6 @@ public:
     {
         cSet(c, a->re * b->re - a->im * b->im, b->re * a->im + a->re * b->im);
     }
-    // c = conjugate of a
-    static void cComplement(Complex *c, const Complex *a) { cSet(c, a->re, -a->im); }
-    // √(re² + im²)
-    static double cModulus(const Complex *c) { return std::sqrt(c->re * c->re + c->im * c->im); }
 
 private:
     void transform(const double *x);

@@ -256,72 +256,6 @@ double PeakDataSetOC::getYVal(int i) const
     return yVals[static_cast<std::size_t>(i)];
 }
 
-void PeakDataSetOC::resetSums(Sums &sums)
-{
-    sums.totalHeight = 0.0;
-    sums.weightedFreq = 0.0;
-    sums.score = 0.0;
-    sums.base = 0.0;
-    sums.highest = kNone;
-}
-
-void PeakDataSetOC::addSums(Sums &sums, double freq) const
-{
-    resetSums(sums);
-    const Lorentz lorentz(freq, fftScale);
-    sums.base = lorentz.base;
-    for (int i = 0; i < nPeaks; i++) {
-        const double x = xVals[static_cast<std::size_t>(i)];
-        const double h = std::floor(x / freq + 0.5);
-        if (h >= 1.0) {
-            const double dev = x - h * freq;
-            const double weight = 1.0 / (dev * dev / lorentz.w2 + 1.0);
-            sums.score += yVals[static_cast<std::size_t>(i)] * (weight - lorentz.base);
-        }
-    }
-}
-
-void PeakDataSetOC::addSumsByHarmonic(Sums &sums, double freq) const
-{
-    resetSums(sums);
-    const Lorentz lorentz(freq, fftScale);
-    sums.base = lorentz.base;
-    // The harmonic number is kept as a double: a far-off peak's x / freq may not fit an int.
-    double group = 0.0;
-    double bestHeight = 0.0;
-    double bestWeight = 0.0;
-    double bestScore = kNone;
-    for (int i = 0; i <= nPeaks; i++) {
-        // One closing step at frequency 0, height 0 settles the last group.
-        const bool real = i < nPeaks;
-        const double x = real ? xVals[static_cast<std::size_t>(i)] : 0.0;
-        const double y = real ? yVals[static_cast<std::size_t>(i)] : 0.0;
-        const double h = real ? std::floor(x / freq + 0.5) : 0.0;
-        if (real) {
-            sums.totalHeight += y;
-            sums.weightedFreq += x * y;
-            if (y > sums.highest)
-                sums.highest = y;
-        }
-        if (h != group) {
-            if (group != 0.0)
-                sums.score += bestHeight * (bestWeight - lorentz.base);
-            group = h;
-            bestScore = kNone;
-        }
-        if (h >= 1.0) {
-            const double dev = x - h * freq;
-            const double weight = 1.0 / (dev * dev / lorentz.w2 + 1.0);
-            const double score = y * (weight - lorentz.base);
-            if (score > bestScore) {
-                bestHeight = y;
-                bestWeight = weight;
-                bestScore = score;
-            }
-        }
-    }
-}
-
 namespace {
 
 // Harmonic number (into harmonic[i]) and score (height times Lorentz weight less its base) of
@@ -419,7 +353,7 @@ QUORVAL_INLINE double PeakDataSetOC::goodness(double freq)
         totalsValid = true;
     }
 
-    // Both scores, each sum taken in the same order as addSums() and addSumsByHarmonic(), so the
+    // Both scores, each sum taken in the same order as the two passes one after the other, so the
     // result is the same to the last bit. With every harmonic number its truncation, peaks of a
     // harmonic are neighbours, and a group's best peak adds bestHeight × (bestWeight − base), the
     // very product that is its score: a group adds its greatest score. Which way the tests go is

@@ -31,16 +31,6 @@ public:
     // many steps do not reach the wanted spacing would otherwise run for hours.
     static constexpr int kMaxThresholdSteps = 4096;
 
-    // One scoring pass over the peaks.
-    struct Sums
-    {
-        double totalHeight = 0.0;  // sum of all heights (harmonic pass only), dB
-        double weightedFreq = 0.0; // sum of frequency × height (harmonic pass only)
-        double score = 0.0;        // sum of weighted heights
-        double base = 0.0;         // mean Lorentz weight of a randomly placed peak
-        double highest = 0.0;      // greatest height (harmonic pass only), dB
-    };
-
     PeakDataSetOC() = default;
     PeakDataSetOC(const PeakDataSetOC &) = delete;
     PeakDataSetOC &operator=(const PeakDataSetOC &) = delete;
@@ -70,15 +60,9 @@ public:
     [[nodiscard]] double getXVal(int i) const;
     [[nodiscard]] double getYVal(int i) const;
 
-    // The two scoring passes for fundamental freq (Hz > 0): every peak near a harmonic, and the
-    // best peak of each harmonic.
-    static void resetSums(Sums &sums);
-    void addSums(Sums &sums, double freq) const;
-    void addSumsByHarmonic(Sums &sums, double freq) const;
-
     // Goodness of fundamental freq in Hz: 0 when freq <= 0, not a number, or there are no
-    // peaks. Evaluates both passes in one scan, with the same arithmetic as addSums() and
-    // addSumsByHarmonic().
+    // peaks. Evaluates both scoring passes (every peak near a harmonic, and the best peak of
+    // each harmonic) in one scan.
     [[nodiscard]] double computeGoodnessForFreq(double freq);
 
     // Objects run the goodness scan four peaks at a time where the processor can

@@ -6,7 +6,6 @@
 #include "analysis/WavFileOC.h"
 
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cmath>
 #include <cstdint>
@@ -16,8 +15,6 @@
 namespace quorval {
 
 namespace {
-
-std::atomic<int> pitchResultCount{0};
 
 constexpr std::uint64_t kExponentBits = 0x7ff0000000000000;
 constexpr std::uint64_t kExponentOne = 0x0010000000000000;
@@ -30,8 +27,6 @@ inline std::uint64_t exponentCarry(double sample)
 }
 
 } // namespace
-
-PitchResultOC::PitchResultOC() : serial(pitchResultCount.fetch_add(1)) {}
 
 void PitchResultOC::prepare(FFTOC &transform, PeakDataSetOC *peaks, int highest, double minHz,
                             double maxHz, double threshold, double floorDb)
@@ -251,40 +246,8 @@ double PitchResultOC::refine(double f)
         std::swap(ga, gc);
     }
 
-    // Narrowing: probe the golden point of the side whose outer point is higher, where a smooth
-    // maximum must lie; on equal heights the wider side.
-    // The stop test follows each probe: without a climb d·φ is already h (φ + φ² = 1), and the
-    // final step needs the probe.
-    do {
-        d *= kPhi;
-        const bool right = gc > ga || (gc == ga && c - b >= b - a);
-        const double x = right ? b + (1.0 - kPhi) * (c - b) : b - (1.0 - kPhi) * (b - a);
-        const double gx = goodnessAt(x);
-        if (gx > gb) {
-            if (right) {
-                a = b;
-                ga = gb;
-            } else {
-                c = b;
-                gc = gb;
-            }
-            b = x;
-            gb = gx;
-        } else if (right) {
-            c = x;
-            gc = gx;
-        } else {
-            a = x;
-            ga = gx;
-        }
-    } while (d > h);
-
-    // Twice the textbook parabola-vertex offset, deliberately.
-    const double A = a - b;
-    const double B = c - b;
-    const double FA = ga - gb;
-    const double FC = gc - gb;
-    return b - (A * A * FC - FA * B * B) / (FA * B - A * FC);
+    GoldenBracket bracket{a, ga, b, gb, c, gc};
+    return narrowBracket(bracket, d, h, [this](double x) { return goodnessAt(x); });
 }
 
 } // namespace quorval

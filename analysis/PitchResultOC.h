@@ -17,19 +17,20 @@ class WavFileOC;
 // subharmonics x/2, x/3, ... for the frequency of greatest goodness.
 //
 // The search near one frequency (refineFreq) is a golden-section search (Kiefer, 1953), ending
-// with one step through the last three points that is twice the textbook parabola-vertex offset
-// (deliberately). Bookkeeping chosen here:
+// with one step through the last three points that is twice the textbook parabola-vertex offset,
+// so that pitches agree with those measured before. Bookkeeping chosen here:
 // - Bracketing walks uphill, away from the lower of f and f + h (h = five cents of f), in steps
 //   d, d·(1 + φ), ... (d starts at h·(1 + φ)) while each new point is higher and d < φ·f,
 //   keeping the last three points. One inner point at φ·d back from the outermost one follows.
 // - Of the (up to) four points so found, the best and its two neighbours are kept, the best in
 //   the middle (when the climb was stopped by d >= φ·f the outermost point may be the best; it
 //   then stays at the edge).
-// - Narrowing: each step multiplies d by φ, probes the golden point (1 − φ of the side's width
-//   from the best point) of the side whose outer point is higher, where a smooth maximum lies
-//   (the wider side on equal heights), and keeps the three points around the better of the best
-//   and the probe; a probe only replaces the best when strictly better. It stops as soon as
-//   d <= h after a probe, so there is always at least one.
+// - Narrowing (narrowBracket): each step multiplies d by φ, probes the golden point (1 − φ of
+//   the gap's width from the best point) of the larger of the two gaps beside the best point
+//   (the right one when they are equal), so that both gaps keep shrinking whatever the heights
+//   of the outer points, and keeps the three points around the better of the best and the
+//   probe; a probe only replaces the best when strictly better. It stops as soon as d <= h after
+//   a probe, so there is always at least one.
 //
 // Units: frequencies in Hz, goodness dimensionless (0 when none), dB relative to
 // nFrames × 32768. The subharmonic search tries at most kMaxDivisor divisors per candidate, so
@@ -50,8 +51,7 @@ public:
     // Most subharmonics x/k tried per candidate.
     static constexpr int kMaxDivisor = 4096;
 
-    // Takes the next running number as its serial (thread-safe).
-    PitchResultOC();
+    PitchResultOC() = default;
     PitchResultOC(const PitchResultOC &) = delete;
     PitchResultOC &operator=(const PitchResultOC &) = delete;
 
@@ -79,9 +79,19 @@ public:
     // The frequency of greatest goodness near f (Hz); f itself when f <= 0.
     [[nodiscard]] double refineFreq(double f);
 
+    // Three points of a search in rising x, b the best of them: a < b < c, gb >= ga, gb >= gc.
+    struct GoldenBracket
+    {
+        double a, ga, b, gb, c, gc;
+    };
+    // The narrowing and final step of the search, on any function g: narrows bracket in place
+    // from step d until d <= h (one probe at least) and returns the final step's x.
+    template <typename Goodness>
+    [[nodiscard]] static double narrowBracket(GoldenBracket &bracket, double d, double h,
+                                              Goodness &&g);
+
     [[nodiscard]] double getFreq() const { return freq; }
     [[nodiscard]] double getGoodness() const { return goodness; }
-    [[nodiscard]] int getSerial() const { return serial; }
     // The spectrum in dB after compute(), fftSize values (owned by the FFTOC).
     [[nodiscard]] const double *getFFTResult() const { return fftResult; }
     [[nodiscard]] int getFFTSize() const { return fftSize; }
@@ -101,7 +111,6 @@ private:
     bool windowed = false;       // samples already weighted, by setupWithSamples()
     bool windowedFinite = true;  // and whether they were all finite before
     double *fftResult = nullptr; // the FFTOC's result array, in dB after compute()
-    int serial = 0;
     double freq = 0.0;
     double goodness = 0.0;
     FFTOC *fft = nullptr;
@@ -118,5 +127,44 @@ private:
     double lastGoodnessFreq = std::numeric_limits<double>::quiet_NaN();
     double lastGoodness = 0.0;
 };
+
+template <typename Goodness>
+double PitchResultOC::narrowBracket(GoldenBracket &bracket, double d, double h, Goodness &&g)
+{
+    auto &[a, ga, b, gb, c, gc] = bracket;
+    // The stop test follows each probe: without a climb d·φ is already h (φ + φ² = 1), and the
+    // final step needs the probe.
+    do {
+        d *= kPhi;
+        const bool right = c - b >= b - a;
+        const double x = right ? b + (1.0 - kPhi) * (c - b) : b - (1.0 - kPhi) * (b - a);
+        const double gx = g(x);
+        if (gx > gb) {
+            if (right) {
+                a = b;
+                ga = gb;
+            } else {
+                c = b;
+                gc = gb;
+            }
+            b = x;
+            gb = gx;
+        } else if (right) {
+            c = x;
+            gc = gx;
+        } else {
+            a = x;
+            ga = gx;
+        }
+    } while (d > h);
+
+    // Twice the textbook parabola-vertex offset: the step the search has always taken, and the
+    // pitches measured so far were measured with it.
+    const double A = a - b;
+    const double B = c - b;
+    const double FA = ga - gb;
+    const double FC = gc - gb;
+    return b - (A * A * FC - FA * B * B) / (FA * B - A * FC);
+}
 
 } // namespace quorval

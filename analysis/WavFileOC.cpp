@@ -77,57 +77,16 @@ WavFileOC::FileHandle::~FileHandle()
         ::close(fd);
 }
 
-std::int64_t WavFileOC::FileHandle::readAt(std::int64_t offset, unsigned char *bytes,
-                                           std::int64_t count) const
-{
-    if (fd < 0 || offset < 0)
-        return -1;
-    std::int64_t done = 0;
-    while (done < count) {
-        const ssize_t got = ::pread(fd, bytes + done, static_cast<std::size_t>(count - done),
-                                    static_cast<off_t>(offset + done));
-        if (got < 0) {
-            if (errno == EINTR)
-                continue;
-            return -1;
-        }
-        if (got == 0)
-            break;
-        done += got;
-    }
-    return done;
-}
+namespace {
 
-bool WavFileOC::FileHandle::writeAt(std::int64_t offset, const unsigned char *bytes,
-                                    std::int64_t count) const
+// Runs one transfer call step(done) (the bytes moved, 0 at the end, or -1 with errno) until
+// count bytes are done, the end is reached or an error other than an interrupted call occurs.
+// The bytes done, or -1 on an error.
+template <typename Step> std::int64_t transferAll(std::int64_t count, Step &&step)
 {
-    if (fd < 0 || offset < 0)
-        return false;
     std::int64_t done = 0;
     while (done < count) {
-        const ssize_t put = ::pwrite(fd, bytes + done, static_cast<std::size_t>(count - done),
-                                     static_cast<off_t>(offset + done));
-        if (put < 0) {
-            if (errno == EINTR)
-                continue;
-            return false;
-        }
-        done += put;
-    }
-    return true;
-}
-
-std::int64_t WavFileOC::FileHandle::copyAt(std::int64_t offset, const FileHandle &source,
-                                           std::int64_t from, std::int64_t count) const
-{
-    if (fd < 0 || source.fd < 0 || offset < 0 || from < 0)
-        return -1;
-    auto in = static_cast<off_t>(from);
-    auto out = static_cast<off_t>(offset);
-    std::int64_t done = 0;
-    while (done < count) {
-        const ssize_t moved =
-            ::copy_file_range(source.fd, &in, fd, &out, static_cast<std::size_t>(count - done), 0);
+        const ssize_t moved = step(done);
         if (moved < 0) {
             if (errno == EINTR)
                 continue;
@@ -140,10 +99,52 @@ std::int64_t WavFileOC::FileHandle::copyAt(std::int64_t offset, const FileHandle
     return done;
 }
 
+} // namespace
+
+std::int64_t WavFileOC::FileHandle::readAt(std::int64_t offset, unsigned char *bytes,
+                                           std::int64_t count) const
+{
+    if (fd < 0 || offset < 0)
+        return -1;
+    return transferAll(count, [&](std::int64_t done) {
+        return ::pread(fd, bytes + done, static_cast<std::size_t>(count - done),
+                       static_cast<off_t>(offset + done));
+    });
+}
+
+bool WavFileOC::FileHandle::writeAt(std::int64_t offset, const unsigned char *bytes,
+                                    std::int64_t count) const
+{
+    if (fd < 0 || offset < 0)
+        return false;
+    // A write that moves nothing would never end: it counts as an error.
+    return transferAll(count, [&](std::int64_t done) -> ssize_t {
+               const ssize_t put =
+                   ::pwrite(fd, bytes + done, static_cast<std::size_t>(count - done),
+                            static_cast<off_t>(offset + done));
+               if (put == 0)
+                   errno = EIO;
+               return put == 0 ? -1 : put;
+           }) == count;
+}
+
+std::int64_t WavFileOC::FileHandle::copyAt(std::int64_t offset, const FileHandle &source,
+                                           std::int64_t from, std::int64_t count) const
+{
+    if (fd < 0 || source.fd < 0 || offset < 0 || from < 0)
+        return -1;
+    auto in = static_cast<off_t>(from);
+    auto out = static_cast<off_t>(offset);
+    return transferAll(count, [&](std::int64_t done) {
+        return ::copy_file_range(source.fd, &in, fd, &out, static_cast<std::size_t>(count - done),
+                                 0);
+    });
+}
+
 // ---- Set-up
 
 bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int newBytesPerSample,
-                                    int newMaxDataBytes)
+                                    int newMaxDataBytes, const std::optional<std::string> &path)
 {
     QUORVAL_CHECK(newSampleRate >= 1.0 && newSampleRate <= static_cast<double>(kInt32Max));
     QUORVAL_CHECK(newNChannels == 1 || newNChannels == 2);
@@ -153,7 +154,7 @@ bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int 
     nChannels = newNChannels;
     bytesPerSample = newBytesPerSample;
     maxDataBytes = newMaxDataBytes;
-    if (!createWavFileAtPath(createTempFilePath()))
+    if (!createWavFileAtPath(path ? *path : createTempFilePath()))
         return false;
 
     headerLength = kHeaderLength;
@@ -198,7 +199,7 @@ bool WavFileOC::setupFromPath(const std::string &path)
     const std::uint32_t riffSize = inputLong(riff, 4);
     const std::uint32_t formatSize = inputLong(riff, 16);
     if (formatSize < 16)
-        return true; // deliberate: accepted unverified, no format taken
+        return true; // unverified: the caller leaves it to a decoder
 
     // The fields lie in the first 16 bytes of the format body; any further bytes are skipped
     // here (copyHeadersFromWavFile keeps them) and are never read into memory.

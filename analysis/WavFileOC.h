@@ -48,19 +48,20 @@ public:
     WavFileOC &operator=(WavFileOC &&) noexcept = default;
     ~WavFileOC() = default;
 
-    // Makes a new, empty WAV file at a temporary path and writes its 44-byte header.
+    // Makes a new, empty WAV file at path (or a temporary path) and writes its 44-byte header.
     // sampleRate in Hz (1 .. 2^31 - 1), nChannels 1 or 2, bytesPerSample 1 or 2, maxDataBytes
     // ≥ 0 the ring capacity; other values are broken invariants. False when the file cannot be
     // created or the header cannot be written.
     [[nodiscard]] bool setupWithSampleRate(double sampleRate, int nChannels, int bytesPerSample,
-                                           int maxDataBytes);
+                                           int maxDataBytes,
+                                           const std::optional<std::string> &path = std::nullopt);
 
     // Opens an existing WAV file (a regular file) and checks its header. A format body shorter
-    // than 16 bytes is accepted at once without reading any format (kept deliberately): the
-    // object then stays unverified with every format field 0. A file that can be read but not
-    // written opens, and every write to it fails. The checks do not bound bits per sample from
-    // below: 0 bits (block align < channels) passes as 8-bit, negative bits as a format that
-    // reads as silence.
+    // than 16 bytes is accepted at once without reading any format, so that a caller finding the
+    // object unverified (every format field 0) hands the file to a decoder instead of refusing it.
+    // A file that can be read but not written opens, and every write to it fails. The checks do not
+    // bound bits per sample from below: 0 bits (block align < channels) passes as 8-bit, negative
+    // bits as a format that reads as silence.
     [[nodiscard]] bool setupFromPath(const std::string &path);
 
     // Makes a new file (at path, or at a temporary path) that is to become a copy of source and

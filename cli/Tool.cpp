@@ -15,12 +15,12 @@
 #include "streams/WavStream.h"
 
 #include <QFile>
-#include <QFileInfo>
 
 #include <sndfile.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <cinttypes>
 #include <cmath>
@@ -182,9 +182,14 @@ int Tool::run(const CommandLine &line)
         break;
     }
     if (std::fflush(out) != 0 || std::ferror(out)) {
-        complain(QStringLiteral("can't write the output"));
+        // A reader that stopped early (a pipe into head) needs no word about it.
+        if (errno != EPIPE)
+            complain(QStringLiteral("can't write the output"));
         return kFailed;
     }
+    // The warning was given as the copy ended; the result is not to be trusted.
+    if (status == kOk && soundChanged)
+        return kFailed;
     return status;
 }
 
@@ -201,19 +206,6 @@ std::shared_ptr<WavStream> Tool::openSound(const QString &file)
     const std::string path = QFile::encodeName(file).toStdString();
     std::shared_ptr<WavStream> wav = WavStream::createFromFile(path);
     setMessageHandler(previous);
-    // A WAV file cut short is read as far as it goes: say so, since its end is missing.
-    WavFileOC header;
-    if (wav && header.setupFromPath(path)) {
-        const qint64 announced =
-            static_cast<qint64>(header.getHeaderLength()) + header.getFileDataLength();
-        const qint64 present = QFileInfo(file).size();
-        if (present < announced)
-            complain(QStringLiteral("%1: the file ends before the sound its header announces "
-                                    "(%2 of %3 bytes); reading what is there")
-                         .arg(file)
-                         .arg(present)
-                         .arg(announced));
-    }
     return wav;
 }
 
@@ -235,6 +227,7 @@ std::shared_ptr<MusicStream> Tool::openAndAnalyse(const CommandLine &line)
     });
     if (showProgress && shownPercent >= 0)
         std::fprintf(stderr, "\r\033[K");
+    soundChanged = wav->changedWhileCopying;
     return music;
 }
 
@@ -244,6 +237,7 @@ int Tool::info(const CommandLine &line)
     if (!wav)
         return kFailed;
     wav->waitForCopy();
+    soundChanged = wav->changedWhileCopying;
     print(wav->description() + "\n");
     return kOk;
 }

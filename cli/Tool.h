@@ -28,7 +28,8 @@ public:
 
     explicit Tool(std::FILE *out) : out(out) {}
 
-    // Applies the option steps, then runs the command. Answers the exit status.
+    // Applies the option steps, then runs the command. Answers the exit status: kFailed also
+    // when the sound file changed while it was read (after the output and a warning).
     int run(const CommandLine &line);
 
     // Writes the text of a JSON string, quotes included.
@@ -56,6 +57,7 @@ private:
     static void complain(const QString &text);
 
     std::FILE *out;
+    bool soundChanged = false; // the sound file changed while it was read
 };
 
 } // namespace quorval

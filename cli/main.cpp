@@ -3,19 +3,62 @@
 #include "options/Messages.h"
 #include "options/OptionStore.h"
 #include "streams/Quorval.h"
+#include "streams/WorkingFiles.h"
 
 #include <QApplication>
 #include <QCoreApplication>
 #include <QMetaObject>
 #include <QTemporaryDir>
 
+#include <csignal>
 #include <cstdio>
 #include <memory>
+#include <pthread.h>
 #include <thread>
+
+namespace {
+
+// Ctrl-C, SIGTERM, SIGHUP and SIGQUIT end the run without leaving its working files behind:
+// they are blocked before any other thread exists and taken by a thread of their own, which
+// removes the files in ordinary code and then ends the process by the same signal. An abort
+// unlinks the working copies from its handler (the rest is left to removeStale()); a broken
+// pipe becomes a write error, and the run ends as after any other.
+void takeFatalSignals()
+{
+    sigset_t fatal;
+    sigemptyset(&fatal);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        sigaddset(&fatal, signal);
+    pthread_sigmask(SIG_BLOCK, &fatal, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    struct sigaction onAbort
+    {
+    };
+    onAbort.sa_handler = [](int) { quorval::WorkingFiles::removeTrackedNow(); };
+    onAbort.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigaction(SIGABRT, &onAbort, nullptr);
+    std::thread([fatal] {
+        int signal = 0;
+        if (sigwait(&fatal, &signal) != 0)
+            return;
+        quorval::WorkingFiles::removeTracked();
+        std::signal(signal, SIG_DFL);
+        sigset_t only;
+        sigemptyset(&only);
+        sigaddset(&only, signal);
+        pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
+        std::raise(signal);
+    }).detach();
+}
+
+} // namespace
 
 // quorval-cli: the window's analysis for scripts and batches.
 int main(int argc, char **argv)
 {
+    takeFatalSignals();
+    // Working files of runs that were killed outright.
+    (void)quorval::WorkingFiles::removeStale();
     QStringList arguments;
     for (int i = 1; i < argc; ++i)
         arguments.push_back(QString::fromLocal8Bit(argv[i]));
@@ -39,12 +82,14 @@ int main(int argc, char **argv)
 
     // Unless asked, the user's own option store is neither read nor written: this run gets an
     // empty one of its own, so every option starts at its default.
-    QTemporaryDir privateStore;
+    QTemporaryDir privateStore(
+        QString::fromStdString(quorval::WorkingFiles::optionsFolderTemplate()));
     if (!line->useSettings) {
         if (!privateStore.isValid()) {
             std::fprintf(stderr, "quorval-cli: can't make a temporary folder\n");
             return quorval::Tool::kFailed;
         }
+        quorval::WorkingFiles::track(privateStore.path().toStdString());
         quorval::OptionStore::usePrivateStore(privateStore.path());
     }
 
@@ -59,5 +104,6 @@ int main(int argc, char **argv)
 
     int status = quorval::Tool(stdout).run(*line);
     quorval::Quorval::shutdown();
+    quorval::WorkingFiles::removeTracked();
     return status;
 }

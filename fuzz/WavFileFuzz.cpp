@@ -3,6 +3,7 @@
 
 #include "analysis/VolumeResultOC.h"
 #include "analysis/WavFileOC.h"
+#include "fuzz/FuzzInput.h"
 
 #include <algorithm>
 #include <cmath>
@@ -46,15 +47,6 @@ void require(bool condition, const char *what)
         std::fprintf(stderr, "WavFileFuzz: broken: %s\n", what);
         std::abort();
     }
-}
-
-bool writeFile(const std::string &path, const std::uint8_t *data, std::size_t size)
-{
-    std::FILE *file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr)
-        return false;
-    const bool ok = std::fwrite(data, 1, size, file) == size;
-    return std::fclose(file) == 0 && ok;
 }
 
 bool usable(const quorval::WavFileOC &wav)
@@ -129,7 +121,7 @@ void copyOf(const quorval::WavFileOC &source, const std::string &path)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     static const Paths paths;
-    if (!writeFile(paths.input, data, size))
+    if (!quorval::fuzz::writeFile(paths.input, data, size))
         return 0;
     quorval::WavFileOC wav;
     if (!wav.setupFromPath(paths.input))

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets with clang, writes the seed corpus and fuzzes the WAV reader, then the
-# options-file reader, for SECONDS each (default 60). Fails on any crash, sanitizer report, leak or input slower than 10 s.
+# Builds the fuzz targets with clang, writes the seed corpora and fuzzes the WAV reader, the
+# options-file reader, then the import and segmentation path, for SECONDS each (default 60).
+# Fails on any crash, sanitizer report, leak or input slower than its timeout.
 # Usage: scripts/fuzz.sh [SECONDS] [extra libFuzzer options...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -10,7 +11,7 @@ shift || true
 build=build/fuzz
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DQUORVAL_FUZZ=ON -DQUORVAL_WERROR=ON
+    -DQUORVAL_FUZZ=ON -DQUORVAL_WERROR=ON -DQUORVAL_TESTS=OFF
 cmake --build "$build" -j"$(nproc)"
 
 seeds="$build/seeds"
@@ -35,3 +36,13 @@ TMPDIR="$scratch" "$build/fuzz/options_file_fuzz" \
     -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=524288 \
     -dict=fuzz/plist.dict -print_final_stats=1 -artifact_prefix="$build/artifacts/" \
     "$@" fuzz/corpus-options-run fuzz/options-seeds
+
+# Whole short sounds, large enough for odd rates, many channels and the decoder's formats.
+import_seeds="$build/import-seeds"
+rm -rf "$import_seeds"
+mkdir -p "$import_seeds" fuzz/corpus-import
+"$build/fuzz/make_import_seeds" "$import_seeds"
+TMPDIR="$scratch" "$build/fuzz/import_fuzz" \
+    -max_total_time="$seconds" -timeout=30 -rss_limit_mb=4096 -max_len=65536 \
+    -print_final_stats=1 -artifact_prefix="$build/artifacts/" \
+    "$@" fuzz/corpus-import "$import_seeds" "$seeds"

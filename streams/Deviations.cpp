@@ -121,7 +121,8 @@ std::optional<Deviations::Results> Deviations::compute(MusicStream &music, doubl
         walk(music, t0, t1, canceled, [&](const Segment &segment) {
             if (!segment.loud)
                 return;
-            // No pitch (-1) is deliberately counted like any other value.
+            // No pitch (-1) counts like any other value: a loud segment without a pitch is a
+            // note that did not speak clearly, and leaving it out would flatter the figures.
             const double d = scale.deviation(segment.pitch);
             ++n;
             sum += d;

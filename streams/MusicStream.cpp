@@ -6,6 +6,7 @@
 #include "streams/FFTStream.h"
 #include "streams/PitchStream.h"
 #include "streams/Quorval.h"
+#include "streams/Warnings.h"
 #include "streams/WavStream.h"
 
 #include <algorithm>
@@ -127,11 +128,12 @@ DataView &MusicStream::viewFor(ViewType type)
     return *view;
 }
 
-std::pair<std::int64_t, std::int64_t> MusicStream::segmentation(double sampleRate)
+std::pair<std::int64_t, std::int64_t> MusicStream::segmentation(double sampleRate,
+                                                                std::int64_t ringFrames)
 {
     Parameters &options = Parameters::shared();
-    const double lowFreq =
-        options.aFrequency.value() * std::exp((options.lowestNote.value() - 69.0) * kSemitoneLog);
+    const double lowest = PitchStream::usableLowestNote(sampleRate, ringFrames).used;
+    const double lowFreq = options.aFrequency.value() * std::exp((lowest - 69.0) * kSemitoneLog);
     const double wantedSamples = options.response.value() / lowFreq * sampleRate;
     std::int64_t length = 1;
     while (static_cast<double>(length) < wantedSamples) {
@@ -147,7 +149,23 @@ std::pair<std::int64_t, std::int64_t> MusicStream::segmentation(double sampleRat
 
 void MusicStream::resegment()
 {
-    const auto [length, spacing] = segmentation(wavStream->sampleRate());
+    const PitchStream::LowestNote lowest =
+        PitchStream::usableLowestNote(wavStream->sampleRate(), wavStream->maxFrames);
+    if (lowest.replaced() && lowest.requested != warnedLowestNote) {
+        warnedLowestNote = lowest.requested;
+        showWarning(QStringLiteral("\"%1\" %2 needs analysis segments %3 than can be used at %4 "
+                                   "Hz; %5 is used instead")
+                        .arg(Parameters::shared().lowestNote.name)
+                        .arg(lowest.requested)
+                        .arg(lowest.used > lowest.requested ? "longer" : "shorter")
+                        .arg(wavStream->sampleRate())
+                        .arg(lowest.used));
+    }
+    // Plain variables, not a structured binding: the lambda below captures them.
+    const std::pair<std::int64_t, std::int64_t> chosen =
+        segmentation(wavStream->sampleRate(), wavStream->maxFrames);
+    const std::int64_t length = chosen.first;
+    const std::int64_t spacing = chosen.second;
     const std::shared_ptr<PitchStream> current = pitchStream();
     if (current && current->segLength == length && current->segSpacing == spacing) {
         refresh();
@@ -189,9 +207,7 @@ void MusicStream::refresh()
     if (!current)
         return;
     const bool grew = Quorval::dataQueue().sync([&] {
-        const std::int64_t n =
-            (wavStream->maximumIndex_D() - (current->segLength - current->segSpacing)) /
-            current->segSpacing;
+        const std::int64_t n = current->segmentsHeld_D();
         if (n < 1)
             return false;
         current->extendRange_D(n);

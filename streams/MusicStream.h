@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -68,11 +69,14 @@ public:
 
     // Segment length and spacing from "Response", "Lowest Note", "A Frequency" and "Frame
     // overlap": the smallest power of two not below Response periods of the lowest note, and
-    // (1 - overlap) of it. Answers {segLength, segSpacing} for a sound of sampleRate.
-    [[nodiscard]] static std::pair<std::int64_t, std::int64_t> segmentation(double sampleRate);
+    // (1 - overlap) of it. Answers {segLength, segSpacing} for a sound of sampleRate held in a
+    // ring of ringFrames frames, with the lowest note as PitchStream::usableLowestNote gives it.
+    [[nodiscard]] static std::pair<std::int64_t, std::int64_t>
+    segmentation(double sampleRate, std::int64_t ringFrames);
     // Applies the segmentation: keeps the pitch stream when it has these values (and only
     // refreshes it), otherwise builds a new pitch, goodness and spectrum stream and points the
-    // views at them. Main thread.
+    // views at them. A "Lowest Note" the analysis cannot use is named in a warning
+    // (showWarning) with the value used instead, once per value. Main thread.
     void resegment();
     // After the sound grew: extends the pitch range to the whole segments the sound holds and
     // flags a redisplay; nothing when it holds none.
@@ -147,6 +151,7 @@ private:
     std::shared_ptr<FFTStream> fft;
     std::atomic<std::int64_t> segLengthValue{0};
     std::atomic<std::int64_t> segSpacingValue{0};
+    double warnedLowestNote = std::numeric_limits<double>::quiet_NaN(); // main thread
 
     std::chrono::steady_clock::time_point viewTypeReadAt; // crunch queue
     bool viewTypeIsSpectrum = false;                      // crunch queue

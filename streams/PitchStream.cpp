@@ -6,6 +6,7 @@
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -57,7 +58,7 @@ PitchStream::PitchStream(const std::shared_ptr<WavStream> &wav, std::int64_t seg
     Quorval::crunchQueue().async(
         [sharedLogN] { (void)Quorval::sharedFFT().setupWithLogN(sharedLogN); });
     minIndex_D = 0;
-    maxIndex_D = wav->maximumIndex_D() / segSpacing;
+    maxIndex_D = segmentsHeld_D();
     setFrequencyRange();
     const SearchSettings search = searchSettings();
     setUpPeaks(*fft, *peakDataSet, search);
@@ -98,8 +99,11 @@ void PitchStream::setFrequencyRange()
 {
     Parameters &options = Parameters::shared();
     SearchSettings read;
+    const auto wav = wavStream.lock();
+    QUORVAL_CHECK(wav != nullptr);
+    const double lowest = usableLowestNote(wav->sampleRate(), wav->maxFrames).used;
     const double extension = options.scaleExtension.value();
-    read.freqMin = noteFrequency(options.lowestNote.value() - extension);
+    read.freqMin = noteFrequency(lowest - extension);
     read.freqMax = noteFrequency(options.highestNote.value() + extension);
     const std::int64_t nHighest = options.numberOfInclusivePeaks.value();
     QUORVAL_CHECK(nHighest >= std::numeric_limits<int>::min() &&
@@ -110,9 +114,9 @@ void PitchStream::setFrequencyRange()
     read.aFrequency = options.aFrequency.value();
     read.minPeakThreshold = options.minimumPeakThreshold.value();
     read.thresholdIncrement = options.peakThresholdIncrement.value();
-    read.peakLowFreq = read.freqMin;
-    const auto wav = wavStream.lock();
-    QUORVAL_CHECK(wav != nullptr);
+    // A × 2^((L − E − 69) / 12) in this form: low notes then get the same bits wherever the
+    // wanted peak spacing is computed.
+    read.peakLowFreq = read.aFrequency * std::exp2((lowest - extension - 69.0) / 12.0);
     read.hzPerBin = 1.0 / (wav->xScale * static_cast<double>(segLength));
     freqMin = read.freqMin;
     freqMax = read.freqMax;
@@ -137,15 +141,47 @@ bool PitchStream::segmentInside_D(std::int64_t i) const
     return start >= wav->minimumIndex_D() && end <= wav->maximumIndex_D();
 }
 
-bool PitchStream::segmentReady_D(std::int64_t i)
+std::int64_t PitchStream::segmentsHeld_D() const
 {
-    if (!segmentInside_D(i))
-        return false;
     auto wav = wavStream.lock();
-    const SearchSettings search = searchSettings();
-    return readyProbe.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing), *fft,
-                                       nullptr, 0, search.freqMin, search.freqMax,
-                                       search.goodnessThreshold, search.dbLimit);
+    QUORVAL_CHECK(wav != nullptr);
+    const std::int64_t frames = wav->maximumIndex_D();
+    if (wav->isWholeFile_D())
+        return frames / segSpacing;
+    return std::max<std::int64_t>(0, (frames - (segLength - segSpacing)) / segSpacing);
+}
+
+PitchStream::LowestNote PitchStream::usableLowestNote(double sampleRate, std::int64_t ringFrames)
+{
+    Parameters &options = Parameters::shared();
+    const double aFrequency = options.aFrequency.value();
+    const double response = options.response.value();
+    LowestNote note;
+    note.requested = options.lowestNote.value();
+    note.used = note.requested;
+    std::int64_t longest = kMaxSegLength;
+    while (longest > kMinSegLength && longest > ringFrames)
+        longest /= 2;
+    // The segment length is the least power of two not below `wanted` frames.
+    const auto wanted = [&](double lowest) {
+        return response / (aFrequency * std::exp((lowest - 69.0) * kSemitoneLog)) * sampleRate;
+    };
+    // The note whose wanted length is `frames`: lower notes want longer segments.
+    const auto noteFor = [&](double frames) {
+        return 69.0 + std::log(response * sampleRate / (aFrequency * frames)) / kSemitoneLog;
+    };
+    if (!(wanted(note.requested) <= static_cast<double>(longest))) {
+        note.used = std::ceil(noteFor(static_cast<double>(longest)) * 100.0) / 100.0;
+        for (int step = 0; step < 100 && !(wanted(note.used) <= static_cast<double>(longest));
+             ++step)
+            note.used += 0.01;
+    } else if (!(wanted(note.requested) > static_cast<double>(kMinSegLength / 2))) {
+        note.used = std::floor(noteFor(static_cast<double>(kMinSegLength / 2)) * 100.0) / 100.0;
+        for (int step = 0;
+             step < 100 && !(wanted(note.used) > static_cast<double>(kMinSegLength / 2)); ++step)
+            note.used -= 0.01;
+    }
+    return note;
 }
 
 PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i)

@@ -49,8 +49,25 @@ public:
     void attachGoodnessStream(std::shared_ptr<GoodnessStream> goodness);
     [[nodiscard]] const std::shared_ptr<GoodnessStream> &goodnessStream() const { return goodness; }
 
-    // Recalculates freqMin and freqMax from the note options, "Scale extension" semitones beyond
-    // the lowest and highest notes, and takes the search settings afresh. Any thread.
+    // Segment lengths the analysis uses: from 16 frames (a spacing of at least one frame at any
+    // "Frame overlap") to 2^20 frames (some 24 seconds at 44.1 kHz, a few tens of MB of analysis
+    // buffers per thread) and never longer than the sound's ring.
+    static constexpr std::int64_t kMinSegLength = 16;
+    static constexpr std::int64_t kMaxSegLength = std::int64_t{1} << 20;
+    // "Lowest Note" as the analysis uses it for a sound at sampleRate in a ring of ringFrames
+    // frames: the option's value when its segments lie within those lengths, otherwise the
+    // nearest value (in hundredths of a semitone) whose segments do. Any thread.
+    struct LowestNote
+    {
+        double requested = 0.0;
+        double used = 0.0;
+        [[nodiscard]] bool replaced() const { return used != requested; }
+    };
+    [[nodiscard]] static LowestNote usableLowestNote(double sampleRate, std::int64_t ringFrames);
+
+    // Recalculates freqMin and freqMax from the note options (the lowest as usableLowestNote),
+    // "Scale extension" semitones beyond the lowest and highest notes, and takes the search
+    // settings afresh. Any thread.
     void setFrequencyRange();
 
     // The options the pitch search uses, as read by the last setFrequencyRange() (at
@@ -100,8 +117,10 @@ public:
     // computed here and stored in one more visit. Answers the segment computed, or -1. Not on
     // the data queue.
     std::int64_t computeChosenInBackground(const std::function<std::int64_t()> &chooseSegment_D);
-    // Segment i lies inside the sound and its samples can be read. Data queue.
-    [[nodiscard]] bool segmentReady_D(std::int64_t i);
+    // The segments the sound holds now: in a whole opened file every segment that starts in it
+    // (frames / segSpacing; the last may run past the end and then holds -1), in a sound still
+    // growing the segments wholly inside it. Data queue.
+    [[nodiscard]] std::int64_t segmentsHeld_D() const;
     // The first index from allPitchesCalculatedTo + 1 whose slot is 0.0, or -1. Data queue.
     [[nodiscard]] std::int64_t nextUncalculatedIndex_D();
     // Moves maxIndex to n (in the goodness stream too); slots newly entered read 0.0. Data queue.
@@ -154,7 +173,6 @@ private:
     std::unique_ptr<FFTOC> fft;
     std::unique_ptr<PeakDataSetOC> peakDataSet;
     std::unique_ptr<PitchResultOC> pitchResult;
-    PitchResultOC readyProbe;     // data queue
     PitchResultOC spectrumResult; // crunch queue
 };
 

@@ -6,6 +6,8 @@
 #include "options/SaveTarget.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
+#include "streams/Warnings.h"
+#include "streams/WorkingFiles.h"
 
 #include <QFileInfo>
 #include <QUuid>
@@ -20,6 +22,7 @@
 #include <fstream>
 #include <limits>
 #include <mutex>
+#include <sys/stat.h>
 
 namespace quorval {
 
@@ -38,10 +41,90 @@ double nominalLimit(int bytesPerSample)
     return std::ldexp(1.0, 8 * bytesPerSample - 1);
 }
 
-// The frame limit of the option for a sound at sampleRate.
-double frameLimit(double sampleRate)
+// The frame limit of the option for a sound at sampleRate with frames of frameBytes bytes. The
+// ring's byte count must fit the sound file's 32-bit sizes: a limit beyond that is lowered to
+// what fits, with a warning, before anything is allocated.
+std::int64_t frameLimit(double sampleRate, int frameBytes)
 {
-    return Parameters::shared().maxAudioFileLength.value() * 60.0 * sampleRate;
+    const auto &option = Parameters::shared().maxAudioFileLength;
+    const double minutes = option.value();
+    const double wanted = minutes * 60.0 * sampleRate;
+    const std::int64_t fits = std::numeric_limits<std::int32_t>::max() / std::max(frameBytes, 1);
+    if (wanted >= 0.0 && wanted <= static_cast<double>(fits))
+        return static_cast<std::int64_t>(wanted);
+    showWarning(QStringLiteral("\"%1\" %2 is more than a WAV file holds at %3 Hz; %4 minutes are "
+                               "used instead")
+                    .arg(option.name)
+                    .arg(minutes)
+                    .arg(sampleRate, 0, 'f', 0)
+                    .arg(std::floor(static_cast<double>(fits) / sampleRate / 60.0 * 100.0) / 100.0,
+                         0, 'f', 2));
+    return fits;
+}
+
+// A rate the analysis cannot segment is refused with a message naming it.
+bool rateRefused(double sampleRate)
+{
+    if (sampleRate >= WavStream::kMinSampleRate)
+        return false;
+    showMessage("", QStringLiteral("The sample rate of %1 Hz is too low to analyse (the least is "
+                                   "%2 Hz)")
+                        .arg(sampleRate)
+                        .arg(WavStream::kMinSampleRate));
+    return true;
+}
+
+// The data bytes the "data" chunk of a RIFF WAVE file announces and the bytes the file holds
+// after the chunk's header; nothing for other files, or when no data chunk is found.
+struct DataExtent
+{
+    std::uint64_t announced = 0;
+    std::uint64_t present = 0;
+};
+std::optional<DataExtent> riffDataExtent(const std::string &path)
+{
+    std::error_code error;
+    const std::uintmax_t fileSize = std::filesystem::file_size(path, error);
+    if (error)
+        return std::nullopt;
+    std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "rb"),
+                                                          std::fclose);
+    if (!file)
+        return std::nullopt;
+    const auto word = [](const unsigned char *b) {
+        return std::uint32_t{b[0]} | std::uint32_t{b[1]} << 8 | std::uint32_t{b[2]} << 16 |
+               std::uint32_t{b[3]} << 24;
+    };
+    unsigned char head[12];
+    if (std::fread(head, 1, 12, file.get()) != 12 || word(head) != WavFileOC::kRiff ||
+        word(head + 8) != WavFileOC::kWave)
+        return std::nullopt;
+    // Chunks are word-aligned; a few hundred are plenty before the data in any real file.
+    std::uint64_t offset = 12;
+    for (int chunks = 0; chunks < 512 && offset + 8 <= fileSize; ++chunks) {
+        unsigned char chunk[8];
+        if (::fseeko(file.get(), static_cast<off_t>(offset), SEEK_SET) != 0 ||
+            std::fread(chunk, 1, 8, file.get()) != 8)
+            return std::nullopt;
+        const std::uint32_t size = word(chunk + 4);
+        if (word(chunk) == WavFileOC::kData)
+            return DataExtent{size, fileSize - (offset + 8)};
+        offset += 8 + std::uint64_t{size} + (size & 1u);
+    }
+    return std::nullopt;
+}
+
+// Warns when the file's header promises more sound than it holds; seconds is what is there.
+void warnIfShort(const std::string &path, double seconds)
+{
+    const std::optional<DataExtent> extent = riffDataExtent(path);
+    if (!extent || extent->announced <= extent->present)
+        return;
+    showWarning(QStringLiteral("the file ends before the sound its header announces (%1 of %2 "
+                               "bytes); reading the %3 seconds that are there")
+                    .arg(extent->present)
+                    .arg(extent->announced)
+                    .arg(seconds, 0, 'f', 2));
 }
 
 // Writes the bytes of the file at from into to, front to back, without replacing to: it may be
@@ -74,9 +157,10 @@ WavStream::~WavStream()
 {
     // A working copy of an opened file, or a recording with nothing unsaved, is only scratch.
     // A recording never saved is left behind, so that nothing recorded is lost.
-    if (isSetup && !modified && fileURL != "/") {
+    if ((!isSetup || !modified) && fileURL != "/") {
         std::error_code ignored;
         std::filesystem::remove(fileURL, ignored);
+        WorkingFiles::forget(fileURL);
     }
 }
 
@@ -85,18 +169,18 @@ std::shared_ptr<WavStream> WavStream::createForRecording(int channels, int bytes
 {
     auto stream = std::shared_ptr<WavStream>(new WavStream(sampleRate, channels, bytesPerSample));
     stream->fileTitle = "New File";
-    const double limit = frameLimit(sampleRate);
-    QUORVAL_CHECK(limit >= 0.0 && limit < 0x1p63);
-    stream->maxFrames = static_cast<std::int64_t>(limit);
+    stream->maxFrames = frameLimit(sampleRate, stream->bytesPerFrame);
     const std::int64_t maxBytes = stream->maxFrames * stream->bytesPerFrame;
-    QUORVAL_CHECK(maxBytes <= std::numeric_limits<std::int32_t>::max());
-    stream->isSetup = stream->wavFile->setupWithSampleRate(sampleRate, channels, bytesPerSample,
-                                                           static_cast<int>(maxBytes));
+    // Named as a recording's, so that it is never taken for scratch and can be recovered.
+    stream->isSetup = stream->wavFile->setupWithSampleRate(
+        sampleRate, channels, bytesPerSample, static_cast<int>(maxBytes),
+        WorkingFiles::newPath(WorkingFiles::Kind::recording));
     if (!stream->isSetup) {
         showMessage("", "Can't create .wav file -- internal error");
         return nullptr;
     }
     stream->fileURL = stream->wavFile->getFilePath();
+    stream->sourceFormat = {channels, bytesPerSample, sampleRate, 0, false};
     return stream;
 }
 
@@ -104,10 +188,16 @@ std::shared_ptr<WavStream> WavStream::createFromFile(const std::string &path)
 {
     auto source = std::make_unique<WavFileOC>();
     std::shared_ptr<WavStream> stream;
-    if (source->setupFromPath(path) && source->isVerified())
-        stream = openWav(std::move(source));
-    else
-        stream = importWithSndfile(path);
+    if (source->setupFromPath(path) && source->isVerified()) {
+        if (rateRefused(source->getSampleRate()))
+            return nullptr;
+        stream = openWav(std::move(source), path);
+    } else {
+        bool refused = false;
+        stream = importWithSndfile(path, refused);
+        if (refused)
+            return nullptr;
+    }
     if (!stream) {
         showMessage("", "Can't read sound file");
         return nullptr;
@@ -116,14 +206,14 @@ std::shared_ptr<WavStream> WavStream::createFromFile(const std::string &path)
     return stream;
 }
 
-void WavStream::applyFrameLimit(std::int64_t fileFrames)
+void WavStream::applyFrameLimit(std::int64_t fileFrames, bool estimated)
 {
-    const double limit = frameLimit(sampleRate());
-    QUORVAL_CHECK(limit >= 0.0 && limit <= std::numeric_limits<std::int32_t>::max());
-    // The ring's byte count must fit the sound file's 32-bit sizes: a limit beyond that is
-    // lowered to what fits rather than refused.
-    const std::int64_t limitFrames = std::min<std::int64_t>(
-        static_cast<std::int64_t>(limit), std::numeric_limits<std::int32_t>::max() / bytesPerFrame);
+    const std::int64_t limitFrames = frameLimit(sampleRate(), bytesPerFrame);
+    // The decoder's length is only an estimate for some formats (MP3): a sound beyond the frame
+    // limit gets room for an eighth more than the estimate, and the import ends with the ring.
+    if (estimated && fileFrames > limitFrames)
+        fileFrames = std::min<std::int64_t>(
+            fileFrames + fileFrames / 8, std::numeric_limits<std::int32_t>::max() / bytesPerFrame);
     if (fileFrames <= limitFrames) {
         maxFrames = limitFrames;
         wavFile->setMaxByteLength(static_cast<int>(limitFrames * bytesPerFrame));
@@ -132,28 +222,73 @@ void WavStream::applyFrameLimit(std::int64_t fileFrames)
     }
 }
 
-std::shared_ptr<WavStream> WavStream::openWav(std::unique_ptr<WavFileOC> source)
+std::shared_ptr<WavStream> WavStream::openWav(std::unique_ptr<WavFileOC> source,
+                                              const std::string &path)
 {
+    const FileStamp stamp = stampOf(path);
     auto stream = std::shared_ptr<WavStream>(new WavStream(
         source->getSampleRate(), source->getNChannels(), source->getBytesPerSample()));
-    if (!stream->wavFile->setupFromWavFile(*source, std::nullopt) ||
-        !stream->wavFile->copyHeadersFromWavFile(*source))
+    const std::string workingPath = WorkingFiles::newPath(WorkingFiles::Kind::copy);
+    WorkingFiles::track(workingPath);
+    stream->fileURL = workingPath;
+    if (!stream->wavFile->setupFromWavFile(*source, workingPath) ||
+        !stream->wavFile->copyHeadersFromWavFile(*source)) {
+        std::error_code ignored;
+        std::filesystem::remove(workingPath, ignored);
+        WorkingFiles::forget(workingPath);
         return nullptr;
-    stream->fileURL = stream->wavFile->getFilePath();
-    const std::int64_t fileFrames =
+    }
+    const std::int64_t announcedFrames =
         stream->bytesPerFrame == 0 ? 0 : source->getFileDataLength() / stream->bytesPerFrame;
-    stream->applyFrameLimit(fileFrames);
+    // Frames the file really holds: a header may promise more.
+    std::error_code error;
+    const auto fileBytes = static_cast<std::int64_t>(std::filesystem::file_size(path, error));
+    const std::int64_t presentFrames =
+        error || stream->bytesPerFrame == 0
+            ? announcedFrames
+            : std::clamp<std::int64_t>((fileBytes - source->getHeaderLength()) /
+                                           stream->bytesPerFrame,
+                                       0, announcedFrames);
+    warnIfShort(path, static_cast<double>(presentFrames) / source->getSampleRate());
+    stream->sourceFormat = {source->getNChannels(), source->getBytesPerSample(),
+                            source->getSampleRate(), presentFrames, false};
+    stream->applyFrameLimit(announcedFrames, false);
     stream->isSetup = true;
-    stream->startCopy(std::move(source));
+    stream->openedFromFile = true;
+    stream->startCopy(std::move(source), path, stamp);
     return stream;
 }
 
-void WavStream::startCopy(std::unique_ptr<WavFileOC> source)
+WavStream::FileStamp WavStream::stampOf(const std::string &path)
+{
+    struct stat status
+    {
+    };
+    if (::stat(path.c_str(), &status) != 0)
+        return {};
+    return {static_cast<std::uintmax_t>(status.st_size),
+            std::int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec};
+}
+
+void WavStream::checkUnchanged(const std::string &path, const FileStamp &stamp)
+{
+    // A file removed meanwhile was read whole through the handle that stayed open.
+    const FileStamp now = stampOf(path);
+    if (now == stamp || now == FileStamp{})
+        return;
+    changedWhileCopying = true;
+    showWarning(QStringLiteral("%1 changed while it was read: its analysis may mix the old and "
+                               "the new sound")
+                    .arg(QFileInfo(QString::fromStdString(path)).fileName()));
+}
+
+void WavStream::startCopy(std::unique_ptr<WavFileOC> source, const std::string &path,
+                          const FileStamp &stamp)
 {
     copying = true;
     std::shared_ptr<WavFileOC> from(std::move(source));
     auto self = std::static_pointer_cast<WavStream>(shared_from_this());
-    Quorval::copyQueue().async([self, from] {
+    Quorval::copyQueue().async([self, from, path, stamp] {
         int location = 0;
         int callsSinceNotice = 0;
         bool more = true;
@@ -176,6 +311,7 @@ void WavStream::startCopy(std::unique_ptr<WavFileOC> source)
                 self->notifyParentOfGrowth();
             }
         }
+        self->checkUnchanged(path, stamp);
         // The range reaches the end before the copy counts as over, so that nobody waiting for
         // the end finds "nothing left" in a range that is still short; then the rest, which
         // waits while a copy is under way.
@@ -203,37 +339,69 @@ void WavStream::notifyParentOfGrowth()
         music->soundGrew();
 }
 
-std::shared_ptr<WavStream> WavStream::importWithSndfile(const std::string &path)
+namespace {
+
+// Bytes per sample of a decoder's subformat; 0 for a compressed one.
+int bytesPerSampleOf(int format)
 {
+    switch (format & SF_FORMAT_SUBMASK) {
+    case SF_FORMAT_PCM_S8:
+    case SF_FORMAT_PCM_U8:
+        return 1;
+    case SF_FORMAT_PCM_16:
+        return 2;
+    case SF_FORMAT_PCM_24:
+        return 3;
+    case SF_FORMAT_PCM_32:
+    case SF_FORMAT_FLOAT:
+        return 4;
+    case SF_FORMAT_DOUBLE:
+        return 8;
+    default:
+        return 0;
+    }
+}
+
+} // namespace
+
+std::shared_ptr<WavStream> WavStream::importWithSndfile(const std::string &path, bool &refused)
+{
+    const FileStamp stamp = stampOf(path);
     SF_INFO info{};
     SNDFILE *opened = sf_open(path.c_str(), SFM_READ, &info);
     if (!opened)
         return nullptr;
     std::shared_ptr<SNDFILE> file(opened, sf_close);
-    if (info.samplerate <= 0 || info.channels <= 0)
+    if (info.channels <= 0)
+        return nullptr;
+    refused = rateRefused(info.samplerate);
+    if (refused)
         return nullptr;
     auto stream = std::shared_ptr<WavStream>(new WavStream(info.samplerate, 1, 2));
-    // The decoder's length is only an estimate for some formats (MP3): a sound beyond the frame
-    // limit gets room for an eighth more than the estimate, and the import ends with the ring.
-    std::int64_t frames = std::max<std::int64_t>(info.frames, 0);
-    if (frames > static_cast<std::int64_t>(frameLimit(info.samplerate)))
-        frames = std::min<std::int64_t>(frames + frames / 8,
-                                        std::numeric_limits<std::int32_t>::max() / 2);
-    stream->applyFrameLimit(frames);
+    warnIfShort(path, static_cast<double>(std::max<sf_count_t>(info.frames, 0)) / info.samplerate);
+    stream->sourceFormat = {info.channels, bytesPerSampleOf(info.format),
+                            static_cast<double>(info.samplerate),
+                            std::max<std::int64_t>(info.frames, 0), true};
+    stream->applyFrameLimit(std::max<std::int64_t>(info.frames, 0), true);
+    const std::string workingPath = WorkingFiles::newPath(WorkingFiles::Kind::copy);
+    WorkingFiles::track(workingPath);
+    stream->fileURL = workingPath;
     stream->isSetup = stream->wavFile->setupWithSampleRate(
-        info.samplerate, 1, 2, static_cast<int>(stream->maxFrames * stream->bytesPerFrame));
+        info.samplerate, 1, 2, static_cast<int>(stream->maxFrames * stream->bytesPerFrame),
+        workingPath);
     if (!stream->isSetup)
         return nullptr;
-    stream->fileURL = stream->wavFile->getFilePath();
-    stream->startImport(std::move(file), info.channels);
+    stream->openedFromFile = true;
+    stream->startImport(std::move(file), info.channels, path, stamp);
     return stream;
 }
 
-void WavStream::startImport(std::shared_ptr<SNDFILE> file, int fileChannels)
+void WavStream::startImport(std::shared_ptr<SNDFILE> file, int fileChannels,
+                            const std::string &path, const FileStamp &stamp)
 {
     copying = true;
     auto self = std::static_pointer_cast<WavStream>(shared_from_this());
-    Quorval::copyQueue().async([self, file, fileChannels] {
+    Quorval::copyQueue().async([self, file, fileChannels, path, stamp] {
         std::vector<float> frames(static_cast<std::size_t>(kImportPieceFrames * fileChannels));
         std::vector<float> mono(static_cast<std::size_t>(kImportPieceFrames));
         std::int64_t held = 0;
@@ -264,6 +432,7 @@ void WavStream::startImport(std::shared_ptr<SNDFILE> file, int fileChannels)
         Quorval::dataQueue().sync([&] {
             (void)self->wavFile->finalizeWithByteSize(static_cast<int>(held * self->bytesPerFrame));
         });
+        self->checkUnchanged(path, stamp);
         self->copying = false;
         self->notifyParentOfGrowth();
     });
@@ -429,13 +598,17 @@ std::string WavStream::description() const
     const auto [minIndex, maxIndex] = Quorval::dataQueue().sync(
         [this] { return std::make_pair(minimumIndex_D(), maximumIndex_D()); });
     const double framesPerMinute = sampleRate() * 60.0;
-    char text[256];
+    // An opened file is described as it is on disk, not as its working copy.
+    const bool converted = sourceFormat.converted;
+    char text[320];
     std::snprintf(text, sizeof text,
                   "Number of channels %d\nBytes per sample %d\nFrame rate %.0f\nLength %.2f "
-                  "minutes\nMax length %.2f minutes",
-                  channels, sampleBytes, sampleRate(),
+                  "minutes\nMax length %.2f minutes%s",
+                  converted ? sourceFormat.channels : channels,
+                  converted ? sourceFormat.bytesPerSample : sampleBytes, sampleRate(),
                   static_cast<double>(maxIndex - minIndex) / framesPerMinute,
-                  static_cast<double>(maxFrames) / framesPerMinute);
+                  static_cast<double>(maxFrames) / framesPerMinute,
+                  converted ? "\nConverted to 1 channel, 2 bytes per sample for analysis" : "");
     return text;
 }
 

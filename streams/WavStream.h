@@ -39,12 +39,19 @@ public:
     static std::shared_ptr<WavStream> createForRecording(int channels, int bytesPerSample,
                                                          double sampleRate);
 
+    // The lowest sample rate accepted, in Hz: below it the analysis cannot cut the sound into
+    // segments of a useful length at any note range.
+    static constexpr double kMinSampleRate = 1000.0;
+
     // Opens a sound file. A WAV file the reader takes gets a working copy whose data is copied on
     // the "copy" queue in pieces; anything else the decoder opens (24-bit, float or extensible
     // WAV, a WAV with other chunks before the data, MP3, FLAC, Ogg, AIFF) is decoded there into a
     // mono 16-bit working file, channels mixed as their mean. Either way the extent grows as the
     // pieces land and copying is set meanwhile (waitForCopy() waits for the end). "Can't read
-    // sound file" when neither can open it. Main thread (or a tool's).
+    // sound file" when neither can open it, a message naming the rate when the rate is below
+    // kMinSampleRate. Warnings (showWarning): a header that promises more sound than the file
+    // holds, a frame limit beyond what a WAV file holds, the file changing while it is copied.
+    // Main thread (or a tool's).
     static std::shared_ptr<WavStream> createFromFile(const std::string &path);
 
     ~WavStream() override;
@@ -55,6 +62,18 @@ public:
     std::int32_t bytesPerFrame = 2; // channels × bytes per sample
     bool isSetup = false;
     std::string fileURL = "/"; // the working sound file
+    bool openedFromFile = false;
+
+    // The opened file as it is on disk (for a recording, the working file).
+    struct SourceFormat
+    {
+        int channels = 0;
+        int bytesPerSample = 0; // 0 for a compressed format
+        double sampleRate = 0.0;
+        std::int64_t frames = 0;
+        bool converted = false; // the working copy is mono 16-bit, converted from it
+    };
+    SourceFormat sourceFormat;
 
     // The owning music stream, told when the sound grows. Any thread.
     void setParent(const std::shared_ptr<MusicStream> &music);
@@ -66,6 +85,12 @@ public:
     std::atomic<bool> modified{false};  // unsaved changes exist
     std::atomic<bool> copying{false};   // a copy into the sound file is under way
     std::atomic<std::int64_t> savedMaxFileIndex{0}; // maxIndex at the last save
+    // The opened file's size or modification time differed after its copy: the sound may mix
+    // old and new content. Any thread.
+    std::atomic<bool> changedWhileCopying{false};
+
+    // An opened file whose copy is complete: its extent is final. Data queue.
+    [[nodiscard]] bool isWholeFile_D() const { return openedFromFile && !copying; }
 
     [[nodiscard]] double sampleRate() const { return 1.0 / xScale; }
     [[nodiscard]] int nChannels() const { return channels; }
@@ -100,7 +125,9 @@ public:
     bool saveAs(const std::string &path);
 
     // "Number of channels %d\nBytes per sample %d\nFrame rate %.0f\nLength %.2f minutes\n
-    // Max length %.2f minutes". Any thread but the data queue.
+    // Max length %.2f minutes" of the file as it is (its own channels and sample size), then
+    // "\nConverted to 1 channel, 2 bytes per sample for analysis" when the working copy was
+    // converted. Any thread but the data queue.
     [[nodiscard]] std::string description() const;
 
     // Waits until a copy under way has finished. Not from the "copy" or data queue.
@@ -109,13 +136,29 @@ public:
 private:
     WavStream(double sampleRate, int channels, int bytesPerSample);
 
-    static std::shared_ptr<WavStream> openWav(std::unique_ptr<WavFileOC> source);
-    static std::shared_ptr<WavStream> importWithSndfile(const std::string &path);
-    // maxFrames from the frame limit for a file of fileFrames frames; grows the file's ring.
-    void applyFrameLimit(std::int64_t fileFrames);
-    void startCopy(std::unique_ptr<WavFileOC> source);
+    static std::shared_ptr<WavStream> openWav(std::unique_ptr<WavFileOC> source,
+                                              const std::string &path);
+    // refused: the file opened but its rate was refused (with a message).
+    static std::shared_ptr<WavStream> importWithSndfile(const std::string &path, bool &refused);
+    // maxFrames from the frame limit for a file of fileFrames frames (estimated: a decoder's
+    // guess); grows the file's ring.
+    void applyFrameLimit(std::int64_t fileFrames, bool estimated);
+    // The path's size and modification time now, to compare after the copy; all 0 when it
+    // cannot be read.
+    struct FileStamp
+    {
+        std::uintmax_t size = 0;
+        std::int64_t modified = 0;
+        bool operator==(const FileStamp &) const = default;
+    };
+    static FileStamp stampOf(const std::string &path);
+    // Warns when the file at path changed since stamp; then sets changedWhileCopying.
+    void checkUnchanged(const std::string &path, const FileStamp &stamp);
+    void startCopy(std::unique_ptr<WavFileOC> source, const std::string &path,
+                   const FileStamp &stamp);
     // Decodes the rest of file on the "copy" queue, in pieces, into the sound file.
-    void startImport(std::shared_ptr<SNDFILE> file, int fileChannels);
+    void startImport(std::shared_ptr<SNDFILE> file, int fileChannels, const std::string &path,
+                     const FileStamp &stamp);
     void notifyParentOfGrowth();
     // Writes the sound held to path, as save() says; the frame index reached.
     std::optional<std::int64_t> writeTo(const std::string &path);

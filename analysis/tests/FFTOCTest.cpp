@@ -1,6 +1,7 @@
 #include "analysis/FFTOC.h"
 
 #include "analysis/VolumeResultOC.h"
+#include "analysis/tests/support/ComplexParts.h"
 #include "analysis/tests/support/TestSignals.h"
 
 #include <gtest/gtest.h>
@@ -100,12 +101,12 @@ std::vector<double> plainMagnitudes(const std::vector<double> &x, int logN)
         C b;
         C c;
         C e;
-        FFTOC::cComplement(&a, &z[static_cast<std::size_t>((n - k) % n)]);
+        testsignals::cComplement(&a, &z[static_cast<std::size_t>((n - k) % n)]);
         FFTOC::cAdd(&b, &z[static_cast<std::size_t>(k)], &a);
         FFTOC::cSubtract(&c, &z[static_cast<std::size_t>(k)], &a);
         FFTOC::cMultiply(&e, &wr, &c);
         FFTOC::cAdd(&e, &b, &e);
-        magnitudes[static_cast<std::size_t>(k)] = FFTOC::cModulus(&e) * 0.5;
+        magnitudes[static_cast<std::size_t>(k)] = testsignals::cModulus(&e) * 0.5;
     }
     magnitudes[static_cast<std::size_t>(n)] = std::fabs(z[0].re - z[0].im);
     return magnitudes;

@@ -1,6 +1,7 @@
 #include "analysis/PeakDataSetOC.h"
 
 #include "analysis/tests/support/TestSignals.h"
+#include "analysis/tests/support/TwoPassGoodness.h"
 
 #include <gtest/gtest.h>
 
@@ -234,10 +235,8 @@ TEST(PeakDataSetOC, harmonicPassScoresOnlyTheBestPeakOfEachHarmonic)
     // Two peaks near harmonic 1 of 200 Hz, one near harmonic 2, one below harmonic 1.
     HarmonicPeaks peaks({{50, 30}, {196, 40}, {203, 30}, {401, 20}});
     const double f = 200.0;
-    PeakDataSetOC::Sums all;
-    PeakDataSetOC::Sums best;
-    peaks.set.addSums(all, f);
-    peaks.set.addSumsByHarmonic(best, f);
+    const testsignals::Sums all = testsignals::addSums(peaks.set, f, 1.0);
+    const testsignals::Sums best = testsignals::addSumsByHarmonic(peaks.set, f, 1.0);
 
     const double w2 = f / 4.0;
     const double r = 2.0 * std::sqrt(w2) / f;
@@ -254,21 +253,6 @@ TEST(PeakDataSetOC, harmonicPassScoresOnlyTheBestPeakOfEachHarmonic)
     EXPECT_DOUBLE_EQ(best.totalHeight, peaks.set.getYVal(0) + peaks.set.getYVal(1) +
                                            peaks.set.getYVal(2) + peaks.set.getYVal(3));
     EXPECT_DOUBLE_EQ(best.highest, peaks.set.getYVal(1));
-}
-
-// Goodness as the two passes define it, one pass after the other.
-double twoPassGoodness(const PeakDataSetOC &set, double f)
-{
-    if (!(f > 0.0))
-        return 0.0;
-    PeakDataSetOC::Sums all;
-    PeakDataSetOC::Sums best;
-    set.addSums(all, f);
-    set.addSumsByHarmonic(best, f);
-    if (best.totalHeight == 0.0)
-        return 0.0;
-    const double m = 2.0 * (best.weightedFreq / best.totalHeight) / f;
-    return all.score / (1.0 - all.base) * (best.score / (best.highest * m) / (1.0 - best.base));
 }
 
 TEST(PeakDataSetOC, goodnessEqualsTheTwoPassesToTheLastBit)
@@ -293,7 +277,8 @@ TEST(PeakDataSetOC, goodnessEqualsTheTwoPassesToTheLastBit)
         for (bool wide : {true, false}) {
             peaks.set.setWideVectors(wide);
             for (double f : freqs)
-                ASSERT_EQ(peaks.set.computeGoodnessForFreq(f), twoPassGoodness(peaks.set, f))
+                ASSERT_EQ(peaks.set.computeGoodnessForFreq(f),
+                          testsignals::twoPassGoodness(peaks.set, f, 44100.0 / 1024.0))
                     << "seed " << seed << " f " << f << " wide " << peaks.set.usesWideVectors();
         }
     }
@@ -304,7 +289,7 @@ TEST(PeakDataSetOC, goodnessEqualsTheTwoPassesToTheLastBit)
     flat.set.shiftUp();
     for (double f : {5.0, 20.0, 1e-9}) {
         const double fused = flat.set.computeGoodnessForFreq(f);
-        const double reference = twoPassGoodness(flat.set, f);
+        const double reference = testsignals::twoPassGoodness(flat.set, f, 10.0);
         EXPECT_TRUE(fused == reference || (std::isnan(fused) && std::isnan(reference))) << f;
     }
 }

@@ -283,6 +283,39 @@ TEST(PitchResultOC, refinedPitchIsTheBestGoodnessNearTheCandidate)
     }
 }
 
+TEST(PitchResultOC, narrowingShrinksTheLargerGapWhereverTheOuterPointsLie)
+{
+    // A smooth, lopsided hill with its top at 2.5: from the bracket 0 < 1 < 4 the top lies in
+    // the larger gap while the outer point of the smaller gap (0) scores higher than 4. Mirrored,
+    // the same from the other side.
+    const auto hill = [](double x) { return (x - 2.5) - std::exp(x - 2.5); };
+    for (double side : {1.0, -1.0}) {
+        const auto g = [&](double x) { return hill(side * x); };
+        PitchResultOC::GoldenBracket bracket{0.0, g(0.0), side, g(side), 4.0 * side, g(4.0 * side)};
+        if (side < 0.0) {
+            std::swap(bracket.a, bracket.c);
+            std::swap(bracket.ga, bracket.gc);
+        }
+        ASSERT_GT(g(0.0), g(4.0 * side));
+        const double h = 1e-3;
+        const double top = PitchResultOC::narrowBracket(bracket, 4.0, h, g);
+        // Both gaps shrank to about the last step, around the top.
+        EXPECT_LT(bracket.a, 2.5 * side) << side;
+        EXPECT_GT(bracket.c, 2.5 * side) << side;
+        EXPECT_LT(bracket.c - bracket.a, 4.0 * h) << side;
+        EXPECT_NEAR(top, 2.5 * side, h) << side;
+    }
+    // Equal gaps: the right one is probed first.
+    std::vector<double> probes;
+    PitchResultOC::GoldenBracket even{-1.0, -1.0, 0.0, 0.0, 1.0, -1.0};
+    (void)PitchResultOC::narrowBracket(even, 1.0, 1.0, [&](double x) {
+        probes.push_back(x);
+        return -x * x;
+    });
+    ASSERT_EQ(probes.size(), 1u);
+    EXPECT_GT(probes[0], 0.0);
+}
+
 TEST(PitchResultOC, nonFiniteSamplesAndNonsenseSettingsNeverHangOrCrash)
 {
     constexpr double nan = std::numeric_limits<double>::quiet_NaN();

@@ -6,6 +6,7 @@
 #include "streams/PitchStream.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
+#include "streams/tests/OpenedSound.h"
 #include "streams/tests/RecordedSound.h"
 #include "streams/tests/SoundFiles.h"
 #include "streams/tests/Tones.h"
@@ -30,6 +31,7 @@ using namespace std::chrono_literals;
 using testsignals::noteToHz;
 
 constexpr double kRate = 44100.0;
+constexpr std::int64_t kRing = std::int64_t{1} << 28;
 
 // A sound held in a new recording stream, as if it had been recorded.
 std::shared_ptr<WavStream> soundOf(const std::vector<double> &samples)
@@ -72,14 +74,78 @@ TEST(MusicStream, segmentationFollowsTheOptions)
 {
     OptionGuard response(Parameters::shared().response);
     OptionGuard overlap(Parameters::shared().frameOverlap);
-    EXPECT_EQ(MusicStream::segmentation(44100.0),
+    EXPECT_EQ(MusicStream::segmentation(44100.0, kRing),
               std::make_pair(std::int64_t{1024}, std::int64_t{512}));
     // One period of the lowest note wants 225 samples: the next power of two is 256.
     ASSERT_TRUE(Parameters::shared().response.setValue(1.0));
     ASSERT_TRUE(Parameters::shared().frameOverlap.setValue(0.75));
-    EXPECT_EQ(MusicStream::segmentation(44100.0),
+    EXPECT_EQ(MusicStream::segmentation(44100.0, kRing),
               std::make_pair(std::int64_t{256}, std::int64_t{64}));
-    EXPECT_EQ(MusicStream::segmentation(8000.0).first, 64);
+    EXPECT_EQ(MusicStream::segmentation(8000.0, kRing).first, 64);
+}
+
+TEST(MusicStream, lowestNotesTheAnalysisCannotSegmentAreReplacedWithAWarning)
+{
+    OptionGuard lowest(Parameters::shared().lowestNote);
+    OptionGuard highest(Parameters::shared().highestNote);
+    ASSERT_TRUE(Parameters::shared().highestNote.setValue(2000.0));
+    // Far too low for memory, too low for a small ring, and so high that a segment would be a
+    // frame or two: each gives a segmentation within the bounds, from a replaced note.
+    for (const double note : {-1000.0, -199.0, -100.0, 1000.0}) {
+        ASSERT_TRUE(Parameters::shared().lowestNote.setValue(note));
+        for (const std::int64_t ring : {kRing, std::int64_t{5000}}) {
+            const auto [length, spacing] = MusicStream::segmentation(kRate, ring);
+            EXPECT_LE(length, std::min(PitchStream::kMaxSegLength, ring)) << note;
+            EXPECT_GE(length, PitchStream::kMinSegLength) << note;
+            EXPECT_GE(spacing, 1) << note;
+            const PitchStream::LowestNote usable = PitchStream::usableLowestNote(kRate, ring);
+            EXPECT_TRUE(usable.replaced()) << note;
+            // The nearest usable value: a hundredth further and the segments no longer fit.
+            ASSERT_TRUE(Parameters::shared().lowestNote.setValue(
+                usable.used + (usable.used < note ? 0.01 : -0.01)));
+            EXPECT_TRUE(PitchStream::usableLowestNote(kRate, ring).replaced()) << note;
+            ASSERT_TRUE(Parameters::shared().lowestNote.setValue(usable.used));
+            EXPECT_FALSE(PitchStream::usableLowestNote(kRate, ring).replaced()) << note;
+            ASSERT_TRUE(Parameters::shared().lowestNote.setValue(note));
+        }
+    }
+    // An opened sound is analysed with the replacement, and the warning names the option, the
+    // value and what was used, once.
+    ASSERT_TRUE(Parameters::shared().lowestNote.setValue(-199.0));
+    test::MessageCatcher messages;
+    test::OpenedSound sound(test::toneAt(60.0, 0.5));
+    const PitchStream::LowestNote usable =
+        PitchStream::usableLowestNote(kRate, sound.music->wavStream->maxFrames);
+    ASSERT_EQ(messages.texts.size(), 1u);
+    EXPECT_TRUE(messages.texts[0].contains("\"Lowest Note\" -199"));
+    EXPECT_TRUE(messages.texts[0].contains(QString::number(usable.used)));
+    sound.music->resegment();
+    EXPECT_EQ(messages.texts.size(), 1u);
+    EXPECT_EQ(sound.music->segLength(), PitchStream::kMaxSegLength);
+}
+
+TEST(MusicStream, openedFileHasEverySegmentStartingInItTheSameEveryTime)
+{
+    // 700 frames: one segment, partly outside, which holds -1; 3000 frames: five, the last two
+    // partly outside. Opened while the copy may still run, as the window opens them.
+    for (const int frames : {700, 3000}) {
+        testsignals::TempWav file(testsignals::tone({.freqHz = 440.0}, frames), {}, 2);
+        ASSERT_TRUE(file.ok());
+        for (int round = 0; round < 20; ++round) {
+            auto wav = WavStream::createFromFile(file.path());
+            ASSERT_NE(wav, nullptr);
+            auto music = MusicStream::create(wav);
+            ASSERT_TRUE(music->waitUntilCalculated(60s));
+            const auto values = music->segmentValues();
+            ASSERT_EQ(static_cast<int>(values.size()), frames / 512) << frames << " " << round;
+            EXPECT_EQ(values.back().pitch, -1.0);
+            for (const auto &value : values) {
+                if (value.index * 512 + 1024 <= frames) {
+                    EXPECT_GT(value.pitch, 0.0) << value.index;
+                }
+            }
+        }
+    }
 }
 
 TEST(MusicStream, computesEverySegmentOfASoundInTheBackground)
@@ -90,7 +156,8 @@ TEST(MusicStream, computesEverySegmentOfASoundInTheBackground)
 
     auto music = MusicStream::create(soundOf(samples));
     ASSERT_TRUE(music->waitUntilCalculated(60s));
-    const std::int64_t segments = static_cast<std::int64_t>(samples.size()) / 512;
+    // A sound that may still grow holds only whole segments: a partial one would keep its -1.
+    const std::int64_t segments = (static_cast<std::int64_t>(samples.size()) - 512) / 512;
     EXPECT_EQ(music->pitchStream()->maximumIndex(), segments);
     expectPitchesNear(pitchesBetween(*music, 0.0, 1.0), 60.3);
     expectPitchesNear(pitchesBetween(*music, 1.5, 2.5), 71.8);

@@ -3,6 +3,7 @@
 #include "analysis/tests/support/TestSignals.h"
 #include "options/Parameters.h"
 #include "streams/Quorval.h"
+#include "streams/WorkingFiles.h"
 #include "streams/tests/SoundFiles.h"
 
 #include <QDir>
@@ -10,8 +11,12 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <future>
 #include <thread>
 
 namespace quorval {
@@ -247,6 +252,162 @@ TEST(WavStream, whatNothingCanReadIsRefusedWithAMessage)
         ASSERT_EQ(messages.texts.size(), 1u) << path;
         EXPECT_EQ(messages.texts[0], "Can't read sound file");
     }
+}
+
+// A 16-bit PCM WAV header for `channels` at `rate` announcing dataBytes, followed by
+// `present` bytes of silence.
+std::string wavBytes(int channels, std::uint32_t rate, std::uint32_t dataBytes, int present)
+{
+    std::string bytes(44, '\0');
+    const auto put32 = [&](int at, std::uint32_t v) { std::memcpy(&bytes[at], &v, 4); };
+    const auto put16 = [&](int at, std::uint16_t v) { std::memcpy(&bytes[at], &v, 2); };
+    std::memcpy(&bytes[0], "RIFF", 4);
+    put32(4, 36 + dataBytes);
+    std::memcpy(&bytes[8], "WAVEfmt ", 8);
+    put32(16, 16);
+    put16(20, 1);
+    put16(22, static_cast<std::uint16_t>(channels));
+    put32(24, rate);
+    put32(28, rate * 2 * static_cast<std::uint32_t>(channels));
+    put16(32, static_cast<std::uint16_t>(2 * channels));
+    put16(34, 16);
+    std::memcpy(&bytes[36], "data", 4);
+    put32(40, dataBytes);
+    return bytes + std::string(static_cast<std::size_t>(present), '\0');
+}
+
+std::string written(const QTemporaryDir &dir, const char *name, const std::string &bytes)
+{
+    const std::string path = QDir(dir.path()).filePath(name).toStdString();
+    std::ofstream(path, std::ios::binary) << bytes;
+    return path;
+}
+
+TEST(WavStream, ratesTooLowToSegmentAreRefusedNamingTheRate)
+{
+    QTemporaryDir dir;
+    const std::string plain = written(dir, "slow.wav", wavBytes(1, 20, 4000, 4000));
+    const std::string decoded = QDir(dir.path()).filePath("slow24.wav").toStdString();
+    ASSERT_TRUE(test::writeSoundFile(decoded, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 1, 20,
+                                     test::leftSine(1.0, 0.5, 200, 1, 20)));
+    for (const std::string &path : {plain, decoded}) {
+        MessageCatcher messages;
+        EXPECT_EQ(WavStream::createFromFile(path), nullptr) << path;
+        ASSERT_EQ(messages.texts.size(), 1u) << path;
+        EXPECT_TRUE(messages.texts[0].contains("20 Hz")) << messages.texts[0].toStdString();
+    }
+}
+
+TEST(WavStream, ringBeyondWhatAWavFileHoldsIsLoweredWithAWarning)
+{
+    MaxLength longest(209.0);
+    QTemporaryDir dir;
+    for (const std::uint32_t rate : {192000u, 768000u}) {
+        MessageCatcher messages;
+        const std::string path = written(dir, "fast.wav", wavBytes(2, rate, 40000, 40000));
+        auto opened = WavStream::createFromFile(path);
+        ASSERT_NE(opened, nullptr) << rate;
+        opened->waitForCopy();
+        auto recording = WavStream::createForRecording(2, 2, rate);
+        ASSERT_NE(recording, nullptr) << rate;
+        for (const auto &stream : {opened, recording}) {
+            EXPECT_LE(stream->maxFrames * stream->bytesPerFrame, INT_MAX) << rate;
+            EXPECT_GT(stream->maxFrames, std::int64_t{INT_MAX / 8}) << rate;
+        }
+        ASSERT_EQ(messages.texts.size(), 2u) << rate;
+        EXPECT_TRUE(messages.texts[0].contains("\"Max audio file length (minutes)\" 209"))
+            << messages.texts[0].toStdString();
+    }
+}
+
+TEST(WavStream, headersPromisingMoreThanTheFileHoldsAreWarnedOnEveryPath)
+{
+    QTemporaryDir dir;
+    struct Case
+    {
+        const char *name;
+        std::string bytes;
+    };
+    const std::vector<Case> cases = {
+        {"short.wav", wavBytes(1, 44100, 88200, 44100)},         // the reader's own path
+        {"huge.wav", wavBytes(1, 44100, 3200000000u, 88200)},    // beyond the reader: decoded
+        {"unknown.wav", wavBytes(1, 44100, 0xFFFFFFFFu, 88200)}, // decoded
+        {"empty-stereo.wav", wavBytes(2, 44100, 176400, 0)},     // no data at all
+    };
+    for (const Case &c : cases) {
+        MessageCatcher messages;
+        auto stream = WavStream::createFromFile(written(dir, c.name, c.bytes));
+        if (stream)
+            stream->waitForCopy();
+        ASSERT_FALSE(messages.texts.empty()) << c.name;
+        EXPECT_TRUE(messages.texts[0].contains("ends before")) << messages.texts[0].toStdString();
+        EXPECT_TRUE(messages.texts[0].contains(QString::number(c.bytes.size() - 44) + " of"))
+            << messages.texts[0].toStdString();
+    }
+    // A whole file says nothing.
+    MessageCatcher quiet;
+    auto whole = WavStream::createFromFile(written(dir, "whole.wav", wavBytes(1, 44100, 800, 800)));
+    ASSERT_NE(whole, nullptr);
+    whole->waitForCopy();
+    EXPECT_TRUE(quiet.texts.empty());
+}
+
+TEST(WavStream, fileChangedWhileItIsCopiedIsNoticed)
+{
+    QTemporaryDir dir;
+    const std::string path = written(dir, "moving.wav", wavBytes(1, 44100, 88200, 88200));
+    for (const bool change : {false, true}) {
+        MessageCatcher messages;
+        // The copy waits behind this until the file has been rewritten.
+        std::promise<void> rewritten;
+        std::shared_future<void> done = rewritten.get_future().share();
+        Quorval::copyQueue().async([done] { done.wait(); });
+        auto stream = WavStream::createFromFile(path);
+        ASSERT_NE(stream, nullptr);
+        if (change)
+            std::ofstream(path, std::ios::binary | std::ios::app) << std::string(100, 'x');
+        rewritten.set_value();
+        stream->waitForCopy();
+        EXPECT_EQ(stream->changedWhileCopying.load(), change);
+        EXPECT_EQ(messages.texts.size(), change ? 1u : 0u);
+        if (change) {
+            EXPECT_TRUE(messages.texts[0].contains("moving.wav changed while it was read"));
+        }
+    }
+}
+
+TEST(WavStream, describesTheFileAsItIsAndSaysWhenItWasConverted)
+{
+    QTemporaryDir dir;
+    const std::string path = QDir(dir.path()).filePath("three.wav").toStdString();
+    ASSERT_TRUE(test::writeSoundFile(path, SF_FORMAT_WAV | SF_FORMAT_PCM_24, 3, 48000,
+                                     test::leftSine(440.0, 0.5, 48000, 3, 48000)));
+    auto converted = WavStream::createFromFile(path);
+    ASSERT_NE(converted, nullptr);
+    const std::string text = converted->description();
+    EXPECT_EQ(text.rfind("Number of channels 3\nBytes per sample 3\nFrame rate 48000\n", 0), 0u)
+        << text;
+    EXPECT_NE(text.find("Converted to 1 channel, 2 bytes per sample"), std::string::npos);
+    auto plain = WavStream::createFromFile(written(dir, "plain.wav", wavBytes(2, 44100, 800, 800)));
+    ASSERT_NE(plain, nullptr);
+    EXPECT_EQ(plain->description().find("Converted"), std::string::npos);
+}
+
+TEST(WavStream, workingFilesAreNamedForTheirKindAndRemovedWithTheStream)
+{
+    QTemporaryDir dir;
+    auto opened = WavStream::createFromFile(written(dir, "a.wav", wavBytes(1, 44100, 800, 800)));
+    ASSERT_NE(opened, nullptr);
+    opened->waitForCopy();
+    auto recording = WavStream::createForRecording(1, 2, 44100.0);
+    ASSERT_NE(recording, nullptr);
+    EXPECT_FALSE(WorkingFiles::isRecording(opened->fileURL));
+    EXPECT_TRUE(WorkingFiles::isRecording(recording->fileURL));
+    EXPECT_NE(opened->fileURL.find("quorval-copy-"), std::string::npos);
+    const std::string copyPath = opened->fileURL;
+    ASSERT_TRUE(std::filesystem::exists(copyPath));
+    opened.reset();
+    EXPECT_FALSE(std::filesystem::exists(copyPath));
 }
 
 } // namespace
