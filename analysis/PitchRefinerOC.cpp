@@ -29,6 +29,8 @@ constexpr double kWideSpacingBins = 18.0;
 // Harmonics weaker than kPredictingPower of it count towards the shares but not the estimate.
 constexpr double kPriorPower = 0.01;
 constexpr double kPredictingPower = 1e-4;
+// Bins this far below the strongest are left out altogether: 90 dB down they change no share.
+constexpr double kNegligiblePower = 1e-9;
 
 } // namespace
 
@@ -50,6 +52,8 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
         blackman[i] = 0.35875 - 0.48829 * std::cos(x) + 0.14128 * std::cos(2.0 * x) -
                       0.01168 * std::cos(3.0 * x);
     }
+    segment.assign(n, 0.0);
+    powers.assign(n / 2 + 1, 0.0);
     re.assign(n, 0.0);
     im.assign(n, 0.0);
     twiddleRe.assign(n / 2, 0.0);
@@ -73,8 +77,14 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     return true;
 }
 
-void PitchRefinerOC::transform(const double *samples, const std::vector<double> &weights)
+void PitchRefinerOC::setSamples(const double *samples)
 {
+    std::copy(samples, samples + nFrames, segment.begin());
+}
+
+void PitchRefinerOC::transform(const std::vector<double> &weights)
+{
+    const double *samples = segment.data();
     // Both real transforms in one complex one: the window over samples 0 .. n - 2 as the real
     // part and over samples 1 .. n - 1 as the imaginary part, separated again per bin.
     const int n = nFrames;
@@ -108,30 +118,44 @@ void PitchRefinerOC::transform(const double *samples, const std::vector<double> 
             }
         }
     }
-    // |x1|² of bin k is a quarter of |z(k)|² + |z(n − k)|² + 2 Re(z(k) z(n − k)).
+    // Each bin's power, |x1|², and the strongest.
     strongest = 0.0;
-    for (int k = 2; k < n / 2 - 1; k++) {
+    for (int k = 1; k < n / 2; k++) {
         const auto at = static_cast<std::size_t>(k);
         const auto mirror = static_cast<std::size_t>(n - k);
         const double sumRe = re[at] + re[mirror];
         const double diffIm = im[at] - im[mirror];
-        strongest = std::max(strongest, 0.25 * (sumRe * sumRe + diffIm * diffIm));
+        powers[at] = 0.25 * (sumRe * sumRe + diffIm * diffIm);
+        if (k >= 2)
+            strongest = std::max(strongest, powers[at]);
     }
 }
 
-void PitchRefinerOC::binAt(int k, double &power, double &bin) const
+double PitchRefinerOC::binOf(int k) const
 {
+    // x1 and x2 (the transform a sample later) of bin k from the packed transform; 1 <= k < n / 2.
     const auto at = static_cast<std::size_t>(k);
-    const auto mirror = static_cast<std::size_t>((nFrames - k) % nFrames);
-    // First transform (x1) and the one a sample later (x2) from the packed one.
-    const double x1r = 0.5 * (re[at] + re[mirror]);
-    const double x1i = 0.5 * (im[at] - im[mirror]);
-    const double x2r = 0.5 * (im[at] + im[mirror]);
-    const double x2i = 0.5 * (re[mirror] - re[at]);
-    power = x1r * x1r + x1i * x1i;
-    // The phase advance over one sample is the frequency in radians per sample.
-    const double advance = std::atan2(x2i * x1r - x2r * x1i, x2r * x1r + x2i * x1i);
-    bin = advance * nFrames / (2.0 * std::numbers::pi);
+    const auto mirror = static_cast<std::size_t>(nFrames - k);
+    const double x1r = re[at] + re[mirror];
+    const double x1i = im[at] - im[mirror];
+    const double x2r = im[at] + im[mirror];
+    const double x2i = re[mirror] - re[at];
+    // x2 conj(x1) turns by the phase advance over one sample; turned back by the bin's own
+    // centre, what is left is the offset from it, a small angle near a partial.
+    const double cr = x2r * x1r + x2i * x1i;
+    const double ci = x2i * x1r - x2r * x1i;
+    const double rr = cr * twiddleRe[at] - ci * twiddleIm[at];
+    const double ri = cr * twiddleIm[at] + ci * twiddleRe[at];
+    double offset = 0.0;
+    if (rr > 0.0 && std::abs(ri) < 0.1 * rr) {
+        // arctan by its series: the next term, t^11 / 11, is below 1e-12.
+        const double t = ri / rr;
+        const double t2 = t * t;
+        offset = t * (1.0 - t2 * (1.0 / 3.0 - t2 * (1.0 / 5.0 - t2 * (1.0 / 7.0 - t2 / 9.0))));
+    } else {
+        offset = std::atan2(ri, rr);
+    }
+    return k + offset * nFrames / (2.0 * std::numbers::pi);
 }
 
 PitchRefinerOC::Measurement PitchRefinerOC::measure(double freq) const
@@ -155,15 +179,30 @@ PitchRefinerOC::Measurement PitchRefinerOC::measure(double freq) const
             break;
         if (p < 2.0)
             continue;
+        // The strongest of the bins within one of p whose frequency points at p. The phase is
+        // the costly part: bins are tried from the strongest down, and the first that points
+        // right is the one.
+        int bins[3] = {0, 0, 0};
+        int count = 0;
+        for (int k = static_cast<int>(std::ceil(p - 1.0));
+             k <= static_cast<int>(p + 1.0) && count < 3; k++) {
+            if (!(powers[static_cast<std::size_t>(k)] > kNegligiblePower * strongest))
+                continue;
+            int at = count++;
+            for (; at > 0 && powers[static_cast<std::size_t>(bins[at - 1])] <
+                                 powers[static_cast<std::size_t>(k)];
+                 at--)
+                bins[at] = bins[at - 1];
+            bins[at] = k;
+        }
         double bestPower = 0.0;
         double bestBin = 0.0;
-        for (int k = static_cast<int>(std::ceil(p - 1.0)); k <= static_cast<int>(p + 1.0); k++) {
-            double power = 0.0;
-            double bin = 0.0;
-            binAt(k, power, bin);
-            if (std::abs(bin - p) <= kBinTolerance && power > bestPower) {
-                bestPower = power;
+        for (int c = 0; c < count; c++) {
+            const double bin = binOf(bins[c]);
+            if (std::abs(bin - p) <= kBinTolerance) {
+                bestPower = powers[static_cast<std::size_t>(bins[c])];
                 bestBin = bin;
+                break;
             }
         }
         if (!(bestPower > 0.0))
@@ -189,12 +228,12 @@ PitchRefinerOC::Measurement PitchRefinerOC::measure(double freq) const
     return m;
 }
 
-double PitchRefinerOC::refine(const double *samples, double freq, double freqMin, double freqMax)
+double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
 {
     harmonicsUsed = 0;
     if (nFrames == 0 || !(freq > 0.0) || !std::isfinite(freq))
         return freq;
-    transform(samples, freq / hzPerBin >= kWideSpacingBins ? blackman : hann);
+    transform(freq / hzPerBin >= kWideSpacingBins ? blackman : hann);
     Measurement m = measure(freq);
     if (m.used == 0)
         return freq;
@@ -226,10 +265,13 @@ double PitchRefinerOC::refine(const double *samples, double freq, double freqMin
             moved = true;
         }
     }
-    // Once more from the final value, whose harmonics are now predicted to a fraction of a bin.
-    const Measurement final = measure(m.freq);
-    if (final.used > 0)
-        m = final;
+    // After a move, once more from the final value, whose harmonics are now predicted to a
+    // fraction of a bin.
+    if (moved) {
+        const Measurement final = measure(m.freq);
+        if (final.used > 0)
+            m = final;
+    }
     if (!(m.freq >= freqMin && m.freq < freqMax))
         return freq;
     harmonicsUsed = m.used;

@@ -45,10 +45,13 @@ public:
     // nFrames, positive and finite. False (and the object unusable) otherwise.
     [[nodiscard]] bool setupWithNFrames(int nFrames, double hzPerBin);
 
-    // The pitch in Hz of the nFrames samples, given freq (Hz), the pitch the harmonic search
+    // Copies the segment's nFrames samples (unweighted), to be refined later: the harmonic
+    // search transforms its own copy in place.
+    void setSamples(const double *samples);
+    // The pitch in Hz of the samples last set, given freq (Hz), the pitch the harmonic search
     // found; only pitches from freqMin (inclusive) to freqMax (exclusive) are taken. Answers
     // freq itself when it is not positive, when no harmonic can be measured, or before set-up.
-    [[nodiscard]] double refine(const double *samples, double freq, double freqMin, double freqMax);
+    [[nodiscard]] double refine(double freq, double freqMin, double freqMax);
 
     [[nodiscard]] int getNFrames() const { return nFrames; }
     // Harmonics matched for the last answer (0 when it is freq unchanged).
@@ -65,15 +68,17 @@ private:
         int used = 0;
     };
 
-    void transform(const double *samples, const std::vector<double> &window);
+    void transform(const std::vector<double> &window);
     [[nodiscard]] Measurement measure(double freq) const;
-    // Power and frequency (in bins) of bin k of the two transforms.
-    void binAt(int k, double &power, double &bin) const;
+    // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.
+    [[nodiscard]] double binOf(int k) const;
 
     int nFrames = 0;
     double hzPerBin = 0.0;
+    std::vector<double> segment;   // the samples last set
     std::vector<double> hann;      // nFrames - 1 weights
     std::vector<double> blackman;  // nFrames - 1 weights
+    std::vector<double> powers;    // |x1|² of each bin up to nFrames / 2
     std::vector<double> re;        // the packed transform, real parts
     std::vector<double> im;        // imaginary parts
     std::vector<double> twiddleRe; // e^(−2πik/nFrames), k < nFrames / 2

@@ -409,8 +409,10 @@ void analyse(const Sound &sound, bool refined, Scores &scores)
                                 PeakDataSetOC::kDbLimit);
         result.compute();
         double f = result.getFreq();
-        if (refined && f > 0.0)
-            f = refiner.refine(sound.samples.data() + start, f, freqMin, freqMax);
+        if (refined && f > 0.0) {
+            refiner.setSamples(sound.samples.data() + start);
+            f = refiner.refine(f, freqMin, freqMax);
+        }
         note->segments.push_back(f > 0.0 ? centsBetween(f, pitchAt(*note, centre)) : NAN);
     }
     auto &group = scores.byGroup[sound.group];

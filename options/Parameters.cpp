@@ -1,6 +1,7 @@
 #include "options/Parameters.h"
 
 #include "options/DeveloperMode.h"
+#include "options/FollowUps.h"
 
 #include <cmath>
 #include <utility>
@@ -132,6 +133,20 @@ Parameters::MaxFileLengthParameter::MaxFileLengthParameter()
 {
 }
 
+Parameters::RefinePitchParameter::RefinePitchParameter()
+    : BooleanParameter(QStringLiteral("Refine pitch"), false, false, false)
+{
+}
+
+bool Parameters::RefinePitchParameter::setValue(bool b)
+{
+    const bool changed = b != value();
+    (void)BooleanParameter::setValue(b);
+    if (changed)
+        requestRecompute();
+    return true;
+}
+
 // Arguments: DoubleParameter(label, default, min, max, useMinMax, resegment, recompute, debug),
 // IntParameter(label, default, min, max, useMinMax, recompute, debug),
 // BooleanParameter(label, default, recolor, debug),
@@ -204,7 +219,7 @@ Parameters::Parameters()
           &zoomIncrement}},
         {QStringLiteral("ProcessTab"),
          {&response, &frameOverlap, &numberOfInclusivePeaks, &inclusiveGoodnessThreshold,
-          &minimumPeakThreshold, &peakThresholdIncrement, &dbNoiseLimit}},
+          &minimumPeakThreshold, &peakThresholdIncrement, &dbNoiseLimit, &refinePitch}},
         {QStringLiteral("AudioTab"),
          {&analyzeStereoChannel, &oneTouchPlayRecord, &maxAudioFileLength}},
         {QStringLiteral("FilesTab"), {&checkForModifiedFiles, &checkForUpdatesOnStartup}},
