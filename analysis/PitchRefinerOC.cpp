@@ -32,6 +32,11 @@ constexpr double kPredictingPower = 1e-4;
 // Bins this far below the strongest are left out altogether: 90 dB down they change no share.
 constexpr double kNegligiblePower = 1e-9;
 
+// Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
+constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
+// Four-term Blackman–Harris (Harris, Proc. IEEE 66, 1978).
+constexpr double kBlackmanHarris[] = {0.35875, -0.48829 / 2, 0.14128 / 2, -0.01168 / 2};
+
 } // namespace
 
 bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
@@ -41,36 +46,31 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
         !(binHz > 0.0 && std::isfinite(binHz)))
         return false;
     const auto n = static_cast<std::size_t>(frames);
+    const auto half = n / 2;
     const double twoPi = 2.0 * std::numbers::pi;
-    // Windows over n - 1 samples, so that the second transform's samples, one later, fit the
-    // segment; zero just outside both ends.
-    hann.assign(n - 1, 0.0);
-    blackman.assign(n - 1, 0.0);
-    for (std::size_t i = 0; i + 1 < n; i++) {
-        const double x = twoPi * static_cast<double>(i + 1) / frames;
-        hann[i] = 0.5 - 0.5 * std::cos(x);
-        blackman[i] = 0.35875 - 0.48829 * std::cos(x) + 0.14128 * std::cos(2.0 * x) -
-                      0.01168 * std::cos(3.0 * x);
-    }
     segment.assign(n, 0.0);
-    powers.assign(n / 2 + 1, 0.0);
-    re.assign(n, 0.0);
-    im.assign(n, 0.0);
-    twiddleRe.assign(n / 2, 0.0);
-    twiddleIm.assign(n / 2, 0.0);
-    for (std::size_t k = 0; k < n / 2; k++) {
+    powers.assign(half, 0.0);
+    x1Re.assign(half, 0.0);
+    x1Im.assign(half, 0.0);
+    re.assign(half, 0.0);
+    im.assign(half, 0.0);
+    uRe.assign(half + 1 + 2 * kTaps, 0.0);
+    uIm.assign(half + 1 + 2 * kTaps, 0.0);
+    twiddleRe.assign(half, 0.0);
+    twiddleIm.assign(half, 0.0);
+    for (std::size_t k = 0; k < half; k++) {
         twiddleRe[k] = std::cos(twoPi * static_cast<double>(k) / frames);
         twiddleIm[k] = -std::sin(twoPi * static_cast<double>(k) / frames);
     }
-    bitReversed.assign(n, 0);
+    bitReversed.assign(half, 0);
     int bits = 0;
-    while ((1 << bits) < frames)
+    while ((std::size_t{1} << bits) < half)
         bits++;
-    for (int i = 0; i < frames; i++) {
-        int r = 0;
+    for (std::size_t i = 0; i < half; i++) {
+        std::size_t r = 0;
         for (int b = 0; b < bits; b++)
             r |= ((i >> b) & 1) << (bits - 1 - b);
-        bitReversed[static_cast<std::size_t>(i)] = r;
+        bitReversed[i] = static_cast<int>(r);
     }
     nFrames = frames;
     hzPerBin = binHz;
@@ -82,27 +82,20 @@ void PitchRefinerOC::setSamples(const double *samples)
     std::copy(samples, samples + nFrames, segment.begin());
 }
 
-void PitchRefinerOC::transform(const std::vector<double> &weights)
+void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
 {
-    const double *samples = segment.data();
-    // Both real transforms in one complex one: the window over samples 0 .. n - 2 as the real
-    // part and over samples 1 .. n - 1 as the imaginary part, separated again per bin.
-    const int n = nFrames;
-    for (int i = 0; i < n; i++) {
+    std::copy(std::begin(window), std::end(window), std::begin(coefficients));
+    // The plain transform of the real segment through one of half its length (even samples as
+    // real parts, odd ones as imaginary parts), radix-2 in time (Cooley and Tukey, 1965).
+    const int m = nFrames / 2;
+    for (int i = 0; i < m; i++) {
         const auto to = static_cast<std::size_t>(bitReversed[static_cast<std::size_t>(i)]);
-        if (i + 1 < n) {
-            const double w = weights[static_cast<std::size_t>(i)];
-            re[to] = w * samples[i];
-            im[to] = w * samples[i + 1];
-        } else {
-            re[to] = 0.0;
-            im[to] = 0.0;
-        }
+        re[to] = segment[static_cast<std::size_t>(2 * i)];
+        im[to] = segment[static_cast<std::size_t>(2 * i + 1)];
     }
-    // Radix-2 decimation in time (Cooley and Tukey, 1965).
-    for (int half = 1; half < n; half *= 2) {
-        const int stride = n / (2 * half);
-        for (int start = 0; start < n; start += 2 * half) {
+    for (int half = 1; half < m; half *= 2) {
+        const int stride = nFrames / (2 * half);
+        for (int start = 0; start < m; start += 2 * half) {
             for (int j = 0; j < half; j++) {
                 const auto a = static_cast<std::size_t>(start + j);
                 const auto b = a + static_cast<std::size_t>(half);
@@ -118,34 +111,75 @@ void PitchRefinerOC::transform(const std::vector<double> &weights)
             }
         }
     }
-    // Each bin's power, |x1|², and the strongest.
+    // Unpacked into u(k), k = 0 .. m, kept with kTaps values either side from its symmetry
+    // u(-k) = u(k)*, u(m + k) = u(m - k)*, so that every window tap below finds its bin.
+    for (int k = 0; k <= m; k++) {
+        const auto at = static_cast<std::size_t>(k % m);
+        const auto mirror = static_cast<std::size_t>((m - k) % m);
+        const double er = 0.5 * (re[at] + re[mirror]);
+        const double ei = 0.5 * (im[at] - im[mirror]);
+        const double orr = 0.5 * (im[at] + im[mirror]);
+        const double oi = 0.5 * (re[mirror] - re[at]);
+        const double tr = k < m ? twiddleRe[static_cast<std::size_t>(k)] : -1.0;
+        const double ti = k < m ? twiddleIm[static_cast<std::size_t>(k)] : 0.0;
+        const auto to = static_cast<std::size_t>(k + kTaps);
+        uRe[to] = er + orr * tr - oi * ti;
+        uIm[to] = ei + orr * ti + oi * tr;
+    }
+    for (int j = 1; j <= kTaps; j++) {
+        const auto below = static_cast<std::size_t>(kTaps - j);
+        const auto above = static_cast<std::size_t>(kTaps + j);
+        uRe[below] = uRe[above];
+        uIm[below] = -uIm[above];
+        const auto past = static_cast<std::size_t>(m + kTaps + j);
+        const auto before = static_cast<std::size_t>(m + kTaps - j);
+        uRe[past] = uRe[before];
+        uIm[past] = -uIm[before];
+    }
+    // The windowed transform: a cosine-sum window multiplies by a few complex exponentials,
+    // which in the spectrum is a sum over neighbouring bins. Each bin's power, and the strongest.
     strongest = 0.0;
-    for (int k = 1; k < n / 2; k++) {
-        const auto at = static_cast<std::size_t>(k);
-        const auto mirror = static_cast<std::size_t>(n - k);
-        const double sumRe = re[at] + re[mirror];
-        const double diffIm = im[at] - im[mirror];
-        powers[at] = 0.25 * (sumRe * sumRe + diffIm * diffIm);
+    for (int k = 1; k < m; k++) {
+        const auto at = static_cast<std::size_t>(k + kTaps);
+        double xr = coefficients[0] * uRe[at];
+        double xi = coefficients[0] * uIm[at];
+        for (int j = 1; j <= kTaps; j++) {
+            xr += coefficients[j] * (uRe[at - j] + uRe[at + j]);
+            xi += coefficients[j] * (uIm[at - j] + uIm[at + j]);
+        }
+        const auto bin = static_cast<std::size_t>(k);
+        x1Re[bin] = xr;
+        x1Im[bin] = xi;
+        powers[bin] = xr * xr + xi * xi;
         if (k >= 2)
-            strongest = std::max(strongest, powers[at]);
+            strongest = std::max(strongest, powers[bin]);
     }
 }
 
 double PitchRefinerOC::binOf(int k) const
 {
-    // x1 and x2 (the transform a sample later) of bin k from the packed transform; 1 <= k < n / 2.
-    const auto at = static_cast<std::size_t>(k);
-    const auto mirror = static_cast<std::size_t>(nFrames - k);
-    const double x1r = re[at] + re[mirror];
-    const double x1i = im[at] - im[mirror];
-    const double x2r = im[at] + im[mirror];
-    const double x2i = re[mirror] - re[at];
-    // x2 conj(x1) turns by the phase advance over one sample; turned back by the bin's own
-    // centre, what is left is the offset from it, a small angle near a partial.
-    const double cr = x2r * x1r + x2i * x1i;
-    const double ci = x2i * x1r - x2r * x1i;
-    const double rr = cr * twiddleRe[at] - ci * twiddleIm[at];
-    const double ri = cr * twiddleIm[at] + ci * twiddleRe[at];
+    // The transform of the segment under the window one sample later, w(n - 1): its taps turn
+    // by e^(-ijθ), θ = 2π / nFrames. Against x1 it turns by the frequency's offset from the bin's
+    // centre (Brown and Puckette's phase advance over one sample, less the bin's own); the
+    // window's value past either end, (π / nFrames)² at most, is too small to matter.
+    const auto at = static_cast<std::size_t>(k + kTaps);
+    double yr = coefficients[0] * uRe[at];
+    double yi = coefficients[0] * uIm[at];
+    for (int j = 1; j <= kTaps; j++) {
+        const double tr = twiddleRe[static_cast<std::size_t>(j)];
+        const double ti = twiddleIm[static_cast<std::size_t>(j)];
+        // e^(-ijθ) u(k - j) + e^(ijθ) u(k + j)
+        const double lr = uRe[at - j];
+        const double li = uIm[at - j];
+        const double hr = uRe[at + j];
+        const double hi = uIm[at + j];
+        yr += coefficients[j] * (tr * lr - ti * li + tr * hr + ti * hi);
+        yi += coefficients[j] * (tr * li + ti * lr + tr * hi - ti * hr);
+    }
+    const double xr = x1Re[static_cast<std::size_t>(k)];
+    const double xi = x1Im[static_cast<std::size_t>(k)];
+    const double rr = yr * xr + yi * xi;
+    const double ri = yi * xr - yr * xi;
     double offset = 0.0;
     if (rr > 0.0 && std::abs(ri) < 0.1 * rr) {
         // arctan by its series: the next term, t^11 / 11, is below 1e-12.
@@ -233,7 +267,7 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     harmonicsUsed = 0;
     if (nFrames == 0 || !(freq > 0.0) || !std::isfinite(freq))
         return freq;
-    transform(freq / hzPerBin >= kWideSpacingBins ? blackman : hann);
+    transform(freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
     Measurement m = measure(freq);
     if (m.used == 0)
         return freq;

@@ -29,7 +29,7 @@ namespace quorval {
 //
 // Units: frequencies in Hz; samples in any unit (integer units from the sound file).
 // Allocation: all storage is made by setupWithNFrames(); refine() allocates nothing and calls
-// no trigonometry beyond one arctangent per bin examined.
+// no trigonometry beyond an occasional arctangent.
 // Threading: one thread at a time per object; objects are independent.
 class PitchRefinerOC
 {
@@ -68,23 +68,29 @@ private:
         int used = 0;
     };
 
-    void transform(const std::vector<double> &window);
+    // Taps of the windows either side of a bin.
+    static constexpr int kTaps = 3;
+    // The segment's spectrum under the cosine-sum window with these coefficients.
+    void transform(const double (&window)[kTaps + 1]);
     [[nodiscard]] Measurement measure(double freq) const;
     // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.
     [[nodiscard]] double binOf(int k) const;
 
     int nFrames = 0;
     double hzPerBin = 0.0;
-    std::vector<double> segment;   // the samples last set
-    std::vector<double> hann;      // nFrames - 1 weights
-    std::vector<double> blackman;  // nFrames - 1 weights
-    std::vector<double> powers;    // |x1|² of each bin up to nFrames / 2
-    std::vector<double> re;        // the packed transform, real parts
-    std::vector<double> im;        // imaginary parts
+    std::vector<double> segment; // the samples last set
+    std::vector<double> powers;  // |x1|² of each bin below nFrames / 2
+    std::vector<double> x1Re;    // the windowed transform x1, bins below nFrames / 2
+    std::vector<double> x1Im;
+    std::vector<double> re;  // the half-length transform, real parts
+    std::vector<double> im;  // imaginary parts
+    std::vector<double> uRe; // the plain transform u(k), k = -kTaps .. nFrames / 2 + kTaps
+    std::vector<double> uIm;
     std::vector<double> twiddleRe; // e^(−2πik/nFrames), k < nFrames / 2
     std::vector<double> twiddleIm;
-    std::vector<int> bitReversed; // bit-reversal permutation
-    double strongest = 0.0;       // the greatest power of a bin in the present transform
+    double coefficients[kTaps + 1] = {}; // the window of the present transform
+    std::vector<int> bitReversed;        // bit-reversal permutation
+    double strongest = 0.0;              // the greatest power of a bin in the present transform
     int harmonicsUsed = 0;
 };
 
