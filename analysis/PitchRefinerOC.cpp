@@ -1,5 +1,7 @@
 #include "analysis/PitchRefinerOC.h"
 
+#include "analysis/FFTOC.h"
+
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -52,8 +54,6 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     powers.assign(half, 0.0);
     x1Re.assign(half, 0.0);
     x1Im.assign(half, 0.0);
-    re.assign(half, 0.0);
-    im.assign(half, 0.0);
     uRe.assign(half + 1 + 2 * kTaps, 0.0);
     uIm.assign(half + 1 + 2 * kTaps, 0.0);
     twiddleRe.assign(half, 0.0);
@@ -62,16 +62,10 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
         twiddleRe[k] = std::cos(twoPi * static_cast<double>(k) / frames);
         twiddleIm[k] = -std::sin(twoPi * static_cast<double>(k) / frames);
     }
-    bitReversed.assign(half, 0);
-    int bits = 0;
-    while ((std::size_t{1} << bits) < half)
-        bits++;
-    for (std::size_t i = 0; i < half; i++) {
-        std::size_t r = 0;
-        for (int b = 0; b < bits; b++)
-            r |= ((i >> b) & 1) << (bits - 1 - b);
-        bitReversed[i] = static_cast<int>(r);
-    }
+    int logN = 0;
+    while ((std::size_t{1} << logN) < half)
+        logN++;
+    (void)fft.setupWithLogN(logN);
     nFrames = frames;
     hzPerBin = binHz;
     return true;
@@ -85,43 +79,26 @@ void PitchRefinerOC::setSamples(const double *samples)
 void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
 {
     std::copy(std::begin(window), std::end(window), std::begin(coefficients));
-    // The plain transform of the real segment through one of half its length (even samples as
-    // real parts, odd ones as imaginary parts), radix-2 in time (Cooley and Tukey, 1965).
+    // The plain transform of the real segment, through the packed transform of half its length.
+    fft.compute(segment.data());
+    const FFTOC::Complex *z = fft.getPacked();
     const int m = nFrames / 2;
-    for (int i = 0; i < m; i++) {
-        const auto to = static_cast<std::size_t>(bitReversed[static_cast<std::size_t>(i)]);
-        re[to] = segment[static_cast<std::size_t>(2 * i)];
-        im[to] = segment[static_cast<std::size_t>(2 * i + 1)];
-    }
-    for (int half = 1; half < m; half *= 2) {
-        const int stride = nFrames / (2 * half);
-        for (int start = 0; start < m; start += 2 * half) {
-            for (int j = 0; j < half; j++) {
-                const auto a = static_cast<std::size_t>(start + j);
-                const auto b = a + static_cast<std::size_t>(half);
-                const auto t = static_cast<std::size_t>(j * stride);
-                const double wr = twiddleRe[t];
-                const double wi = twiddleIm[t];
-                const double xr = re[b] * wr - im[b] * wi;
-                const double xi = re[b] * wi + im[b] * wr;
-                re[b] = re[a] - xr;
-                im[b] = im[a] - xi;
-                re[a] += xr;
-                im[a] += xi;
-            }
-        }
-    }
     // Unpacked into u(k), k = 0 .. m, kept with kTaps values either side from its symmetry
     // u(-k) = u(k)*, u(m + k) = u(m - k)*, so that every window tap below finds its bin.
-    for (int k = 0; k <= m; k++) {
-        const auto at = static_cast<std::size_t>(k % m);
-        const auto mirror = static_cast<std::size_t>((m - k) % m);
-        const double er = 0.5 * (re[at] + re[mirror]);
-        const double ei = 0.5 * (im[at] - im[mirror]);
-        const double orr = 0.5 * (im[at] + im[mirror]);
-        const double oi = 0.5 * (re[mirror] - re[at]);
-        const double tr = k < m ? twiddleRe[static_cast<std::size_t>(k)] : -1.0;
-        const double ti = k < m ? twiddleIm[static_cast<std::size_t>(k)] : 0.0;
+    // Bins 0 and m pair z[0] with itself: u(0) = re + im, u(m) = re − im.
+    uRe[kTaps] = z[0].re + z[0].im;
+    uIm[kTaps] = 0.0;
+    uRe[static_cast<std::size_t>(m + kTaps)] = z[0].re - z[0].im;
+    uIm[static_cast<std::size_t>(m + kTaps)] = 0.0;
+    for (int k = 1; k < m; k++) {
+        const FFTOC::Complex a = z[k];
+        const FFTOC::Complex b = z[m - k];
+        const double er = 0.5 * (a.re + b.re);
+        const double ei = 0.5 * (a.im - b.im);
+        const double orr = 0.5 * (a.im + b.im);
+        const double oi = 0.5 * (b.re - a.re);
+        const double tr = twiddleRe[static_cast<std::size_t>(k)];
+        const double ti = twiddleIm[static_cast<std::size_t>(k)];
         const auto to = static_cast<std::size_t>(k + kTaps);
         uRe[to] = er + orr * tr - oi * ti;
         uIm[to] = ei + orr * ti + oi * tr;
@@ -138,12 +115,16 @@ void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
     }
     // The windowed transform: a cosine-sum window multiplies by a few complex exponentials,
     // which in the spectrum is a sum over neighbouring bins. Each bin's power, and the strongest.
+    // Taps whose coefficient is 0 (two of Hann's three) are left out.
+    int taps = kTaps;
+    while (taps > 0 && coefficients[taps] == 0.0)
+        taps--;
     strongest = 0.0;
     for (int k = 1; k < m; k++) {
         const auto at = static_cast<std::size_t>(k + kTaps);
         double xr = coefficients[0] * uRe[at];
         double xi = coefficients[0] * uIm[at];
-        for (int j = 1; j <= kTaps; j++) {
+        for (int j = 1; j <= taps; j++) {
             xr += coefficients[j] * (uRe[at - j] + uRe[at + j]);
             xi += coefficients[j] * (uIm[at - j] + uIm[at + j]);
         }
@@ -262,6 +243,24 @@ PitchRefinerOC::Measurement PitchRefinerOC::measure(double freq) const
     return m;
 }
 
+double PitchRefinerOC::powerBetween(double freq, int divisor) const
+{
+    double sum = 0.0;
+    const double lastBin = nFrames / 2 - 2;
+    for (int h = 1; h <= kMaxHarmonics; h++) {
+        const double p = h * freq / hzPerBin;
+        if (p > lastBin)
+            break;
+        if (p < 2.0 || h % divisor == 0)
+            continue;
+        double most = 0.0;
+        for (int k = static_cast<int>(std::ceil(p - 1.0)); k <= static_cast<int>(p + 1.0); k++)
+            most = std::max(most, powers[static_cast<std::size_t>(k)]);
+        sum += most;
+    }
+    return sum;
+}
+
 double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
 {
     harmonicsUsed = 0;
@@ -290,9 +289,13 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     for (int divisor = 2; !moved && divisor <= 3; divisor++) {
         if (!(m.freq / divisor >= freqMin))
             continue;
+        // The power near the harmonics between ours, real or not, bounds their share: most
+        // segments need no measurement of the candidate at all.
+        const double between = powerBetween(m.freq / divisor, divisor);
+        if (!(between > kDownShare / (1.0 - kDownShare) * 0.5 * m.power))
+            continue;
         const Measurement down = measure(m.freq / divisor);
         const double share = divisor == 2 ? down.oddShare : down.otherShare;
-
         // Every harmonic of ours is one of the candidate's: it must have found them.
         if (down.used > 0 && share > kDownShare && down.power >= 0.5 * m.power) {
             m = down;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "analysis/FFTOC.h"
+
 #include <vector>
 
 namespace quorval {
@@ -73,6 +75,8 @@ private:
     // The segment's spectrum under the cosine-sum window with these coefficients.
     void transform(const double (&window)[kTaps + 1]);
     [[nodiscard]] Measurement measure(double freq) const;
+    // The greatest power within a bin of each harmonic of freq that is no multiple of divisor.
+    [[nodiscard]] double powerBetween(double freq, int divisor) const;
     // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.
     [[nodiscard]] double binOf(int k) const;
 
@@ -89,7 +93,7 @@ private:
     std::vector<double> twiddleRe; // e^(−2πik/nFrames), k < nFrames / 2
     std::vector<double> twiddleIm;
     double coefficients[kTaps + 1] = {}; // the window of the present transform
-    std::vector<int> bitReversed;        // bit-reversal permutation
+    FFTOC fft;                           // the half-length transform of the packed segment
     double strongest = 0.0;              // the greatest power of a bin in the present transform
     int harmonicsUsed = 0;
 };
