@@ -37,7 +37,7 @@ class PitchRefinerOC
 {
 public:
     // Harmonics examined per candidate at most.
-    static constexpr int kMaxHarmonics = 40;
+    static constexpr int kMaxHarmonics = 24;
 
     PitchRefinerOC() = default;
     PitchRefinerOC(const PitchRefinerOC &) = delete;

@@ -250,12 +250,23 @@ double magnitudeAt(const std::vector<double> &x, double f)
     return std::hypot(re, im);
 }
 
-// Golden-section search for the spectrum's maximum within ±range Hz of f.
+// The spectrum's highest peak within ±range Hz of f: a scan a quarter of the resolution apart
+// finds it among the side lobes, a golden-section search pins it down.
 double peakNear(const std::vector<double> &x, double f, double range)
 {
     constexpr double phi = 0.6180339887498949;
-    double a = f - range;
-    double b = f + range;
+    const double step = 0.25 * kSampleRate / static_cast<double>(x.size());
+    double best = f;
+    double bestMagnitude = -1.0;
+    for (double g = f - range; g <= f + range; g += step) {
+        const double magnitude = magnitudeAt(x, g);
+        if (magnitude > bestMagnitude) {
+            bestMagnitude = magnitude;
+            best = g;
+        }
+    }
+    double a = best - step;
+    double b = best + step;
     double c = b - phi * (b - a);
     double d = a + phi * (b - a);
     double gc = magnitudeAt(x, c);
