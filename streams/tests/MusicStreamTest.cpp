@@ -284,11 +284,11 @@ TEST(MusicStream, refinePitchRecomputesAndOffGivesTheSearchBack)
     ASSERT_FALSE(refined.empty());
     double searchError = 0.0;
     for (std::size_t i = 0; i < refined.size(); i++) {
-        EXPECT_NEAR(refined[i], note, 0.005) << "segment " << i;
+        EXPECT_NEAR(refined[i], note, 0.002) << "segment " << i;
         searchError = std::max(searchError, std::abs(searched[i] - note));
     }
     // The search alone is coarser, or the comparison would say nothing.
-    EXPECT_GT(searchError, 0.005);
+    EXPECT_GT(searchError, 0.002);
     for (const MusicStream::SegmentValue &value : music->segmentValues()) {
         if (value.pitch > 0.0) {
             EXPECT_GT(value.goodness, 0.0);
