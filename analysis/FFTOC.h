@@ -53,6 +53,9 @@ public:
     [[nodiscard]] int getN() const { return n; }
     // The n + 1 magnitudes of the last transform (zero before the first).
     [[nodiscard]] const double *getResult() const { return result.data(); }
+    // The n-point complex transform of the last compute() before unpacking, in bin order: z[k]
+    // of the samples read as n complex values (zero before the first).
+    [[nodiscard]] const Complex *getPacked() const { return cArray.data(); }
     // result[k], k in 0 .. n.
     [[nodiscard]] double getValue(int k) const;
 

@@ -92,6 +92,9 @@ public:
 
     [[nodiscard]] double getFreq() const { return freq; }
     [[nodiscard]] double getGoodness() const { return goodness; }
+    // The segment's samples before compute(), which transforms them in place: unweighted after
+    // setupFromWavFile(), Hamming-weighted after setupWithSamples(). nFrames values.
+    [[nodiscard]] const double *getSamples() const { return samples.data(); }
     // The spectrum in dB after compute(), fftSize values (owned by the FFTOC).
     [[nodiscard]] const double *getFFTResult() const { return fftResult; }
     [[nodiscard]] int getFFTSize() const { return fftSize; }

@@ -1,8 +1,10 @@
 // The pitch of one segment at the default segmentation: 1024 samples at 44.1 kHz, notes 55 to 91
 // with 2 semitones of extension. Each iteration analyses the next of 64 segments (512 samples
-// apart) of a sound, with the sample read from a WAV file or from memory.
+// apart) of a sound, with the sample read from a WAV file or from memory; the "refined" runs add
+// the octave check and refinement of "Refine pitch".
 #include "analysis/FFTOC.h"
 #include "analysis/PeakDataSetOC.h"
+#include "analysis/PitchRefinerOC.h"
 #include "analysis/PitchResultOC.h"
 #include "analysis/WavFileOC.h"
 
@@ -117,7 +119,7 @@ struct Setup
     const double freqMax = noteHz(91.0 + 2.0);
 };
 
-void segmentPitch(benchmark::State &state, Sound sound, bool readFile)
+void segmentPitch(benchmark::State &state, Sound sound, bool readFile, bool refine = false)
 {
     Setup setup(sound);
     if (!setup.wavOk) {
@@ -125,6 +127,11 @@ void segmentPitch(benchmark::State &state, Sound sound, bool readFile)
         return;
     }
     PitchResultOC pitch;
+    PitchRefinerOC refiner;
+    if (!refiner.setupWithNFrames(kSegLength, kSampleRate / kSegLength)) {
+        state.SkipWithError("cannot set up the refiner");
+        return;
+    }
     int segment = 0;
     std::int64_t evaluations = 0;
     std::int64_t pitched = 0;
@@ -139,7 +146,11 @@ void segmentPitch(benchmark::State &state, Sound sound, bool readFile)
             pitch.setupWithSamples(setup.samples.data() + start, setup.fft, &setup.peaks, 2,
                                    setup.freqMin, setup.freqMax, 0.9, PeakDataSetOC::kDbLimit);
         }
+        if (refine)
+            refiner.setSamples(setup.samples.data() + start);
         pitch.compute();
+        if (refine && pitch.getFreq() > 0.0)
+            benchmark::DoNotOptimize(refiner.refine(pitch.getFreq(), setup.freqMin, setup.freqMax));
         benchmark::DoNotOptimize(pitch.getFreq());
         evaluations += setup.peaks.getGoodnessCount();
         pitched += pitch.getFreq() > 0.0 ? 1 : 0;
@@ -158,6 +169,10 @@ BENCHMARK_CAPTURE(segmentPitch, bowed_file, Sound::bowed, true);
 BENCHMARK_CAPTURE(segmentPitch, noise_memory, Sound::noise, false);
 BENCHMARK_CAPTURE(segmentPitch, noise_file, Sound::noise, true);
 BENCHMARK_CAPTURE(segmentPitch, silence_memory, Sound::silence, false);
+BENCHMARK_CAPTURE(segmentPitch, clean_memory_refined, Sound::clean, false, true);
+BENCHMARK_CAPTURE(segmentPitch, bowed_memory_refined, Sound::bowed, false, true);
+BENCHMARK_CAPTURE(segmentPitch, noise_memory_refined, Sound::noise, false, true);
+BENCHMARK_CAPTURE(segmentPitch, silence_memory_refined, Sound::silence, false, true);
 BENCHMARK_CAPTURE(segmentPitch, silence_file, Sound::silence, true);
 
 } // namespace

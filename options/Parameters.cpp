@@ -3,6 +3,7 @@
 #include "options/DeveloperMode.h"
 #include "options/Messages.h"
 #include "options/NoteNames.h"
+#include "options/FollowUps.h"
 
 #include <cmath>
 #include <utility>
@@ -148,6 +149,20 @@ Parameters::MaxFileLengthParameter::MaxFileLengthParameter()
 {
 }
 
+Parameters::RefinePitchParameter::RefinePitchParameter()
+    : BooleanParameter(QStringLiteral("Refine pitch"), false)
+{
+}
+
+bool Parameters::RefinePitchParameter::setValue(bool b)
+{
+    const bool changed = b != value();
+    (void)BooleanParameter::setValue(b);
+    if (changed)
+        requestRecompute();
+    return true;
+}
+
 Parameters::Parameters()
     : minor(key), completeness(QStringLiteral("Completeness"),
                                strings({u"Chromatic", u"Diatonic+2", u"Diatonic"}), std::nullopt,
@@ -217,7 +232,7 @@ Parameters::Parameters()
           &zoomIncrement}},
         {QStringLiteral("ProcessTab"),
          {&response, &frameOverlap, &numberOfInclusivePeaks, &inclusiveGoodnessThreshold,
-          &minimumPeakThreshold, &peakThresholdIncrement, &dbNoiseLimit}},
+          &minimumPeakThreshold, &peakThresholdIncrement, &dbNoiseLimit, &refinePitch}},
         {QStringLiteral("AudioTab"),
          {&analyzeStereoChannel, &oneTouchPlayRecord, &maxAudioFileLength}},
         {QStringLiteral("FilesTab"), {&checkForModifiedFiles, &checkForUpdatesOnStartup}},

@@ -103,6 +103,15 @@ public:
         MaxFileLengthParameter();
     };
 
+    // "Refine pitch": each segment's pitch is checked against its octaves and measured to a
+    // fraction of a cent. A change recomputes the analysis results.
+    class RefinePitchParameter : public BooleanParameter
+    {
+    public:
+        RefinePitchParameter();
+        bool setValue(bool b) override;
+    };
+
     // One page of options; the hidden page has an empty tab identifier.
     struct Page
     {
@@ -157,6 +166,7 @@ public:
     DoubleParameter minimumPeakThreshold;
     DoubleParameter peakThresholdIncrement;
     DoubleParameter dbNoiseLimit;
+    RefinePitchParameter refinePitch;
     // Page "Audio".
     ChoiceParameter analyzeStereoChannel;
     BooleanParameter oneTouchPlayRecord;

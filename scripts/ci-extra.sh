@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks beyond the test suite: a Release build running each benchmark briefly, and the
-# fuzz targets for a bounded time.
+# Checks beyond the test suite: a Release build running each benchmark briefly and the pitch
+# evaluation, and the fuzz targets for a bounded time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -12,6 +12,9 @@ for bench in build/release/bench/bench_*; do
     echo "== $bench"
     "$bench" --benchmark_min_time=0.05
 done
+# The pitch accuracy table on the generated corpus (renders only on demand: --renders).
+echo "== pitch evaluation"
+build/release/bench/pitch_evaluation
 
 # The queue and stream code again under ThreadSanitizer.
 if [ -f streams/CMakeLists.txt ]; then

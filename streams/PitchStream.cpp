@@ -48,7 +48,8 @@ PitchStream::PitchStream(const std::shared_ptr<WavStream> &wav, std::int64_t seg
           Parameters::shared().highestNote.value() + Parameters::shared().scaleExtension.value()),
       wavStream(wav), segLength(segLength), segSpacing(segSpacing), nFreqs(segLength / 2 + 1),
       fftLogN(logNFor(segLength)), fft(std::make_unique<FFTOC>()),
-      peakDataSet(std::make_unique<PeakDataSetOC>()), pitchResult(std::make_unique<PitchResultOC>())
+      peakDataSet(std::make_unique<PeakDataSetOC>()),
+      pitchResult(std::make_unique<PitchResultOC>()), refiner(std::make_unique<PitchRefinerOC>())
 {
     QUORVAL_CHECK(segSpacing > 0 && segLength > 0);
     QUORVAL_CHECK(nFreqs <= std::numeric_limits<int>::max());
@@ -63,6 +64,8 @@ PitchStream::PitchStream(const std::shared_ptr<WavStream> &wav, std::int64_t seg
     const SearchSettings search = searchSettings();
     setUpPeaks(*fft, *peakDataSet, search);
     peaksGeneration = search.generation;
+    // Segments under eight samples are left as the search finds them.
+    (void)refiner->setupWithNFrames(static_cast<int>(segLength), search.hzPerBin);
 }
 
 void PitchStream::setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks,
@@ -81,6 +84,7 @@ std::unique_ptr<PitchStream::Scratch> PitchStream::makeScratch() const
     const SearchSettings search = searchSettings();
     setUpPeaks(scratch->fft, scratch->peakDataSet, search);
     scratch->peaksGeneration = search.generation;
+    (void)scratch->refiner.setupWithNFrames(static_cast<int>(segLength), search.hzPerBin);
     return scratch;
 }
 
@@ -114,6 +118,7 @@ void PitchStream::setFrequencyRange()
     read.aFrequency = options.aFrequency.value();
     read.minPeakThreshold = options.minimumPeakThreshold.value();
     read.thresholdIncrement = options.peakThresholdIncrement.value();
+    read.refinePitch = options.refinePitch.value();
     // A × 2^((L − E − 69) / 12) in this form: low notes then get the same bits wherever the
     // wanted peak spacing is computed.
     read.peakLowFreq = read.aFrequency * std::exp2((lowest - extension - 69.0) / 12.0);
@@ -188,12 +193,13 @@ PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i)
 {
     // The scratch lock is never taken on the data queue, so waiting for it there cannot happen.
     std::lock_guard scratch(scratchMutex);
-    return computeSegment(i, *fft, *peakDataSet, peaksGeneration, *pitchResult, nullptr);
+    return computeSegment(i, *fft, *peakDataSet, peaksGeneration, *pitchResult, *refiner, nullptr);
 }
 
 PitchStream::SegmentResult
 PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &peaks,
                             std::uint64_t &peaksGenerationOf, PitchResultOC &probe,
+                            PitchRefinerOC &refinerOf,
                             const std::function<std::int64_t()> &chooseSegment_D)
 {
     QUORVAL_CHECK(!Quorval::dataQueue().isCurrent());
@@ -219,12 +225,14 @@ PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &pe
                                        search.goodnessThreshold, search.dbLimit);
     });
     if (result.inside && setUp)
-        finishSegment(probe, transform, peaks, peaksGenerationOf, search, result);
+        finishSegment(probe, transform, peaks, peaksGenerationOf, search, refinerOf,
+                      probe.getSamples(), result);
     return result;
 }
 
 void PitchStream::finishSegment(PitchResultOC &probe, FFTOC &transform, PeakDataSetOC &peaks,
                                 std::uint64_t &peaksGenerationOf, const SearchSettings &search,
+                                PitchRefinerOC &refinerOf, const double *samples,
                                 SegmentResult &result) const
 {
     // A reset may have changed the peak thresholds: the peak set follows before it is used.
@@ -232,11 +240,23 @@ void PitchStream::finishSegment(PitchResultOC &probe, FFTOC &transform, PeakData
         setUpPeaks(transform, peaks, search);
         peaksGenerationOf = search.generation;
     }
+    // compute() transforms the probe's samples in place: the refiner keeps its own copy.
+    if (search.refinePitch)
+        refinerOf.setSamples(samples);
     probe.compute();
-    const double freq = probe.getFreq();
+    double freq = probe.getFreq();
+    double goodnessOf = probe.getGoodness();
+    if (search.refinePitch && freq > 0.0) {
+        const double refined = refinerOf.refine(freq, search.freqMin, search.freqMax);
+        // The goodness of the pitch given, on the search's own scale.
+        if (refined != freq) {
+            freq = refined;
+            goodnessOf = peaks.computeGoodnessForFreq(freq);
+        }
+    }
     if (freq > 0.0) {
         result.pitch = std::log(freq / search.aFrequency) / kSemitoneLog + 69.0;
-        result.goodness = probe.getGoodness();
+        result.goodness = goodnessOf;
     }
 }
 
@@ -301,7 +321,8 @@ int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, 
                 scratch.samples.data() + offset, scratch.fft, &scratch.peakDataSet, search.nHighest,
                 search.freqMin, search.freqMax, search.goodnessThreshold, search.dbLimit);
             finishSegment(scratch.pitchResult, scratch.fft, scratch.peakDataSet,
-                          scratch.peaksGeneration, search, result);
+                          scratch.peaksGeneration, search, scratch.refiner,
+                          scratch.samples.data() + offset, result);
         }
         results.emplace_back(i, result);
     }
@@ -329,8 +350,8 @@ PitchStream::computeChosenInBackground(const std::function<std::int64_t()> &choo
 {
     std::unique_lock scratch(scratchMutex);
     std::int64_t chosen = -1;
-    const SegmentResult result =
-        computeSegment(chosen, *fft, *peakDataSet, peaksGeneration, *pitchResult, chooseSegment_D);
+    const SegmentResult result = computeSegment(chosen, *fft, *peakDataSet, peaksGeneration,
+                                                *pitchResult, *refiner, chooseSegment_D);
     scratch.unlock();
     if (chosen >= 0)
         storeResultInBackground(chosen, result);

@@ -2,6 +2,7 @@
 
 #include "analysis/FFTOC.h"
 #include "analysis/PeakDataSetOC.h"
+#include "analysis/PitchRefinerOC.h"
 #include "analysis/PitchResultOC.h"
 #include "streams/ResultStream.h"
 
@@ -86,6 +87,7 @@ public:
         double thresholdIncrement = 1.4142135623730951; // "Peak Threshold Increment"
         double peakLowFreq = 0.0;     // wanted peak spacing: the lowest note's frequency, Hz
         double hzPerBin = 0.0;        // spectrum bin width
+        bool refinePitch = false;     // "Refine pitch"
         std::uint64_t generation = 0; // bumped at every reading
     };
     [[nodiscard]] SearchSettings searchSettings() const;
@@ -102,6 +104,7 @@ public:
         FFTOC fft;
         PeakDataSetOC peakDataSet;
         PitchResultOC pitchResult;
+        PitchRefinerOC refiner;
         std::uint64_t peaksGeneration = 0; // the settings the peak set was made with
         std::vector<std::int64_t> todo;    // the block's segments still to compute
         std::vector<double> samples;       // the block's frames, integer units
@@ -151,11 +154,13 @@ private:
     // in that visit are newer than peaksGenerationOf.
     SegmentResult computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &peaks,
                                  std::uint64_t &peaksGenerationOf, PitchResultOC &result,
+                                 PitchRefinerOC &refinerOf,
                                  const std::function<std::int64_t()> &chooseSegment_D);
-    // Transforms the segment set up in probe and searches its pitch into result.
+    // Transforms the segment set up in probe and searches its pitch into result; with "Refine
+    // pitch" the refiner checks and refines it from the segment's unweighted samples.
     void finishSegment(PitchResultOC &probe, FFTOC &transform, PeakDataSetOC &peaks,
                        std::uint64_t &peaksGenerationOf, const SearchSettings &search,
-                       SegmentResult &result) const;
+                       PitchRefinerOC &refiner, const double *samples, SegmentResult &result) const;
     void setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, const SearchSettings &search) const;
     void storeResultInBackground(std::int64_t i, const SegmentResult &result);
     // Stores segment i's pitch, and its goodness into goodnessTarget if given, unless i has left
@@ -169,10 +174,11 @@ private:
     SearchSettings settings;           // guarded by settingsMutex
     std::uint64_t peaksGeneration = 0; // settings of the own peak set; guarded by scratchMutex
     int fftLogN = 0;
-    std::mutex scratchMutex; // guards fft, peakDataSet and pitchResult
+    std::mutex scratchMutex; // guards fft, peakDataSet, pitchResult and refiner
     std::unique_ptr<FFTOC> fft;
     std::unique_ptr<PeakDataSetOC> peakDataSet;
     std::unique_ptr<PitchResultOC> pitchResult;
+    std::unique_ptr<PitchRefinerOC> refiner;
     PitchResultOC spectrumResult; // crunch queue
 };
 

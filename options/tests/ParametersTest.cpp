@@ -175,6 +175,29 @@ TEST_F(ParametersTest, recolouringRefreshesTheTuningOffsetOnlyOutsideEqual)
     EXPECT_EQ(followUpCounts(), (FollowUpCounts{1, 0, 4, 3}));
 }
 
+TEST_F(ParametersTest, refinePitchShowsOnTheProcessPageAndRecomputesOnlyOnAChange)
+{
+    Parameters parameters;
+    EXPECT_FALSE(parameters.refinePitch.value());
+    QStringList shown;
+    const std::vector<Parameters::Page> pages = parameters.dialogPages();
+    ASSERT_EQ(pages[2].tabIdentifier, QStringLiteral("ProcessTab"));
+    for (const Parameter *p : pages[2].parameters)
+        if (!p->debug)
+            shown << p->name;
+    EXPECT_EQ(shown, (QStringList{QStringLiteral("Response"), QStringLiteral("Refine pitch")}));
+
+    EXPECT_TRUE(parameters.refinePitch.setValue(false));
+    EXPECT_FALSE(parameters.refinePitch.setFromText(QStringLiteral("yes")));
+    EXPECT_EQ(followUpCounts(), FollowUpCounts{});
+    EXPECT_TRUE(parameters.refinePitch.setFromText(QStringLiteral("true")));
+    EXPECT_TRUE(parameters.refinePitch.setValue(true));
+    EXPECT_EQ(followUpCounts(), (FollowUpCounts{0, 1, 0, 0}));
+    EXPECT_TRUE(Parameters().refinePitch.value());
+    parameters.refinePitch.resetToDefault();
+    EXPECT_FALSE(parameters.refinePitch.value());
+}
+
 TEST_F(ParametersTest, sharedLookupsReadTheStore)
 {
     Parameters parameters;

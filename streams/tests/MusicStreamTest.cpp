@@ -335,6 +335,42 @@ TEST(MusicStream, viewsByTypeAndShortSounds)
     EXPECT_FALSE(Quorval::needsRedisplay);
 }
 
+TEST(MusicStream, refinePitchRecomputesAndOffGivesTheSearchBack)
+{
+    Quorval::installOptionFollowUps();
+    Parameters &options = Parameters::shared();
+    OptionGuard refine(options.refinePitch);
+    const double note = 64.37;
+    auto music = MusicStream::create(soundOf(test::toneAt(note, 1.0)));
+    Quorval::setMusicStream(music);
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    const std::vector<double> searched = pitchesBetween(*music, 0.02, 0.98);
+
+    ASSERT_TRUE(options.refinePitch.setValue(true));
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    const std::vector<double> refined = pitchesBetween(*music, 0.02, 0.98);
+    ASSERT_EQ(refined.size(), searched.size());
+    ASSERT_FALSE(refined.empty());
+    double searchError = 0.0;
+    for (std::size_t i = 0; i < refined.size(); i++) {
+        EXPECT_NEAR(refined[i], note, 0.002) << "segment " << i;
+        searchError = std::max(searchError, std::abs(searched[i] - note));
+    }
+    // The search alone is coarser, or the comparison would say nothing.
+    EXPECT_GT(searchError, 0.002);
+    for (const MusicStream::SegmentValue &value : music->segmentValues()) {
+        if (value.pitch > 0.0) {
+            EXPECT_GT(value.goodness, 0.0);
+        }
+    }
+
+    // Off again: the search's own pitches, to the last bit.
+    ASSERT_TRUE(options.refinePitch.setValue(false));
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    EXPECT_EQ(pitchesBetween(*music, 0.02, 0.98), searched);
+    Quorval::setMusicStream(nullptr);
+}
+
 TEST(PitchStream, edgeOperations)
 {
     auto wav = soundOf(test::toneAt(69.0, 0.2)); // 8820 frames: segments 0 .. 16 start inside

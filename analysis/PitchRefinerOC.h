@@ -1,0 +1,101 @@
+#pragma once
+
+#include "analysis/FFTOC.h"
+
+#include <vector>
+
+namespace quorval {
+
+// Checks the pitch the harmonic search found for one segment against its octave and twelfth
+// above and below, and refines it far below a cent.
+//
+// Two transforms one sample apart (Brown and Puckette, "A high resolution fundamental frequency
+// determination based on phase changes of the Fourier transform", JASA 94, 1993) give every
+// bin's frequency from its phase advance, exact for a lone steady partial whatever the window.
+// A harmonic of a candidate fundamental counts only where a bin near it has both real power and
+// a phase advance that points at the harmonic itself: the skirts of a neighbouring partial point
+// at that partial, and side-lobe ripple and noise rarely point anywhere in particular, so they
+// cannot pose as harmonics the way a peak over a magnitude spectrum can.
+// - Octave safety: when the odd harmonics of the candidate hold almost no such power, the pitch
+//   is its octave above (likewise the harmonics that are no multiple of three for the twelfth);
+//   when the odd harmonics of the octave below (or the non-multiples of three of the twelfth
+//   below) hold a fair share, the pitch is that one.
+// - Precision: the fundamental is the mean of each matched harmonic's frequency over its number,
+//   weighted by power × number² (the inverse of each estimate's variance in white noise). A
+//   phase advance is the power-weighted mean of the instantaneous frequency over the window, so
+//   vibrato shifts a segment's value only by the curvature of its course, which averages out.
+//
+// Window: Hann (Hann's main lobe is two bins wide on each side, so harmonics four bins apart, the
+// closest the segmentation gives, stay apart) or, where harmonics are far apart, a four-term
+// Blackman–Harris (Harris, Proc. IEEE 66, 1978), whose side lobes leak far less into them.
+//
+// Units: frequencies in Hz; samples in any unit (integer units from the sound file).
+// Allocation: all storage is made by setupWithNFrames(); refine() allocates nothing and calls
+// no trigonometry beyond an occasional arctangent.
+// Threading: one thread at a time per object; objects are independent.
+class PitchRefinerOC
+{
+public:
+    // Harmonics examined per candidate at most.
+    static constexpr int kMaxHarmonics = 24;
+
+    PitchRefinerOC() = default;
+    PitchRefinerOC(const PitchRefinerOC &) = delete;
+    PitchRefinerOC &operator=(const PitchRefinerOC &) = delete;
+
+    // nFrames: samples per segment, a power of two from 8 to 2^24; hzPerBin: the sample rate over
+    // nFrames, positive and finite. False (and the object unusable) otherwise.
+    [[nodiscard]] bool setupWithNFrames(int nFrames, double hzPerBin);
+
+    // Copies the segment's nFrames samples (unweighted), to be refined later: the harmonic
+    // search transforms its own copy in place.
+    void setSamples(const double *samples);
+    // The pitch in Hz of the samples last set, given freq (Hz), the pitch the harmonic search
+    // found; only pitches from freqMin (inclusive) to freqMax (exclusive) are taken. Answers
+    // freq itself when it is not positive, when no harmonic can be measured, or before set-up.
+    [[nodiscard]] double refine(double freq, double freqMin, double freqMax);
+
+    [[nodiscard]] int getNFrames() const { return nFrames; }
+    // Harmonics matched for the last answer (0 when it is freq unchanged).
+    [[nodiscard]] int getHarmonicsUsed() const { return harmonicsUsed; }
+
+private:
+    // What the harmonics of one candidate show.
+    struct Measurement
+    {
+        double freq = 0.0;       // weighted fundamental from the matched harmonics, Hz; 0: none
+        double power = 0.0;      // their total power
+        double oddShare = 0.0;   // share of the power at odd harmonics
+        double otherShare = 0.0; // share at harmonics that are no multiple of three
+        int used = 0;
+    };
+
+    // Taps of the windows either side of a bin.
+    static constexpr int kTaps = 3;
+    // The segment's spectrum under the cosine-sum window with these coefficients.
+    void transform(const double (&window)[kTaps + 1]);
+    [[nodiscard]] Measurement measure(double freq) const;
+    // The greatest power within a bin of each harmonic of freq that is no multiple of divisor.
+    [[nodiscard]] double powerBetween(double freq, int divisor) const;
+    // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.
+    [[nodiscard]] double binOf(int k) const;
+
+    int nFrames = 0;
+    double hzPerBin = 0.0;
+    std::vector<double> segment; // the samples last set
+    std::vector<double> powers;  // |x1|² of each bin below nFrames / 2
+    std::vector<double> x1Re;    // the windowed transform x1, bins below nFrames / 2
+    std::vector<double> x1Im;
+    std::vector<double> re;  // the half-length transform, real parts
+    std::vector<double> im;  // imaginary parts
+    std::vector<double> uRe; // the plain transform u(k), k = -kTaps .. nFrames / 2 + kTaps
+    std::vector<double> uIm;
+    std::vector<double> twiddleRe; // e^(−2πik/nFrames), k < nFrames / 2
+    std::vector<double> twiddleIm;
+    double coefficients[kTaps + 1] = {}; // the window of the present transform
+    FFTOC fft;                           // the half-length transform of the packed segment
+    double strongest = 0.0;              // the greatest power of a bin in the present transform
+    int harmonicsUsed = 0;
+};
+
+} // namespace quorval

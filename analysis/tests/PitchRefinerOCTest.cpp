@@ -1,0 +1,187 @@
+#include "analysis/PitchRefinerOC.h"
+
+#include "analysis/FFTOC.h"
+#include "analysis/PeakDataSetOC.h"
+#include "analysis/PitchResultOC.h"
+#include "analysis/tests/support/TestSignals.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+namespace quorval {
+namespace {
+
+using namespace testsignals;
+
+constexpr int kSegLength = 1024;
+const double kHzPerBin = kSampleRate / kSegLength;
+// The default note range, 55 to 91, with two semitones on either side.
+const double kFreqMin = noteToHz(53.0);
+const double kFreqMax = noteToHz(93.0);
+
+// The harmonic search of one segment, as the pitch stream sets it up, and its refinement.
+struct Analysis
+{
+    Analysis()
+    {
+        (void)fft.setupWithLogN(9);
+        (void)peaks.setupWithN(fft.getN() + 1, fft.getResult(), 0.5, kHzPerBin, kFreqMin,
+                               std::sqrt(2.0));
+        ok = refiner.setupWithNFrames(kSegLength, kHzPerBin);
+    }
+
+    // The search's pitch and the refined one, Hz.
+    std::pair<double, double> pitches(const double *segment)
+    {
+        result.setupWithSamples(segment, fft, &peaks, 2, kFreqMin, kFreqMax, 0.9,
+                                PeakDataSetOC::kDbLimit);
+        refiner.setSamples(segment);
+        result.compute();
+        return {result.getFreq(), refiner.refine(result.getFreq(), kFreqMin, kFreqMax)};
+    }
+
+    FFTOC fft;
+    PeakDataSetOC peaks;
+    PitchResultOC result;
+    PitchRefinerOC refiner;
+    bool ok = false;
+};
+
+TEST(PitchRefinerOC, candidatesAnOctaveOrTwelfthOffMoveToThePitch)
+{
+    PitchRefinerOC refiner;
+    ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
+    for (const Timbre timbre : {Timbre::sawtooth, Timbre::clarinet, Timbre::weakFundamental}) {
+        for (const double note : {62.3, 70.8, 77.4}) {
+            SCOPED_TRACE(std::string(timbreName(timbre)) + " at note " + std::to_string(note));
+            const double f = noteToHz(note);
+            Tone shape{.freqHz = f, .timbre = timbre, .seed = static_cast<std::uint32_t>(note)};
+            std::vector<double> segment = tone(shape, kSegLength);
+            mix(segment, whiteNoise(200.0, kSegLength, 7));
+            refiner.setSamples(segment.data());
+            // A start a few cents off, as the search leaves it, at the pitch and its relatives.
+            for (const double factor : {1.0, 0.5, 1.0 / 3.0, 2.0}) {
+                const double start = detuneHz(f * factor, 4.0);
+                if (!(start >= kFreqMin && start < kFreqMax))
+                    continue;
+                EXPECT_NEAR(centsBetween(refiner.refine(start, kFreqMin, kFreqMax), f), 0.0, 0.5)
+                    << "starting at " << factor << " × the pitch";
+            }
+        }
+    }
+    // A sine has no harmonics to tell octaves apart: it stays where it is.
+    refiner.setSamples(sine(440.0, 8000.0, kSegLength).data());
+    EXPECT_NEAR(centsBetween(refiner.refine(440.0, kFreqMin, kFreqMax), 440.0), 0.0, 0.2);
+}
+
+TEST(PitchRefinerOC, fixesTheOctaveErrorsOfTheSearchInNoise)
+{
+    // Odd-harmonic and weak-fundamental tones at 10 dB SNR: the search's side-lobe and noise
+    // peaks make it take the octave below now and then.
+    Analysis analysis;
+    ASSERT_TRUE(analysis.ok);
+    int searchOctaves = 0;
+    int refinedOff = 0;
+    for (const Timbre timbre : {Timbre::clarinet, Timbre::weakFundamental}) {
+        for (int i = 0; i < 24; i++) {
+            const double f = noteToHz(65.0 + i);
+            Tone shape{.freqHz = f, .timbre = timbre, .seed = static_cast<std::uint32_t>(i + 1)};
+            std::vector<double> segment = tone(shape, kSegLength);
+            double power = 0.0;
+            for (double v : segment)
+                power += v * v;
+            const double rms = std::sqrt(power / kSegLength);
+            // Uniform noise of amplitude a has RMS a / √3.
+            mix(segment, whiteNoise(rms * std::sqrt(3.0) / std::sqrt(10.0), kSegLength,
+                                    static_cast<std::uint32_t>(100 + i)));
+            const auto [search, refined] = analysis.pitches(segment.data());
+            const double searchCents = search > 0.0 ? std::abs(centsBetween(search, f)) : NAN;
+            const bool octave = std::abs(searchCents - 1200.0) < 50.0;
+            searchOctaves += octave ? 1 : 0;
+            // Octaves are the matter here (precision is the next test's), and the search's own
+            // answer or its octave is where the refinement starts from.
+            if ((octave || searchCents < 50.0) && !(std::abs(centsBetween(refined, f)) < 50.0))
+                refinedOff++;
+        }
+    }
+    ASSERT_GT(searchOctaves, 0) << "no octave error left for the refinement to fix";
+    EXPECT_EQ(refinedOff, 0);
+}
+
+TEST(PitchRefinerOC, measuresDetunedTonesToAFifthOfACent)
+{
+    Analysis analysis;
+    ASSERT_TRUE(analysis.ok);
+    double worstSearch = 0.0;
+    for (const Timbre timbre : allTimbres()) {
+        for (const double cents : {-43.0, -17.5, 8.2, 31.0}) {
+            // Harmonics ten bins apart or more; closer ones leak into each other by a cent or so.
+            for (const double note : {69.0, 75.0, 81.0}) {
+                const double f = detuneHz(noteToHz(note), cents);
+                Tone shape{.freqHz = f, .timbre = timbre, .seed = 3};
+                const std::vector<double> segment = tone(shape, kSegLength);
+                const auto [search, refined] = analysis.pitches(segment.data());
+                worstSearch = std::max(worstSearch, std::abs(centsBetween(search, f)));
+                EXPECT_NEAR(centsBetween(refined, f), 0.0, 0.2)
+                    << timbreName(timbre) << " at note " << note << " " << cents << " cents";
+            }
+        }
+    }
+    // The comparison means something only where the search itself is coarser.
+    EXPECT_GT(worstSearch, 0.2);
+}
+
+TEST(PitchRefinerOC, keepsTheMeanOfVibrato)
+{
+    // Ten whole cycles of ±30 cents at 5 Hz: the segments' mean is the centre pitch, as the mean
+    // of the true pitch at the segments' centres is.
+    const double centre = noteToHz(64.4);
+    const double seconds = 2.0;
+    const int length = static_cast<int>(seconds * kSampleRate) + kSegLength;
+    Tone shape{.freqHz = centre, .vibratoHz = 5.0, .vibratoDepthCents = 30.0, .seed = 9};
+    const std::vector<double> sound = tone(shape, length);
+    Analysis analysis;
+    ASSERT_TRUE(analysis.ok);
+    double sumRefined = 0.0;
+    double sumTrue = 0.0;
+    double worst = 0.0;
+    int count = 0;
+    for (int start = 0; start + kSegLength <= length && start < seconds * kSampleRate;
+         start += kSegLength / 2) {
+        const double t = (start + kSegLength / 2.0) / kSampleRate;
+        const double truth = 30.0 * std::sin(2.0 * M_PI * 5.0 * t);
+        const double refined = centsBetween(analysis.pitches(sound.data() + start).second, centre);
+        sumRefined += refined;
+        sumTrue += truth;
+        worst = std::max(worst, std::abs(refined - truth));
+        count++;
+    }
+    EXPECT_NEAR(sumRefined / count, sumTrue / count, 0.3);
+    // Each segment follows the swing, within what its length blurs of it.
+    EXPECT_LT(worst, 3.0);
+}
+
+TEST(PitchRefinerOC, refusesBadSizesAndAnswersTheGivenPitchWhenItCannotMeasure)
+{
+    PitchRefinerOC refiner;
+    EXPECT_FALSE(refiner.setupWithNFrames(1000, kHzPerBin));
+    EXPECT_FALSE(refiner.setupWithNFrames(4, kHzPerBin));
+    EXPECT_FALSE(refiner.setupWithNFrames(kSegLength, 0.0));
+    EXPECT_FALSE(refiner.setupWithNFrames(kSegLength, NAN));
+    // Not set up: nothing to measure with.
+    EXPECT_EQ(refiner.refine(440.0, kFreqMin, kFreqMax), 440.0);
+    ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
+    refiner.setSamples(silence(kSegLength).data());
+    EXPECT_EQ(refiner.refine(440.0, kFreqMin, kFreqMax), 440.0);
+    EXPECT_EQ(refiner.getHarmonicsUsed(), 0);
+    refiner.setSamples(tone(Tone{.freqHz = 440.0}, kSegLength).data());
+    EXPECT_EQ(refiner.refine(0.0, kFreqMin, kFreqMax), 0.0);
+    EXPECT_EQ(refiner.refine(-5.0, kFreqMin, kFreqMax), -5.0);
+    // A pitch the range leaves out is not taken.
+    EXPECT_EQ(refiner.refine(441.0, kFreqMin, 400.0), 441.0);
+}
+
+} // namespace
+} // namespace quorval

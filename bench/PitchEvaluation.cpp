@@ -1,0 +1,591 @@
+// Scores the segment pitch against known pitches, with and without refinement, and prints one
+// table side by side. The corpus is generated from fixed seeds:
+// - harmonic tones (sawtooth, weak fundamental, odd harmonics, sine), steady, with vibrato and
+//   with white noise at 30, 20 and 10 dB SNR, on notes C3 to C5, each with its own detuning;
+// - the same down to C2 with "Lowest Note" lowered;
+// - with --renders, software-instrument renders made with fluidsynth and the General MIDI
+//   SoundFont (pitch-bend range set, reverb and chorus off), each note detuned by pitch bend.
+//   A SoundFont's samples are not tuned to the cent, so a render's true pitch is measured on the
+//   audio itself: a long Hann-windowed estimate over the note's steady part.
+// Each "file" is analysed as a user would: default options, with "Lowest Note" and "Highest
+// Note" set to the file's notes. --notes N sets the notes per file (default 12: small enough for
+// CI; longer sets on demand).
+#include "analysis/FFTOC.h"
+#include "analysis/PeakDataSetOC.h"
+#include "analysis/PitchRefinerOC.h"
+#include "analysis/PitchResultOC.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <numbers>
+#include <random>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace quorval;
+
+constexpr double kSampleRate = 44100.0;
+constexpr double kTwoPi = 2.0 * std::numbers::pi;
+
+double noteHz(double note)
+{
+    return 440.0 * std::exp2((note - 69.0) / 12.0);
+}
+
+double centsBetween(double f, double reference)
+{
+    return 1200.0 * std::log2(f / reference);
+}
+
+// Uniform in [lo, hi) from the generator's raw output, the same on every platform.
+double uniform(std::mt19937 &random, double lo, double hi)
+{
+    return lo + (hi - lo) * (random() / 4294967296.0);
+}
+
+double gaussian(std::mt19937 &random)
+{
+    const double u = uniform(random, 1e-12, 1.0);
+    const double v = uniform(random, 0.0, 1.0);
+    return std::sqrt(-2.0 * std::log(u)) * std::cos(kTwoPi * v);
+}
+
+struct Note
+{
+    double startSeconds = 0.0;
+    double endSeconds = 0.0;
+    double pitchHz = 0.0;         // the centre pitch
+    double vibratoCents = 0.0;    // depth (peak)
+    double vibratoPhase = 0.0;    // radians at the start
+    std::vector<double> segments; // filled while scoring: signed error of each, cents
+};
+
+struct Sound
+{
+    std::string group;
+    std::vector<double> samples; // integer units
+    std::vector<Note> notes;
+    double lowestNote = 0.0;
+    double highestNote = 0.0;
+};
+
+constexpr double kVibratoHz = 5.5;
+
+double pitchAt(const Note &note, double t)
+{
+    const double cents =
+        note.vibratoCents *
+        std::sin(kTwoPi * kVibratoHz * (t - note.startSeconds) + note.vibratoPhase);
+    return note.pitchHz * std::exp2(cents / 1200.0);
+}
+
+enum class Timbre
+{
+    sawtooth,
+    weakFundamental,
+    oddHarmonics,
+    sine
+};
+
+double partial(Timbre timbre, int h)
+{
+    switch (timbre) {
+    case Timbre::sawtooth:
+        return 1.0 / h;
+    case Timbre::weakFundamental:
+        return h == 1 ? 0.03 : 1.0 / h;
+    case Timbre::oddHarmonics:
+        return h % 2 == 1 ? 1.0 / h : 0.0;
+    case Timbre::sine:
+        return h == 1 ? 1.0 : 0.0;
+    }
+    return 0.0;
+}
+
+Sound synthesize(const std::string &group, Timbre timbre, double lowNote, double highNote,
+                 int noteCount, double vibratoCents, double snrDb, std::uint32_t seed)
+{
+    std::mt19937 random(seed);
+    Sound sound;
+    sound.group = group;
+    const double noteSeconds = 0.5;
+    const auto total = static_cast<std::size_t>(noteCount * noteSeconds * kSampleRate);
+    std::vector<double> clean(total, 0.0);
+    double low = 1e9;
+    double high = -1e9;
+    for (int n = 0; n < noteCount; n++) {
+        Note note;
+        const double midi = std::floor(uniform(random, lowNote, highNote + 1.0));
+        low = std::min(low, midi);
+        high = std::max(high, midi);
+        note.pitchHz = noteHz(midi + uniform(random, -0.45, 0.45));
+        note.startSeconds = n * noteSeconds;
+        note.endSeconds = (n + 1) * noteSeconds;
+        note.vibratoCents = vibratoCents;
+        note.vibratoPhase = uniform(random, 0.0, kTwoPi);
+        std::vector<double> phases(64);
+        for (double &p : phases)
+            p = uniform(random, 0.0, kTwoPi);
+        const auto first = static_cast<std::size_t>(note.startSeconds * kSampleRate);
+        const auto last = static_cast<std::size_t>(note.endSeconds * kSampleRate);
+        double phase = 0.0;
+        for (std::size_t i = first; i < last && i < total; i++) {
+            const double t = static_cast<double>(i) / kSampleRate;
+            // 10 ms ramps at both ends, so that note changes do not click.
+            const double ramp =
+                std::min({1.0, (t - note.startSeconds) / 0.01, (note.endSeconds - t) / 0.01});
+            double v = 0.0;
+            const double f = pitchAt(note, t);
+            for (int h = 1; h <= 64 && h * f < 0.45 * kSampleRate; h++)
+                v += partial(timbre, h) *
+                     std::sin(h * phase + phases[static_cast<std::size_t>(h - 1)]);
+            clean[i] = ramp * v;
+            phase += kTwoPi * f / kSampleRate;
+        }
+        sound.notes.push_back(note);
+    }
+    double power = 0.0;
+    for (double v : clean)
+        power += v * v;
+    const double rms = std::sqrt(power / static_cast<double>(total));
+    const double scale = 6000.0 / rms;
+    const double noise = std::isfinite(snrDb) ? std::pow(10.0, -snrDb / 20.0) * 6000.0 : 0.0;
+    sound.samples.resize(total);
+    for (std::size_t i = 0; i < total; i++)
+        sound.samples[i] =
+            std::round(std::clamp(clean[i] * scale + noise * gaussian(random), -32768.0, 32767.0));
+    sound.lowestNote = low;
+    sound.highestNote = high;
+    return sound;
+}
+
+// --- Renders ---------------------------------------------------------------------------------
+
+void putVariable(std::string &out, std::uint32_t value)
+{
+    std::uint8_t bytes[5];
+    int n = 0;
+    bytes[n++] = value & 0x7f;
+    while ((value >>= 7) != 0)
+        bytes[n++] = static_cast<std::uint8_t>((value & 0x7f) | 0x80);
+    while (n > 0)
+        out.push_back(static_cast<char>(bytes[--n]));
+}
+
+// A one-track MIDI file: one note at a time on channel 0, each detuned by pitch bend.
+std::string midiFile(int program, const std::vector<int> &keys, const std::vector<double> &cents,
+                     double noteSeconds, double gapSeconds, int bendRange)
+{
+    const int division = 480; // ticks per quarter at 120 bpm: 960 ticks a second
+    std::string track;
+    const auto event = [&track](std::uint32_t delta, std::initializer_list<int> bytes) {
+        putVariable(track, delta);
+        for (int b : bytes)
+            track.push_back(static_cast<char>(b));
+    };
+    event(0, {0xc0, program});
+    // Pitch-bend range by registered parameter 0; reverb and chorus sends off.
+    event(0, {0xb0, 101, 0});
+    event(0, {0xb0, 100, 0});
+    event(0, {0xb0, 6, bendRange});
+    event(0, {0xb0, 38, 0});
+    event(0, {0xb0, 91, 0});
+    event(0, {0xb0, 93, 0});
+    const auto ticks = [](double seconds) { return static_cast<std::uint32_t>(seconds * 960.0); };
+    std::uint32_t pending = ticks(0.2);
+    for (std::size_t n = 0; n < keys.size(); n++) {
+        const int bend = std::clamp(
+            static_cast<int>(std::lround(8192.0 + cents[n] / (100.0 * bendRange) * 8192.0)), 0,
+            16383);
+        event(pending, {0xe0, bend & 0x7f, bend >> 7});
+        event(0, {0x90, keys[n], 100});
+        event(ticks(noteSeconds), {0x80, keys[n], 0});
+        pending = ticks(gapSeconds);
+    }
+    event(ticks(0.5), {0xff, 0x2f, 0x00});
+    std::string file = "MThd";
+    const auto be32 = [](std::string &s, std::uint32_t v) {
+        for (int shift = 24; shift >= 0; shift -= 8)
+            s.push_back(static_cast<char>((v >> shift) & 0xff));
+    };
+    be32(file, 6);
+    file += std::string{
+        0, 0, 0, 1, static_cast<char>(division >> 8), static_cast<char>(division & 0xff)};
+    file += "MTrk";
+    be32(file, static_cast<std::uint32_t>(track.size()));
+    file += track;
+    return file;
+}
+
+// The Hann-windowed spectrum magnitude of x at f Hz, by direct sum.
+double magnitudeAt(const std::vector<double> &x, double f)
+{
+    const double step = kTwoPi * f / kSampleRate;
+    double re = 0.0;
+    double im = 0.0;
+    const auto n = x.size();
+    // A rotation per sample instead of a sine and cosine each.
+    double c = 1.0;
+    double s = 0.0;
+    const double dc = std::cos(step);
+    const double ds = std::sin(step);
+    for (std::size_t i = 0; i < n; i++) {
+        const double w = 0.5 - 0.5 * std::cos(kTwoPi * (i + 0.5) / n);
+        re += w * x[i] * c;
+        im -= w * x[i] * s;
+        const double nc = c * dc - s * ds;
+        s = s * dc + c * ds;
+        c = nc;
+    }
+    return std::hypot(re, im);
+}
+
+// The spectrum's highest peak within ±range Hz of f: a scan a quarter of the resolution apart
+// finds it among the side lobes, a golden-section search pins it down.
+double peakNear(const std::vector<double> &x, double f, double range)
+{
+    constexpr double phi = 0.6180339887498949;
+    const double step = 0.25 * kSampleRate / static_cast<double>(x.size());
+    double best = f;
+    double bestMagnitude = -1.0;
+    for (double g = f - range; g <= f + range; g += step) {
+        const double magnitude = magnitudeAt(x, g);
+        if (magnitude > bestMagnitude) {
+            bestMagnitude = magnitude;
+            best = g;
+        }
+    }
+    double a = best - step;
+    double b = best + step;
+    double c = b - phi * (b - a);
+    double d = a + phi * (b - a);
+    double gc = magnitudeAt(x, c);
+    double gd = magnitudeAt(x, d);
+    while (b - a > 1e-5) {
+        if (gc > gd) {
+            b = d;
+            d = c;
+            gd = gc;
+            c = b - phi * (b - a);
+            gc = magnitudeAt(x, c);
+        } else {
+            a = c;
+            c = d;
+            gc = gd;
+            d = a + phi * (b - a);
+            gd = magnitudeAt(x, d);
+        }
+    }
+    return 0.5 * (a + b);
+}
+
+// The pitch of a long steady stretch: each of the first harmonics located to a thousandth of a
+// hertz on its own spectral peak, combined weighted by power × number², the weighting under which
+// the refinement measures too (it decides what "pitch" means when partials are stretched).
+double referencePitch(const std::vector<double> &x, double guessHz)
+{
+    const double resolution = kSampleRate / static_cast<double>(x.size());
+    const double f1 = peakNear(x, guessHz, std::max(2.0 * resolution, guessHz * 0.03));
+    double weightSum = 0.0;
+    double weighted = 0.0;
+    double estimate = f1;
+    for (int h = 1; h <= 12 && h * estimate < 8000.0; h++) {
+        const double f = h == 1 ? f1 : peakNear(x, h * estimate, 2.0 * resolution);
+        const double m = magnitudeAt(x, f);
+        const double weight = m * m * h * h;
+        weightSum += weight;
+        weighted += weight * f / h;
+        estimate = weighted / weightSum;
+    }
+    return estimate;
+}
+
+bool renderInstrument(const std::string &name, int program, int lowKey, int highKey, int noteCount,
+                      std::uint32_t seed, Sound &sound)
+{
+    const std::string soundFont = "/usr/share/sounds/sf2/FluidR3_GM.sf2";
+    if (!std::filesystem::exists(soundFont))
+        return false;
+    std::mt19937 random(seed);
+    std::vector<int> keys;
+    std::vector<double> cents;
+    for (int n = 0; n < noteCount; n++) {
+        keys.push_back(static_cast<int>(std::floor(uniform(random, lowKey, highKey + 1.0))));
+        cents.push_back(uniform(random, -40.0, 40.0));
+    }
+    const double noteSeconds = 0.8;
+    const double gapSeconds = 0.25;
+    const auto dir =
+        std::filesystem::temp_directory_path() / ("quorval-eval-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+    const auto mid = dir / (name + ".mid");
+    const auto raw = dir / (name + ".raw");
+    {
+        std::ofstream out(mid, std::ios::binary);
+        out << midiFile(program, keys, cents, noteSeconds, gapSeconds, 2);
+    }
+    const std::string command = "fluidsynth -ni -q -R 0 -C 0 -g 0.6 -r 44100 -T raw -O s16 -E "
+                                "little -F '" +
+                                raw.string() + "' '" + soundFont + "' '" + mid.string() +
+                                "' > /dev/null 2>&1";
+    const bool rendered = std::system(command.c_str()) == 0 && std::filesystem::exists(raw);
+    std::vector<std::int16_t> pcm;
+    if (rendered) {
+        std::ifstream in(raw, std::ios::binary);
+        in.seekg(0, std::ios::end);
+        pcm.resize(static_cast<std::size_t>(in.tellg()) / 2);
+        in.seekg(0);
+        in.read(reinterpret_cast<char *>(pcm.data()), static_cast<std::streamsize>(2 * pcm.size()));
+    }
+    std::filesystem::remove_all(dir);
+    if (pcm.size() < 4)
+        return false;
+    sound.group = "render " + name;
+    sound.samples.resize(pcm.size() / 2);
+    for (std::size_t i = 0; i < sound.samples.size(); i++)
+        sound.samples[i] = std::round(0.5 * (pcm[2 * i] + pcm[2 * i + 1]));
+    sound.lowestNote = *std::min_element(keys.begin(), keys.end());
+    sound.highestNote = *std::max_element(keys.begin(), keys.end());
+    for (int n = 0; n < noteCount; n++) {
+        Note note;
+        note.startSeconds = 0.2 + n * (noteSeconds + gapSeconds) + 0.12;
+        note.endSeconds = 0.2 + n * (noteSeconds + gapSeconds) + noteSeconds;
+        const auto first = static_cast<std::size_t>(note.startSeconds * kSampleRate);
+        const auto last =
+            std::min(sound.samples.size(), static_cast<std::size_t>(note.endSeconds * kSampleRate));
+        if (last <= first + 4096)
+            continue;
+        const std::vector<double> steady(sound.samples.begin() + static_cast<std::ptrdiff_t>(first),
+                                         sound.samples.begin() + static_cast<std::ptrdiff_t>(last));
+        note.pitchHz = referencePitch(steady, noteHz(keys[static_cast<std::size_t>(n)] +
+                                                     cents[static_cast<std::size_t>(n)] / 100.0));
+        sound.notes.push_back(note);
+    }
+    return true;
+}
+
+// --- Analysis and scoring --------------------------------------------------------------------
+
+struct Scores
+{
+    std::map<std::string, std::vector<Note>> byGroup;
+};
+
+// Segment pitches of one sound as the pitch stream computes them at default options with the
+// note range of the file, the second run with refinement.
+void analyse(const Sound &sound, bool refined, Scores &scores)
+{
+    const double lowest = noteHz(sound.lowestNote);
+    const double wanted = 4.0 / lowest * kSampleRate;
+    int segLength = 1;
+    while (segLength < wanted)
+        segLength *= 2;
+    const int segSpacing = segLength / 2;
+    const double freqMin = noteHz(sound.lowestNote - 2.0);
+    const double freqMax = noteHz(sound.highestNote + 2.0);
+    FFTOC fft;
+    int logN = 0;
+    while ((1 << logN) < segLength / 2)
+        logN++;
+    (void)fft.setupWithLogN(logN);
+    PeakDataSetOC peaks;
+    (void)peaks.setupWithN(segLength / 2 + 1, fft.getResult(), 0.5, kSampleRate / segLength,
+                           freqMin, std::sqrt(2.0));
+    PitchResultOC result;
+    PitchRefinerOC refiner;
+    (void)refiner.setupWithNFrames(segLength, kSampleRate / segLength);
+    std::vector<Note> notes = sound.notes;
+    for (std::size_t start = 0; start + static_cast<std::size_t>(segLength) <= sound.samples.size();
+         start += static_cast<std::size_t>(segSpacing)) {
+        const double from = static_cast<double>(start) / kSampleRate;
+        const double to = from + segLength / kSampleRate;
+        const double centre = 0.5 * (from + to);
+        Note *note = nullptr;
+        for (Note &n : notes)
+            if (from >= n.startSeconds + 0.02 && to <= n.endSeconds - 0.02)
+                note = &n;
+        if (note == nullptr)
+            continue;
+        result.setupWithSamples(sound.samples.data() + start, fft, &peaks, 2, freqMin, freqMax, 0.9,
+                                PeakDataSetOC::kDbLimit);
+        result.compute();
+        double f = result.getFreq();
+        if (refined && f > 0.0) {
+            refiner.setSamples(sound.samples.data() + start);
+            f = refiner.refine(f, freqMin, freqMax);
+        }
+        note->segments.push_back(f > 0.0 ? centsBetween(f, pitchAt(*note, centre)) : NAN);
+    }
+    auto &group = scores.byGroup[sound.group];
+    group.insert(group.end(), notes.begin(), notes.end());
+}
+
+struct Row
+{
+    int segments = 0;
+    double rawPitchAccuracy = 0.0; // share within 50 cents
+    double octaveErrors = 0.0;     // share an octave or twelfth off
+    double median = 0.0;           // |cents| of the segments within 50 cents
+    double p95 = 0.0;
+    double noteP95 = 0.0; // |mean cents| per note
+    double noteWithin5 = 0.0;
+};
+
+double percentile(std::vector<double> values, double q)
+{
+    if (values.empty())
+        return NAN;
+    std::sort(values.begin(), values.end());
+    const auto at = static_cast<std::size_t>(std::ceil(q * static_cast<double>(values.size())));
+    return values[std::min(values.size() - 1, at == 0 ? 0 : at - 1)];
+}
+
+bool octaveOff(double cents)
+{
+    for (double off : {1200.0, 2400.0, 1901.955, 3101.955})
+        if (std::abs(std::abs(cents) - off) < 50.0)
+            return true;
+    return false;
+}
+
+Row score(const std::vector<Note> &notes)
+{
+    Row row;
+    std::vector<double> good;
+    std::vector<double> noteMeans;
+    int accurate = 0;
+    int octaves = 0;
+    for (const Note &note : notes) {
+        double sum = 0.0;
+        int count = 0;
+        for (double c : note.segments) {
+            row.segments++;
+            if (std::abs(c) < 50.0) {
+                accurate++;
+                good.push_back(std::abs(c));
+                sum += c;
+                count++;
+            } else if (octaveOff(c)) {
+                octaves++;
+            }
+        }
+        if (count > 0)
+            noteMeans.push_back(std::abs(sum / count));
+    }
+    if (row.segments == 0)
+        return row;
+    row.rawPitchAccuracy = 100.0 * accurate / row.segments;
+    row.octaveErrors = 100.0 * octaves / row.segments;
+    row.median = percentile(good, 0.5);
+    row.p95 = percentile(good, 0.95);
+    row.noteP95 = percentile(noteMeans, 0.95);
+    row.noteWithin5 =
+        noteMeans.empty()
+            ? NAN
+            : 100.0 *
+                  static_cast<double>(std::count_if(noteMeans.begin(), noteMeans.end(),
+                                                    [](double m) { return m <= 5.0; })) /
+                  static_cast<double>(noteMeans.size());
+    return row;
+}
+
+void printRow(const std::string &name, const Row &a, const Row &b)
+{
+    std::printf("%-26s %6d | %6.2f %6.2f | %6.2f %6.2f | %6.3f %6.3f | %6.2f %6.2f | %6.3f %6.3f "
+                "| %6.1f %6.1f\n",
+                name.c_str(), a.segments, a.rawPitchAccuracy, b.rawPitchAccuracy, a.octaveErrors,
+                b.octaveErrors, a.median, b.median, a.p95, b.p95, a.noteP95, b.noteP95,
+                a.noteWithin5, b.noteWithin5);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    int noteCount = 12;
+    bool renders = false;
+    for (int i = 1; i < argc; i++) {
+        if (std::strcmp(argv[i], "--notes") == 0 && i + 1 < argc)
+            noteCount = std::max(1, std::atoi(argv[++i]));
+        else if (std::strcmp(argv[i], "--renders") == 0)
+            renders = true;
+        else {
+            std::fprintf(stderr, "usage: %s [--notes N] [--renders]\n", argv[0]);
+            return 2;
+        }
+    }
+    std::vector<Sound> sounds;
+    const struct
+    {
+        const char *name;
+        Timbre timbre;
+    } timbres[] = {{"sawtooth", Timbre::sawtooth},
+                   {"weak fundamental", Timbre::weakFundamental},
+                   {"odd harmonics", Timbre::oddHarmonics},
+                   {"sine", Timbre::sine}};
+    std::uint32_t seed = 1;
+    for (const auto &t : timbres) {
+        const std::string name = t.name;
+        sounds.push_back(
+            synthesize(name + " steady", t.timbre, 48, 72, noteCount, 0.0, INFINITY, seed++));
+        sounds.push_back(
+            synthesize(name + " vibrato", t.timbre, 48, 72, noteCount, 30.0, INFINITY, seed++));
+        for (double snr : {30.0, 20.0, 10.0})
+            sounds.push_back(synthesize(name + " noise " + std::to_string(int(snr)) + " dB",
+                                        t.timbre, 48, 72, noteCount, 0.0, snr, seed++));
+        sounds.push_back(
+            synthesize(name + " low C2-C3", t.timbre, 36, 48, noteCount, 0.0, INFINITY, seed++));
+    }
+    if (renders) {
+        const struct
+        {
+            const char *name;
+            int program;
+            int low;
+            int high;
+        } instruments[] = {{"violin", 40, 55, 84}, {"viola", 41, 48, 76},   {"cello", 42, 36, 64},
+                           {"flute", 73, 60, 90},  {"trumpet", 56, 55, 82}, {"choir", 52, 48, 72},
+                           {"piano", 0, 36, 84}};
+        for (const auto &instrument : instruments) {
+            Sound sound;
+            if (renderInstrument(instrument.name, instrument.program, instrument.low,
+                                 instrument.high, noteCount, seed++, sound))
+                sounds.push_back(std::move(sound));
+            else
+                std::fprintf(stderr, "no render of %s (fluidsynth and fluid-soundfont-gm?)\n",
+                             instrument.name);
+        }
+    }
+
+    Scores specified;
+    Scores refined;
+    for (const Sound &sound : sounds) {
+        analyse(sound, false, specified);
+        analyse(sound, true, refined);
+    }
+    std::printf("Each pair: specified | refined. RPA: within 50 cents (%%); oct: octave or twelfth "
+                "off (%%);\nmedian, p95: |cents| of segments within 50 cents; note p95, note<=5: "
+                "|mean cents| per note.\n");
+    std::printf("%-26s %6s | %13s | %13s | %13s | %13s | %13s | %13s\n", "group", "segs", "RPA",
+                "oct", "median", "p95", "note p95", "note<=5");
+    std::vector<Note> all;
+    std::vector<Note> allRefined;
+    for (const auto &[group, notes] : specified.byGroup) {
+        const auto &other = refined.byGroup[group];
+        printRow(group, score(notes), score(other));
+        all.insert(all.end(), notes.begin(), notes.end());
+        allRefined.insert(allRefined.end(), other.begin(), other.end());
+    }
+    printRow("all", score(all), score(allRefined));
+    return 0;
+}
