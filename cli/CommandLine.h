@@ -19,6 +19,8 @@ struct CommandLine
         info,
         notes,
         options,
+        record,
+        play,
         help,
     };
     enum class Format
@@ -33,6 +35,8 @@ struct CommandLine
     Format format = Format::text;
     std::optional<double> fromSeconds;
     std::optional<double> toSeconds;
+    std::optional<double> seconds; // record: stop after this long
+    bool loop = false;             // play: again and again until interrupted
     int jobs = 1;             // analysis threads, >= 1
     bool useSettings = false; // read and write the user's option store
     bool developer = false;   // developer mode: the reports' debug lines

@@ -135,6 +135,12 @@ int Tool::run(const CommandLine &line)
     case CommandLine::Command::options:
         status = options(line);
         break;
+    case CommandLine::Command::record:
+        status = record(line);
+        break;
+    case CommandLine::Command::play:
+        status = play(line);
+        break;
     case CommandLine::Command::help:
         break;
     }

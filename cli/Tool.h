@@ -46,6 +46,9 @@ private:
     int notes(const CommandLine &line);
     int info(const CommandLine &line);
     int options(const CommandLine &line);
+    // Recording and playing through the sound server (AudioCommands.cpp).
+    int record(const CommandLine &line);
+    int play(const CommandLine &line);
     void print(const std::string &text);
     static void complain(const QString &text);
 
