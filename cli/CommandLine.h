@@ -37,9 +37,9 @@ struct CommandLine
     std::optional<double> toSeconds;
     std::optional<double> seconds; // record: stop after this long
     bool loop = false;             // play: again and again until interrupted
-    int jobs = 1;             // analysis threads, >= 1
-    bool useSettings = false; // read and write the user's option store
-    bool developer = false;   // developer mode: the reports' debug lines
+    int jobs = 1;                  // analysis threads, >= 1
+    bool useSettings = false;      // read and write the user's option store
+    bool developer = false;        // developer mode: the reports' debug lines
     // "--set Label=value" and "--options FILE.plist", applied in the order given.
     struct OptionStep
     {
