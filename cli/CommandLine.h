@@ -20,6 +20,8 @@ struct CommandLine
         notes,
         options,
         render,
+        record,
+        play,
         help,
     };
     enum class Format
@@ -44,6 +46,8 @@ struct CommandLine
     int width = 1600;
     int height = 600;
     double scale = 1.0;
+    std::optional<double> seconds; // record: stop after this long
+    bool loop = false;             // play: again and again until interrupted
     // "--set Label=value" and "--options FILE.plist", applied in the order given.
     struct OptionStep
     {
