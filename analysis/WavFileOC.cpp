@@ -143,7 +143,8 @@ std::int64_t WavFileOC::FileHandle::copyAt(std::int64_t offset, const FileHandle
 // ---- Set-up
 
 bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int newBytesPerSample,
-                                    int newMaxDataBytes)
+                                    int newMaxDataBytes,
+                                    const std::optional<std::string> &path)
 {
     QUORVAL_CHECK(newSampleRate >= 1.0 && newSampleRate <= static_cast<double>(kInt32Max));
     QUORVAL_CHECK(newNChannels == 1 || newNChannels == 2);
@@ -153,7 +154,7 @@ bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int 
     nChannels = newNChannels;
     bytesPerSample = newBytesPerSample;
     maxDataBytes = newMaxDataBytes;
-    if (!createWavFileAtPath(createTempFilePath()))
+    if (!createWavFileAtPath(path.value_or(createTempFilePath())))
         return false;
 
     headerLength = kHeaderLength;

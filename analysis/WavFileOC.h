@@ -48,12 +48,13 @@ public:
     WavFileOC &operator=(WavFileOC &&) noexcept = default;
     ~WavFileOC() = default;
 
-    // Makes a new, empty WAV file at a temporary path and writes its 44-byte header.
-    // sampleRate in Hz (1 .. 2^31 - 1), nChannels 1 or 2, bytesPerSample 1 or 2, maxDataBytes
-    // ≥ 0 the ring capacity; other values are broken invariants. False when the file cannot be
-    // created or the header cannot be written.
+    // Makes a new, empty WAV file at path (a temporary path when none is given) and writes its
+    // 44-byte header. sampleRate in Hz (1 .. 2^31 - 1), nChannels 1 or 2, bytesPerSample 1 or
+    // 2, maxDataBytes ≥ 0 the ring capacity; other values are broken invariants. False when the
+    // file cannot be created or the header cannot be written.
     [[nodiscard]] bool setupWithSampleRate(double sampleRate, int nChannels, int bytesPerSample,
-                                           int maxDataBytes);
+                                           int maxDataBytes,
+                                           const std::optional<std::string> &path = std::nullopt);
 
     // Opens an existing WAV file (a regular file) and checks its header. A format body shorter
     // than 16 bytes is accepted at once without reading any format (kept deliberately): the

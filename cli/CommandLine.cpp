@@ -39,16 +39,20 @@ const char *CommandLine::usage()
            "  render FILE -o OUT.png\n"
            "                   draws the trace with its keyboard and ruler into a PNG (or SVG);\n"
            "                   the spectrum is that of the segment in the stretch's middle\n"
+           "  record FILE.wav  records the default input into FILE.wav until Ctrl-C\n"
+           "  play FILE        plays the sound (the stretch of --from/--to) to the end\n"
            "  options --write FILE.plist\n"
            "                   writes the options in force to an options file\n"
            "\n"
            "Options:\n"
-           "  --from S, --to S     the stretch in seconds (deviations, notes, render)\n"
+           "  --from S, --to S     the stretch in seconds (deviations, notes, render, play)\n"
            "  -o, --output FILE    the picture to write (render)\n"
            "  --view V             composite, rms, amplitude, pitch, quality or spectrum\n"
            "                       (render; default: the \"View type\" option)\n"
            "  --width W, --height H  trace area in points (render; default 1600 x 600)\n"
            "  --scale F            device pixel ratio of the picture (render; default 1)\n"
+           "  --seconds N          record: stop after N seconds\n"
+           "  --loop               play: again and again until Ctrl-C\n"
            "  --csv, --json        table formats with headers (pitches, notes)\n"
            "  --set \"Label=value\"  sets an option for this run (repeatable)\n"
            "  --options FILE.plist imports an options file for this run\n"
@@ -86,6 +90,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
             line.useSettings = true;
         } else if (argument == QLatin1String("--developer")) {
             line.developer = true;
+        } else if (argument == QLatin1String("--loop")) {
+            line.loop = true;
         } else if (argument == QLatin1String("--write")) {
             writeOptions = true;
         } else if (argument == QLatin1String("--set") || argument == QLatin1String("--options")) {
@@ -93,6 +99,16 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
             if (!text)
                 return std::nullopt;
             line.optionSteps.push_back({argument == QLatin1String("--options"), *text});
+        } else if (argument == QLatin1String("--seconds")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            line.seconds = secondsFrom(*text);
+            if (!line.seconds || *line.seconds <= 0.0) {
+                error = QStringLiteral("--seconds needs a number of seconds above 0, not \"%1\"")
+                            .arg(*text);
+                return std::nullopt;
+            }
         } else if (argument == QLatin1String("--from") || argument == QLatin1String("--to")) {
             const auto text = value();
             if (!text)
@@ -175,6 +191,10 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
         line.command = Command::info;
     else if (command == QLatin1String("render"))
         line.command = Command::render;
+    else if (command == QLatin1String("record"))
+        line.command = Command::record;
+    else if (command == QLatin1String("play"))
+        line.command = Command::play;
     else if (command == QLatin1String("options") && writeOptions)
         line.command = Command::options;
     else {
@@ -190,6 +210,14 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
     if ((line.command == Command::render) == line.outputPath.isEmpty()) {
         error = line.outputPath.isEmpty() ? QStringLiteral("render needs -o OUT.png")
                                           : QStringLiteral("-o belongs to the render command");
+        return std::nullopt;
+    }
+    if (line.seconds && line.command != Command::record) {
+        error = QStringLiteral("--seconds belongs to the record command");
+        return std::nullopt;
+    }
+    if (line.loop && line.command != Command::play) {
+        error = QStringLiteral("--loop belongs to the play command");
         return std::nullopt;
     }
     if (line.fromSeconds && line.toSeconds && *line.fromSeconds > *line.toSeconds) {

@@ -20,6 +20,8 @@ struct CommandLine
         notes,
         options,
         render,
+        record,
+        play,
         help,
     };
     enum class Format
@@ -34,6 +36,8 @@ struct CommandLine
     Format format = Format::text;
     std::optional<double> fromSeconds;
     std::optional<double> toSeconds;
+    std::optional<double> seconds; // record: stop after this long
+    bool loop = false;             // play: again and again until interrupted
     int jobs = 1;             // analysis threads, >= 1
     bool useSettings = false; // read and write the user's option store
     bool developer = false;   // developer mode: the reports' debug lines

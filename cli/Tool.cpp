@@ -138,6 +138,12 @@ int Tool::run(const CommandLine &line)
     case CommandLine::Command::render:
         status = render(line);
         break;
+    case CommandLine::Command::record:
+        status = record(line);
+        break;
+    case CommandLine::Command::play:
+        status = play(line);
+        break;
     case CommandLine::Command::help:
         break;
     }

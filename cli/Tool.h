@@ -48,6 +48,9 @@ private:
     int options(const CommandLine &line);
     // Draws the trace of line's stretch into line.outputPath (cli/Render.cpp).
     int render(const CommandLine &line);
+    // Recording and playing through the sound server (AudioCommands.cpp).
+    int record(const CommandLine &line);
+    int play(const CommandLine &line);
     void print(const std::string &text);
     static void complain(const QString &text);
 

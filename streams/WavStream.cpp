@@ -65,7 +65,8 @@ WavStream::~WavStream()
 }
 
 std::shared_ptr<WavStream> WavStream::createForRecording(int channels, int bytesPerSample,
-                                                         double sampleRate)
+                                                         double sampleRate,
+                                                         const std::optional<std::string> &path)
 {
     auto stream = std::shared_ptr<WavStream>(new WavStream(sampleRate, channels, bytesPerSample));
     stream->fileTitle = "New File";
@@ -75,7 +76,7 @@ std::shared_ptr<WavStream> WavStream::createForRecording(int channels, int bytes
     const std::int64_t maxBytes = stream->maxFrames * stream->bytesPerFrame;
     QUORVAL_CHECK(maxBytes <= std::numeric_limits<std::int32_t>::max());
     stream->isSetup = stream->wavFile->setupWithSampleRate(sampleRate, channels, bytesPerSample,
-                                                           static_cast<int>(maxBytes));
+                                                           static_cast<int>(maxBytes), path);
     if (!stream->isSetup) {
         showMessage("", "Can't create .wav file -- internal error");
         return nullptr;
@@ -287,16 +288,15 @@ bool WavStream::appendSamples_D(const std::int16_t *samples, std::int64_t nFrame
     return wavFile->finalizeWithByteSize(static_cast<int>(held * bytesPerFrame));
 }
 
-void WavStream::appendSamples(std::vector<std::int16_t> samples)
+bool WavStream::appendSamples(std::span<const std::int16_t> samples)
 {
-    auto self = std::static_pointer_cast<WavStream>(shared_from_this());
-    Quorval::dataQueue().async([self, samples = std::move(samples)] {
-        const bool written = self->appendSamples_D(
-            samples.data(), static_cast<std::int64_t>(samples.size()) / self->channels);
-        (void)written; // a failed write leaves the extent alone; nothing to tell the recorder
-    });
-    // Told after the write was posted, so that the parent's read of the extent comes after it.
-    notifyParentOfGrowth();
+    const auto frames = static_cast<std::int64_t>(samples.size()) / channels;
+    const bool written =
+        Quorval::dataQueue().sync([&] { return appendSamples_D(samples.data(), frames); });
+    // Told after the write, so that the parent's read of the extent sees it.
+    if (written)
+        notifyParentOfGrowth();
+    return written;
 }
 
 std::optional<std::int64_t> WavStream::writeTo(const std::string &path)

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -35,9 +36,11 @@ class WavStream : public DoubleStream
 public:
     // Max frames held: option "Max audio file length (minutes)" × 60 × sampleRate.
     // A new, empty sound for recording; "Can't create .wav file -- internal error" on failure.
-    // channels 1 or 2, bytesPerSample 1 or 2, sampleRate in Hz.
-    static std::shared_ptr<WavStream> createForRecording(int channels, int bytesPerSample,
-                                                         double sampleRate);
+    // channels 1 or 2, bytesPerSample 1 or 2, sampleRate in Hz. With a path the sound file is
+    // made there instead of in the temporary folder (a tool recording straight into a file).
+    static std::shared_ptr<WavStream>
+    createForRecording(int channels, int bytesPerSample, double sampleRate,
+                       const std::optional<std::string> &path = std::nullopt);
 
     // Opens a sound file. A WAV file the reader takes gets a working copy whose data is copied on
     // the "copy" queue in pieces; anything else the decoder opens (24-bit, float or extensible
@@ -84,9 +87,11 @@ public:
 
     // Appends 16-bit interleaved frames at the end (recording): written on the data queue in
     // arrival order, the extent moving forward and wrapping in the ring, the header kept
-    // current so that a crash loses nothing. Then the parent music stream is told. Any thread
-    // (the "realtime" queue); returns at once.
-    void appendSamples(std::vector<std::int16_t> samples);
+    // current so that a crash loses nothing. Then the parent music stream is told. The samples
+    // are written from where they lie, so the caller's buffer is free again on return. Answers
+    // false when the write failed (disk full, file size limit, folder gone): the extent then
+    // stays at what was written before. Any thread but the data queue (the "realtime" queue).
+    [[nodiscard]] bool appendSamples(std::span<const std::int16_t> samples);
     // The same on the data queue, without telling the parent. Answers false on a write error.
     bool appendSamples_D(const std::int16_t *samples, std::int64_t nFrames);
 

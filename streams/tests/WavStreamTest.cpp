@@ -109,11 +109,11 @@ TEST(WavStream, recordingWrapsInItsRingAndSavesTheNewestFramesInOrder)
     const std::int64_t total = 70 * rate;
     auto sampleOf = [](std::int64_t frame) { return static_cast<std::int16_t>(frame % 30011); };
     std::thread recorder([&] {
+        std::vector<std::int16_t> buffer(1000); // reused, as the recorder reuses its own
         for (std::int64_t start = 0; start < total; start += 1000) {
-            std::vector<std::int16_t> buffer(1000);
             for (std::int64_t i = 0; i < 1000; ++i)
                 buffer[static_cast<std::size_t>(i)] = sampleOf(start + i);
-            stream->appendSamples(std::move(buffer));
+            EXPECT_TRUE(stream->appendSamples(buffer));
         }
     });
     recorder.join();

@@ -1,0 +1,167 @@
+#include "audio/Player.h"
+
+#include "audio/FilePlayer.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+
+#include <cmath>
+
+namespace quorval {
+
+Player::Player(PlayerView &view, AudioPlayerFactory factory)
+    : view(view), makeAudioPlayer(std::move(factory)),
+      displayTimer(Quorval::displayQueue(), kTickInterval, [this] { tick(); })
+{
+    if (!makeAudioPlayer)
+        makeAudioPlayer = [](const std::string &path) -> std::unique_ptr<AudioPlayer> {
+            return FilePlayer::open(path);
+        };
+}
+
+Player::~Player()
+{
+    stop();
+    displayTimer.suspend();
+    // The audio player goes first, so that no finish call is posted after the flush below.
+    if (!Quorval::isShuttingDown())
+        Quorval::displayQueue().sync([this] { audioPlayer.reset(); });
+    else
+        audioPlayer.reset();
+}
+
+bool Player::start(WavStream &wav, std::function<void()> finish)
+{
+    // Read through the stream's queue before taking the display queue.
+    const std::int64_t first = wav.minimumIndex();
+    const std::int64_t last = wav.maximumIndex();
+    return Quorval::displayQueue().sync([&] {
+        if (playing) {
+            displayTimer.suspend();
+            audioPlayer->pause();
+            playing = false;
+        }
+        url = wav.fileURL;
+        audioPlayer = makeAudioPlayer(url);
+        if (!audioPlayer)
+            return false;
+        audioPlayer->setFinishCallback([this] {
+            Quorval::displayQueue().async([this] { audioPlayerDidFinishPlaying(); });
+        });
+        finishCallback = std::move(finish);
+        minX = static_cast<double>(first) * wav.xScale;
+        maxX = static_cast<double>(last) * wav.xScale;
+        maxRange = static_cast<double>(wav.maxFrames) * wav.xScale;
+
+        const double m = view.playMark();
+        double from = 0.0;
+        if (const auto selection = view.selection()) {
+            const double s = selection->start;
+            const double e = selection->end;
+            if (e > m && m >= s) {
+                from = m;
+            } else {
+                view.setPlayMark(s);
+                from = s;
+            }
+            loopStartTime = s;
+            endTime = e;
+        } else {
+            if (maxX > m && m >= minX) {
+                from = m;
+            } else {
+                view.setPlayMark(minX);
+                from = minX;
+            }
+            loopStartTime = minX;
+            endTime = maxX;
+        }
+        startTime = from;
+        beginPass();
+        displayTimer.resume();
+        playing = true;
+        Quorval::playing = true;
+        return true;
+    });
+}
+
+void Player::stop()
+{
+    if (Quorval::isShuttingDown())
+        return;
+    Quorval::displayQueue().sync([this] {
+        if (!playing)
+            return;
+        displayTimer.suspend();
+        audioPlayer->pause();
+        playing = false;
+        Quorval::playing = false;
+    });
+}
+
+void Player::beginPass()
+{
+    startMark = std::fmod(startTime, maxRange);
+    lastTime = startTime;
+    audioPlayer->setCurrentTime(startMark);
+    lastMark = startMark;
+    // At most one extra time through the file: when what is left to play lies in a later
+    // period of the ring. Deliberately 0 or 1, never more.
+    const bool laterPeriod =
+        std::ceil(maxX / maxRange) - 1.0 > std::trunc(startTime / maxRange);
+    audioPlayer->setNumberOfLoops(laterPeriod ? 1 : 0);
+    audioPlayer->play();
+}
+
+void Player::tick()
+{
+    if (!playing || !audioPlayer)
+        return;
+    const double c = audioPlayer->currentTime();
+    if (c == lastMark)
+        return;
+    const double delta = std::fmod(c - lastMark + maxRange, maxRange);
+    if (delta >= maxRange / 2.0)
+        return; // a jump backwards, or too far to be playing
+    const double t = lastTime + delta;
+    if (endTime > t) {
+        lastTime = t;
+        lastMark = c;
+        view.setPlayMark(t);
+    } else {
+        audioPlayer->pause();
+        if (Quorval::loop) {
+            startTime = loopStartTime;
+            beginPass();
+            view.setPlayMark(loopStartTime);
+        } else {
+            // Deliberately the recording's end here and endTime when the file runs out: where
+            // the mark rests after play depends on which of the two ended it.
+            finishPlaying(maxX);
+        }
+    }
+    view.redraw();
+}
+
+void Player::audioPlayerDidFinishPlaying()
+{
+    if (!playing)
+        return;
+    if (Quorval::loop) {
+        startTime = loopStartTime;
+        beginPass();
+        return;
+    }
+    finishPlaying(endTime);
+}
+
+void Player::finishPlaying(double markTime)
+{
+    displayTimer.suspend();
+    playing = false;
+    Quorval::playing = false;
+    view.setPlayMark(markTime);
+    if (finishCallback)
+        finishCallback();
+}
+
+} // namespace quorval

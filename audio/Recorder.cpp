@@ -1,0 +1,225 @@
+#include "audio/Recorder.h"
+
+#include "audio/SoundDevices.h"
+#include "options/Messages.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+
+#include <QAudioFormat>
+#include <QAudioSource>
+#include <QTimer>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <span>
+
+namespace quorval {
+
+namespace {
+
+// Frames the ring holds: far more than the realtime queue ever lags behind.
+constexpr std::int64_t kRingFrames = 8 * 44100;
+// Bytes the source hands over at a time: about 23 ms, short for a live display.
+constexpr qsizetype kSourceBufferBytes = 2048;
+
+std::int64_t steadyMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count();
+}
+
+} // namespace
+
+Recorder::Recorder() : ring(static_cast<std::size_t>(kRingFrames)) {}
+
+Recorder::~Recorder()
+{
+    stop();
+    audio.run([this] {
+        delete source;
+        source = nullptr;
+        delete watchdog;
+        watchdog = nullptr;
+    });
+}
+
+bool Recorder::setup()
+{
+    if (source)
+        return true;
+    const QString problem = SoundDevices::inputProblem();
+    if (!problem.isEmpty()) {
+        showMessage(QString(), problem);
+        return false;
+    }
+    device = SoundDevices::defaultInput();
+    QAudioFormat format;
+    format.setSampleRate(static_cast<int>(sampleRate));
+    format.setChannelCount(nChannels);
+    format.setSampleFormat(QAudioFormat::Int16);
+    bool made = false;
+    audio.run([&] {
+        if (!device->isFormatSupported(format))
+            return;
+        source = new QAudioSource(*device, format, audio.context());
+        source->setBufferSize(kSourceBufferBytes);
+        QObject::connect(source, &QAudioSource::stateChanged, source, [this](QAudio::State state) {
+            // A source that stops by itself with an error has lost its device or server.
+            if (state == QAudio::StoppedState && source->error() != QAudio::NoError && recording)
+                abort("Recording aborted: no data");
+        });
+        watchdog = new QTimer(audio.context());
+        watchdog->setInterval(250);
+        QObject::connect(watchdog, &QTimer::timeout, watchdog, [this] { checkStillDelivering(); });
+        made = true;
+    });
+    if (!made) {
+        showMessage(QString(), QStringLiteral("failed to initialize recorder -- internal error."));
+        return false;
+    }
+    return true;
+}
+
+bool Recorder::start(std::shared_ptr<WavStream> target)
+{
+    if (recording || !target || !setup())
+        return false;
+    // A write beyond the file size limit must fail with an error, not end the process.
+    std::signal(SIGXFSZ, SIG_IGN);
+    stream = std::move(target);
+    writtenFrames = 0;
+    readFrames = 0;
+    droppedFrames = 0;
+    failed = false;
+    peak = 0.0f;
+    recording = true;
+    Quorval::recording = true;
+    bool started = false;
+    audio.run([&] {
+        input = source->start();
+        if (!input || source->error() != QAudio::NoError)
+            return;
+        QObject::connect(input, &QIODevice::readyRead, source, [this] { readInput(); });
+        lastDataMs = steadyMs();
+        watchdog->start();
+        started = true;
+    });
+    if (!started) {
+        recording = false;
+        Quorval::recording = false;
+        stream.reset();
+        showMessage(QString(), QStringLiteral("failed to initialize recorder -- internal error."));
+        return false;
+    }
+    return true;
+}
+
+void Recorder::stopSource()
+{
+    if (watchdog)
+        watchdog->stop();
+    if (source && source->state() != QAudio::StoppedState) {
+        // Whatever the source still holds belongs to the recording.
+        if (input)
+            readInput();
+        source->stop();
+    }
+    input = nullptr;
+}
+
+void Recorder::stop()
+{
+    audio.run([this] { stopSource(); });
+    // Every buffer taken from the source reaches the stream before stop returns.
+    Quorval::realtimeQueue().sync([this] { appendFromRing(); });
+    recording = false;
+    Quorval::recording = false;
+    stream.reset();
+}
+
+void Recorder::readInput()
+{
+    if (!input || failed)
+        return;
+    for (;;) {
+        const qint64 available = input->bytesAvailable() / 2;
+        if (available <= 0)
+            break;
+        const std::int64_t head = writtenFrames.load(std::memory_order_relaxed);
+        const std::int64_t space = kRingFrames - (head - readFrames.load(std::memory_order_acquire));
+        const std::int64_t at = head % kRingFrames;
+        const std::int64_t want = std::min<std::int64_t>({available, space, kRingFrames - at});
+        if (want <= 0) {
+            // The ring is full: the realtime queue is stuck. Drop rather than block the input.
+            std::int16_t scrap[512];
+            const qint64 got = input->read(reinterpret_cast<char *>(scrap),
+                                           2 * std::min<qint64>(available, 512));
+            if (got <= 0)
+                break;
+            droppedFrames += got / 2;
+            continue;
+        }
+        const qint64 got = input->read(reinterpret_cast<char *>(ring.data() + at), 2 * want);
+        if (got <= 0)
+            break;
+        writtenFrames.store(head + got / 2, std::memory_order_release);
+        lastDataMs = steadyMs();
+    }
+    if (writtenFrames.load() > readFrames.load() && !drainPosted.exchange(true))
+        Quorval::realtimeQueue().async([this] { drain(); });
+}
+
+void Recorder::checkStillDelivering()
+{
+    if (recording && steadyMs() - lastDataMs > static_cast<std::int64_t>(kNoDataSeconds * 1000))
+        abort("Recording aborted: no data");
+}
+
+void Recorder::drain()
+{
+    for (;;) {
+        appendFromRing();
+        drainPosted.store(false);
+        // More came while appending, and nobody has posted for it yet.
+        if (writtenFrames.load() == readFrames.load() || drainPosted.exchange(true))
+            return;
+    }
+}
+
+void Recorder::appendFromRing()
+{
+    while (!failed && stream) {
+        const std::int64_t tail = readFrames.load(std::memory_order_relaxed);
+        const std::int64_t head = writtenFrames.load(std::memory_order_acquire);
+        if (head == tail)
+            return;
+        const std::int64_t at = tail % kRingFrames;
+        const std::int64_t count = std::min(head - tail, kRingFrames - at);
+        const std::span<const std::int16_t> piece(ring.data() + at, static_cast<std::size_t>(count));
+        if (!stream->appendSamples(piece)) {
+            abort(kWriteFailedMessage);
+            return;
+        }
+        int loudest = 0;
+        for (const std::int16_t sample : piece)
+            loudest = std::max(loudest, std::abs(int{sample}));
+        peak = static_cast<float>(loudest) / 32768.0f;
+        readFrames.store(tail + count, std::memory_order_release);
+    }
+}
+
+void Recorder::abort(const char *message)
+{
+    if (failed.exchange(true))
+        return;
+    audio.post([this] { stopSource(); });
+    recording = false;
+    Quorval::recording = false;
+    showMessage(QString(), QString::fromUtf8(message));
+    if (ended)
+        ended();
+}
+
+} // namespace quorval

@@ -1,0 +1,105 @@
+#pragma once
+
+#include "audio/AudioThread.h"
+
+#include <QAudioDevice>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+class QAudioSource;
+class QIODevice;
+class QTimer;
+
+namespace quorval {
+
+class WavStream;
+
+// Records the default input into a sound stream, always mono, 16-bit, 44100 frames per second.
+//
+// The input lives on a thread of its own with an event loop. Each buffer it delivers is read
+// straight into a ring allocated at set-up; the "realtime" queue takes the samples from there
+// and appends them to the sound stream (which writes them on the data queue, keeps the file's
+// header current and tells the music stream, so analysis follows the recording live). Nothing
+// is allocated per buffer and the input thread takes no lock.
+//
+// A source that stops delivering (device gone, server gone) ends the recording with
+// "Recording aborted: no data"; a write that fails ends it with kWriteFailedMessage. Either
+// way what was written before stays in the stream and its file. Messages go through
+// showMessage, from the thread that noticed.
+//
+// setup(), start(), stop() and the destructor: main thread (or a tool's). The rest: any thread.
+class Recorder
+{
+public:
+    static constexpr int nChannels = 1;
+    static constexpr int bitDepth = 16;
+    static constexpr double sampleRate = 44100.0;
+    // Seconds without data after which a running source counts as gone.
+    static constexpr double kNoDataSeconds = 2.0;
+    static constexpr const char *kWriteFailedMessage =
+        "Recording stopped: can't write the sound file (disk full, file too large or folder "
+        "gone). Everything recorded before this point is kept.";
+
+    Recorder();
+    ~Recorder();
+    Recorder(const Recorder &) = delete;
+    Recorder &operator=(const Recorder &) = delete;
+
+    // Finds the default input and prepares the source. False after showing "There is no
+    // microphone on this device.", the permission text, or "failed to initialize recorder --
+    // internal error."; then recording cannot start. Done again by start() if not done.
+    bool setup();
+
+    // Starts appending to stream (16-bit mono at sampleRate). False after a set-up message,
+    // or when already recording. Sets Quorval::recording.
+    bool start(std::shared_ptr<WavStream> stream);
+
+    // Stops the input and returns once every sample delivered has been appended. Idempotent.
+    void stop();
+
+    // Called once when the recording ends by itself (no data, failed write), on the thread
+    // that noticed; not called for stop(). Set before start().
+    void setEndedCallback(std::function<void()> callback) { ended = std::move(callback); }
+
+    [[nodiscard]] bool isRecording() const { return recording.load(); }
+    // Frames appended to the stream since start().
+    [[nodiscard]] std::int64_t framesAppended() const { return readFrames.load(); }
+    // Peak of the last buffer appended, 0..1 of full scale.
+    [[nodiscard]] float level() const { return peak.load(); }
+
+private:
+    // Audio thread.
+    void readInput();
+    void checkStillDelivering();
+    void stopSource();
+    // "realtime" queue: appends what the ring holds.
+    void drain();
+    void appendFromRing();
+    // Ends the recording with message, once. Any thread.
+    void abort(const char *message);
+
+    AudioThread audio{"quorval-input"};
+    std::optional<QAudioDevice> device;
+    QAudioSource *source = nullptr; // lives on the audio thread; owned by its anchor
+    QIODevice *input = nullptr;     // the source's, while it runs
+    QTimer *watchdog = nullptr;     // audio thread
+    std::int64_t lastDataMs = 0;    // audio thread, steady clock
+
+    std::shared_ptr<WavStream> stream; // set by start(), read on the realtime queue
+    std::vector<std::int16_t> ring;    // single producer (audio), single consumer (realtime)
+    std::atomic<std::int64_t> writtenFrames{0};
+    std::atomic<std::int64_t> readFrames{0};
+    std::atomic<std::int64_t> droppedFrames{0};
+    std::atomic<bool> drainPosted{false};
+    std::atomic<bool> recording{false};
+    std::atomic<bool> failed{false};
+    std::atomic<float> peak{0.0f};
+    std::function<void()> ended;
+};
+
+} // namespace quorval

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QAudioDevice>
+#include <QString>
+
+#include <optional>
+
+namespace quorval {
+
+// The sound server's devices as the recorder and the player pick them. Main thread or the
+// audio thread (the device list is Qt's).
+namespace SoundDevices {
+
+// The default input, chosen by id: the device the server marks as default, else the one
+// named by PULSE_SOURCE, else the first the server lists. Nothing when it lists no input.
+std::optional<QAudioDevice> defaultInput();
+
+// The default output, or nothing when the server lists none.
+std::optional<QAudioDevice> defaultOutput();
+
+// True when a sound server's socket exists but this user may not use it: the server is there
+// and refuses access, which is what the permission message is for.
+bool serverRefusesAccess();
+
+// Why recording cannot start, in the system's words, when no input can be had; empty when an
+// input exists.
+QString inputProblem();
+
+} // namespace SoundDevices
+
+} // namespace quorval

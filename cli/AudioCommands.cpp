@@ -1,0 +1,144 @@
+#include "audio/Player.h"
+#include "audio/PlayerView.h"
+#include "audio/Recorder.h"
+#include "audio/SoundDevices.h"
+#include "cli/Tool.h"
+#include "options/Messages.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+
+#include <QCoreApplication>
+#include <QFile>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <thread>
+#include <unistd.h>
+
+namespace quorval {
+
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+// Ctrl-C ends a recording or a looping play cleanly instead of killing the tool.
+void catchInterrupt()
+{
+    interrupted = 0;
+    std::signal(SIGINT, [](int) { interrupted = 1; });
+    std::signal(SIGTERM, [](int) { interrupted = 1; });
+}
+
+bool stderrIsTerminal()
+{
+    return isatty(fileno(stderr)) == 1;
+}
+
+// Waits a little for the next look at the progress; the main queue's posts run meanwhile.
+void pause()
+{
+    QCoreApplication::processEvents();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+}
+
+// A bar of up to 20 marks for a level 0..1.
+std::string levelBar(float level)
+{
+    const int marks = std::clamp(static_cast<int>(level * 20.0f + 0.5f), 0, 20);
+    return std::string(static_cast<std::size_t>(marks), '#') +
+           std::string(static_cast<std::size_t>(20 - marks), ' ');
+}
+
+} // namespace
+
+int Tool::record(const CommandLine &line)
+{
+    Recorder recorder;
+    if (!recorder.setup())
+        return kFailed;
+    const std::string path = QFile::encodeName(line.file).toStdString();
+    const std::shared_ptr<WavStream> wav = WavStream::createForRecording(
+        Recorder::nChannels, Recorder::bitDepth / 8, Recorder::sampleRate, path);
+    if (!wav)
+        return kFailed;
+    std::atomic<bool> endedByItself{false};
+    recorder.setEndedCallback([&endedByItself] { endedByItself = true; });
+    catchInterrupt();
+    if (!recorder.start(wav))
+        return kFailed;
+
+    const bool showProgress = stderrIsTerminal();
+    const double rate = Recorder::sampleRate;
+    // The file is a ring: beyond its length a recording would overwrite its own start.
+    const std::int64_t limit = line.seconds ? std::min<std::int64_t>(wav->maxFrames,
+                                                                     static_cast<std::int64_t>(
+                                                                         *line.seconds * rate))
+                                            : wav->maxFrames;
+    bool full = false;
+    while (!interrupted && !endedByItself) {
+        const std::int64_t frames = recorder.framesAppended();
+        if (frames >= limit) {
+            full = !line.seconds || limit < static_cast<std::int64_t>(*line.seconds * rate);
+            break;
+        }
+        if (showProgress)
+            std::fprintf(stderr, "\rRecording %s: %7.1f s  [%s]", line.file.toLocal8Bit().constData(),
+                         static_cast<double>(frames) / rate, levelBar(recorder.level()).c_str());
+        pause();
+    }
+    recorder.stop();
+    if (showProgress)
+        std::fprintf(stderr, "\r\033[K");
+    if (full)
+        complain(QStringLiteral("stopped at the longest sound kept (option \"Max audio file "
+                                "length (minutes)\")"));
+    const double seconds = static_cast<double>(wav->maximumIndex()) / rate;
+    std::fprintf(stderr, "Recorded %.1f s into %s\n", seconds, line.file.toLocal8Bit().constData());
+    return endedByItself ? kFailed : kOk;
+}
+
+int Tool::play(const CommandLine &line)
+{
+    if (!SoundDevices::defaultOutput()) {
+        complain(QStringLiteral("There is no sound output on this device."));
+        return kFailed;
+    }
+    const std::shared_ptr<WavStream> wav = openSound(line.file);
+    if (!wav)
+        return kFailed;
+    wav->waitForCopy();
+    const double start = wav->xScale * static_cast<double>(wav->minimumIndex());
+    const double end = wav->xScale * static_cast<double>(wav->maximumIndex());
+
+    SharedPlayerView view;
+    if (line.fromSeconds || line.toSeconds)
+        view.setSelection(std::clamp(line.fromSeconds.value_or(start), start, end),
+                          std::clamp(line.toSeconds.value_or(end), start, end));
+    view.setPlayMark(line.fromSeconds.value_or(start));
+    Quorval::loop = line.loop;
+    std::atomic<bool> finished{false};
+    catchInterrupt();
+    {
+        Player player(view);
+        if (!player.start(*wav, [&finished] { finished = true; })) {
+            complain(line.file + QStringLiteral(": can't be played"));
+            return kFailed;
+        }
+        const bool showProgress = stderrIsTerminal();
+        while (!interrupted && !finished) {
+            if (showProgress)
+                std::fprintf(stderr, "\rPlaying %s: %7.1f s", line.file.toLocal8Bit().constData(),
+                             view.playMark());
+            pause();
+        }
+        player.stop();
+        if (showProgress)
+            std::fprintf(stderr, "\r\033[K");
+    }
+    Quorval::loop = false;
+    return kOk;
+}
+
+} // namespace quorval
