@@ -2,9 +2,13 @@
 
 #include "options/FollowUps.h"
 
+#include <QCoreApplication>
 #include <QString>
 
 #include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
 
 namespace quorval {
 
@@ -14,6 +18,13 @@ QString testStoreRoot();
 
 // Removes every stored option, so a test starts from the defaults.
 void clearTestStore();
+
+// Makes the run's application object (QCoreApplication, or QApplication for widget tests).
+using ApplicationMaker = std::function<std::unique_ptr<QCoreApplication>(int &argc, char **argv)>;
+
+// The body of a test main: points the per-user and system-wide configuration at a temporary
+// directory, makes the application and runs every test.
+int runTestsInPrivateStore(int &argc, char **argv, const ApplicationMaker &makeApplication);
 
 // A test that starts from an empty store and no follow-up requests counted.
 class StoreTest : public ::testing::Test

@@ -2,57 +2,9 @@
 // store in a temporary directory so no test reads or writes the user's own options.
 #include "options/tests/support/OptionsTestStore.h"
 
-#include <QCoreApplication>
-#include <QSettings>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
-
-#include <cstdio>
-
-namespace quorval {
-
-namespace {
-
-QString &storeRoot()
-{
-    static QString root;
-    return root;
-}
-
-} // namespace
-
-QString testStoreRoot()
-{
-    return storeRoot();
-}
-
-void clearTestStore()
-{
-    QSettings settings(QStringLiteral("Quorval"), QStringLiteral("Quorval"));
-    settings.clear();
-    settings.sync();
-}
-
-} // namespace quorval
-
 int main(int argc, char **argv)
 {
-    QTemporaryDir root;
-    if (!root.isValid()) {
-        std::fprintf(stderr, "no temporary directory for the test store\n");
-        return 1;
-    }
-    // Set before anything asks for a standard path, and before QSettings is first used.
-    qputenv("XDG_CONFIG_HOME", root.filePath(QStringLiteral("user")).toLocal8Bit());
-    qputenv("XDG_CONFIG_DIRS", root.filePath(QStringLiteral("system")).toLocal8Bit());
-    QCoreApplication app(argc, argv);
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
-                       root.filePath(QStringLiteral("user")));
-    QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope,
-                       root.filePath(QStringLiteral("system")));
-    quorval::storeRoot() = root.path();
-
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
+    return quorval::runTestsInPrivateStore(argc, argv, [](int &argc, char **argv) {
+        return std::make_unique<QCoreApplication>(argc, argv);
+    });
 }

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "options/dialog/OptionsHost.h"
+
+#include <QObject>
+
+class QAction;
+class QMenu;
+class QWidget;
+
+namespace quorval {
+
+class Parameters;
+class ParmViewController;
+
+// The Options menu's commands as actions for the window's menu bar: "Options..." (the options
+// dialog), "Read Options...", "Write Options...", "Defaults" and the "Presets" submenu, whose
+// items are checked exactly when their preset is in force. Main thread only.
+class OptionsMenu : public QObject
+{
+    Q_OBJECT
+public:
+    // window: parent of this object, the menu, the dialog and the file panels; not null.
+    // parameters must outlive the window.
+    OptionsMenu(Parameters &parameters, OptionsHost host, QWidget *window);
+
+    // "Options", holding the actions below and the presets submenu; owned by the window.
+    QMenu *optionsMenu() const { return optionsMenu_; }
+    QMenu *presetsMenu() const { return presetsMenu_; }
+    QAction *optionsAction() const { return optionsAction_; }
+    QAction *readOptionsAction() const { return readOptionsAction_; }
+    QAction *writeOptionsAction() const { return writeOptionsAction_; }
+    QAction *defaultsAction() const { return defaultsAction_; }
+
+    // The options dialog over the five pages, titled "Options"; made on first use.
+    ParmViewController &dialog();
+
+    // Opens the dialog at its first page.
+    void optionsMenuItemSelected();
+    // Opens the dialog at the option labelled label (the key button: "Key").
+    void openOptionsAt(const QString &label);
+    // Reads an options file chosen from folder (empty: the panel's choice).
+    void readOptionsMenuItemSelected(const QString &folder = QString());
+    void writeOptionsMenuItemSelected();
+    // Imports the factory options.
+    void defaultsOptionsMenuItemSelected();
+    // Applies the preset titled as item.
+    void presetSelected(const QAction *item);
+    // Checks each preset item exactly when its preset is in force. Done after this menu's
+    // commands, after the dialog applies and whenever the presets menu opens; call it after
+    // changing options elsewhere too.
+    void refreshPresets();
+
+signals:
+    // Options may have changed (dialog applied, file read, defaults, preset): menus and views
+    // that show options follow.
+    void optionsChanged();
+
+private:
+    // After a command that may have changed options.
+    void changed();
+
+    Parameters &parameters_;
+    OptionsHost host_;
+    QWidget *window_;
+    ParmViewController *dialog_ = nullptr;
+    QMenu *optionsMenu_;
+    QMenu *presetsMenu_;
+    QAction *optionsAction_;
+    QAction *readOptionsAction_;
+    QAction *writeOptionsAction_;
+    QAction *defaultsAction_;
+};
+
+} // namespace quorval

@@ -1,0 +1,161 @@
+#include "options/dialog/ParameterControls.h"
+
+#include "options/BooleanParameter.h"
+#include "options/ChoiceParameter.h"
+#include "options/Parameters.h"
+#include "options/dialog/ChoiceComboBox.h"
+
+#include <QCheckBox>
+#include <QLineEdit>
+#include <QPointer>
+
+#include <memory>
+
+namespace quorval {
+
+namespace {
+
+// Numbers and text: the parameter's own text conversion, so "%.4f" and its range checks apply.
+class LineEditView : public ParameterView
+{
+public:
+    LineEditView(Parameter &parameter, QLineEdit *field) : parameter_(parameter), field_(field) {}
+
+    void load() override
+    {
+        if (field_)
+            field_->setText(parameter_.valueText());
+    }
+
+    bool apply() override
+    {
+        if (!field_)
+            return true;
+        const bool accepted = parameter_.setFromText(field_->text());
+        // Refused: the field snaps back without a word. Accepted: it shows the stored form.
+        load();
+        return accepted;
+    }
+
+private:
+    Parameter &parameter_;
+    QPointer<QLineEdit> field_;
+};
+
+class CheckBoxView : public ParameterView
+{
+public:
+    CheckBoxView(Parameter &parameter, QCheckBox *box) : parameter_(parameter), box_(box) {}
+
+    void load() override
+    {
+        if (!box_)
+            return;
+        const bool on = parameter_.valueText() == BooleanParameter::text(true);
+        box_->setChecked(on);
+        // "Minor" brings the key's spelling back in step with what is stored, also after a
+        // cancelled toggle.
+        if (auto *minor = dynamic_cast<Parameters::MinorParameter *>(&parameter_))
+            minor->minorButtonPushed(on);
+    }
+
+    bool apply() override
+    {
+        return !box_ || parameter_.setFromText(BooleanParameter::text(box_->isChecked()));
+    }
+
+private:
+    Parameter &parameter_;
+    QPointer<QCheckBox> box_;
+};
+
+class ComboBoxView : public ParameterView
+{
+public:
+    ComboBoxView(ChoiceParameter &parameter, ChoiceComboBox *box) : parameter_(parameter), box_(box)
+    {
+        takeChoices();
+    }
+
+    void load() override
+    {
+        if (!box_)
+            return;
+        const int i = parameter_.index();
+        box_->setCurrentIndex(i < box_->count() ? i : -1);
+        // By name, also a stored entry the list does not offer (a temperament kept outside
+        // developer mode).
+        box_->setEditText(parameter_.value());
+        loadedText_ = box_->currentText();
+    }
+
+    bool apply() override
+    {
+        if (!box_)
+            return true;
+        // Untouched, it is not applied again: a stored entry outside the offered list stays and
+        // does not keep OK from closing the dialog.
+        if (box_->currentText() == loadedText_)
+            return true;
+        const int i = box_->indexOfText();
+        const bool accepted = i >= 0 && parameter_.setIndex(i);
+        load();
+        return accepted;
+    }
+
+    void choicesChanged() override
+    {
+        if (!box_)
+            return;
+        const int selected = box_->indexOfText();
+        const QString typed = box_->currentText();
+        takeChoices();
+        if (selected >= 0 && selected < box_->count())
+            box_->setCurrentIndex(selected);
+        else
+            box_->setEditText(typed);
+    }
+
+private:
+    void takeChoices()
+    {
+        box_->dataSource().setChoices(parameter_.choices(),
+                                      parameter_.altChoices().value_or(QStringList()));
+    }
+
+    ChoiceParameter &parameter_;
+    QPointer<ChoiceComboBox> box_;
+    QString loadedText_;
+};
+
+} // namespace
+
+QWidget *makeParameterControl(Parameter &parameter, QWidget *parent)
+{
+    switch (parameter.kind()) {
+    case Parameter::Kind::Boolean: {
+        auto *box = new QCheckBox(parent);
+        if (auto *minor = dynamic_cast<Parameters::MinorParameter *>(&parameter))
+            QObject::connect(box, &QCheckBox::toggled, box,
+                             [minor](bool checked) { minor->minorButtonPushed(checked); });
+        parameter.setView(std::make_unique<CheckBoxView>(parameter, box));
+        return box;
+    }
+    case Parameter::Kind::Choice:
+        if (auto *choice = dynamic_cast<ChoiceParameter *>(&parameter)) {
+            auto *box = new ChoiceComboBox(parent);
+            parameter.setView(std::make_unique<ComboBoxView>(*choice, box));
+            return box;
+        }
+        break;
+    case Parameter::Kind::Double:
+    case Parameter::Kind::Int:
+    case Parameter::Kind::String:
+        break;
+    }
+    auto *field = new QLineEdit(parent);
+    parameter.setView(std::make_unique<LineEditView>(parameter, field));
+    return field;
+}
+
+} // namespace quorval

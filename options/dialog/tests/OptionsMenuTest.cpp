@@ -1,0 +1,154 @@
+#include "options/dialog/OptionsMenu.h"
+
+#include "options/OptionStore.h"
+#include "options/Parameters.h"
+#include "options/dialog/ParmViewController.h"
+#include "options/dialog/tests/support/DialogTest.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QFile>
+#include <QMenu>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTabWidget>
+#include <QTemporaryDir>
+
+namespace quorval {
+namespace {
+
+// The menu of a window whose file panels answer with the path the test names.
+class OptionsMenuTest : public DialogTest
+{
+protected:
+    void SetUp() override
+    {
+        DialogTest::SetUp();
+        ASSERT_TRUE(dir.isValid());
+        OptionsHost host;
+        host.chooseFileToRead = [this](const QString &folder) {
+            readFolders.append(folder);
+            return chosen;
+        };
+        host.chooseFileToWrite = [this] { return chosen; };
+        menu = new OptionsMenu(parameters, std::move(host), &window);
+    }
+
+    QStringList checkedPresets() const
+    {
+        QStringList checked;
+        for (const QAction *item : menu->presetsMenu()->actions()) {
+            if (item->isChecked())
+                checked.append(item->text());
+        }
+        return checked;
+    }
+
+    QAction *presetItem(const char *name) const
+    {
+        for (QAction *item : menu->presetsMenu()->actions()) {
+            if (item->text() == QLatin1String(name))
+                return item;
+        }
+        return nullptr;
+    }
+
+    Parameters parameters;
+    QWidget window;
+    OptionsMenu *menu = nullptr;
+    QTemporaryDir dir;
+    std::optional<QString> chosen;
+    QStringList readFolders;
+};
+
+TEST_F(OptionsMenuTest, presetItemsAreCheckedExactlyWhileTheirValuesHold)
+{
+    QSignalSpy changes(menu, &OptionsMenu::optionsChanged);
+    ASSERT_EQ(menu->presetsMenu()->actions().size(), qsizetype(parameters.presets().size()));
+    EXPECT_EQ(checkedPresets(),
+              (QStringList{QStringLiteral("Violin 3 octaves"), QStringLiteral("74 Minute loop")}));
+
+    presetItem("Cello 3 octaves")->trigger();
+    EXPECT_EQ(parameters.highestNote.value(), 72.0);
+    EXPECT_EQ(checkedPresets(),
+              (QStringList{QStringLiteral("Cello 3 octaves"), QStringLiteral("74 Minute loop")}));
+    // Choosing the checked item again leaves it checked.
+    presetItem("Cello 3 octaves")->trigger();
+    EXPECT_TRUE(presetItem("Cello 3 octaves")->isChecked());
+
+    // A change made in the dialog unchecks it as soon as it is applied.
+    ParmViewController &dialog = menu->dialog();
+    menu->openOptionsAt(QStringLiteral("Highest Note"));
+    typeInto(qobject_cast<QLineEdit *>(dialog.control(QStringLiteral("Highest Note"))),
+             QStringLiteral("73"));
+    QTest::mouseClick(dialog.applyButton(), Qt::LeftButton);
+    EXPECT_EQ(checkedPresets(), QStringList{QStringLiteral("74 Minute loop")});
+
+    // A change made elsewhere shows when the menu is next opened.
+    ASSERT_TRUE(parameters.maxAudioFileLength.setValue(1.0));
+    emit menu->presetsMenu()->aboutToShow();
+    EXPECT_EQ(checkedPresets(), QStringList{QStringLiteral("1 Minute loop")});
+
+    // Defaults bring back the presets that match them, and the open dialog shows them.
+    menu->defaultsAction()->trigger();
+    EXPECT_EQ(checkedPresets(),
+              (QStringList{QStringLiteral("Violin 3 octaves"), QStringLiteral("74 Minute loop")}));
+    EXPECT_EQ(qobject_cast<QLineEdit *>(dialog.control(QStringLiteral("Highest Note")))->text(),
+              QStringLiteral("91.0000"));
+    EXPECT_EQ(changes.count(), 4);
+    EXPECT_TRUE(messages.isEmpty());
+}
+
+TEST_F(OptionsMenuTest, optionsWrittenAndReadBackThroughAFile)
+{
+    ASSERT_TRUE(parameters.aFrequency.setValue(442.0));
+    ASSERT_TRUE(parameters.key.setValue(QStringLiteral("E\u266D")));
+    ASSERT_TRUE(parameters.minor.setValue(true));
+    ASSERT_TRUE(parameters.frameOverlap.setValue(0.75));
+    const QMap<QString, QString> written = parameters.exportOptions();
+
+    // A cancelled panel writes nothing.
+    menu->writeOptionsAction()->trigger();
+    EXPECT_TRUE(QDir(dir.path()).isEmpty());
+    chosen = dir.filePath(QStringLiteral("mine.plist"));
+    menu->writeOptionsAction()->trigger();
+    ASSERT_TRUE(QFile::exists(*chosen));
+
+    menu->defaultsAction()->trigger();
+    EXPECT_EQ(parameters.aFrequency.value(), 440.0);
+    EXPECT_FALSE(parameters.key.isMinor());
+
+    menu->optionsAction()->trigger();
+    ParmViewController &dialog = menu->dialog();
+    EXPECT_TRUE(dialog.isVisible());
+    EXPECT_EQ(dialog.windowTitle(), QStringLiteral("Options"));
+    EXPECT_EQ(dialog.tabView()->currentIndex(), 0);
+    menu->readOptionsAction()->trigger();
+    EXPECT_EQ(readFolders, QStringList{QString()});
+    EXPECT_EQ(parameters.exportOptions(), written);
+    EXPECT_TRUE(parameters.key.isMinor());
+    // The open dialog shows what was read.
+    EXPECT_EQ(qobject_cast<QLineEdit *>(dialog.control(QStringLiteral("A Frequency")))->text(),
+              QStringLiteral("442.0000"));
+    EXPECT_EQ(qobject_cast<QComboBox *>(dialog.control(QStringLiteral("Key")))->currentText(),
+              QStringLiteral("E\u266D"));
+    EXPECT_TRUE(messages.isEmpty());
+
+    // A file that is no options file changes nothing and says so; an unwritable place says why.
+    QFile junk(dir.filePath(QStringLiteral("junk.plist")));
+    ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
+    junk.write("not a property list");
+    junk.close();
+    chosen = junk.fileName();
+    menu->readOptionsMenuItemSelected(dir.path());
+    EXPECT_EQ(readFolders.last(), dir.path());
+    EXPECT_EQ(parameters.exportOptions(), written);
+    chosen = dir.filePath(QStringLiteral("no/such/folder/mine.plist"));
+    menu->writeOptionsAction()->trigger();
+    ASSERT_EQ(messages.size(), 2);
+    EXPECT_EQ(messages.at(0), QStringLiteral("Error | Can't import options"));
+    EXPECT_TRUE(messages.at(1).startsWith(QStringLiteral("Error | Can't write options file: ")));
+}
+
+} // namespace
+} // namespace quorval

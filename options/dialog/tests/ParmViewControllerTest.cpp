@@ -1,0 +1,282 @@
+#include "options/dialog/ParmViewController.h"
+
+#include "options/OptionStore.h"
+#include "options/dialog/ChoiceComboBox.h"
+#include "options/dialog/tests/support/DialogTest.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QDir>
+#include <QLabel>
+#include <QPushButton>
+#include <QTabWidget>
+
+#include <memory>
+
+namespace quorval {
+namespace {
+
+class ParmViewControllerTest : public DialogTest
+{
+protected:
+    std::unique_ptr<ParmViewController> makeDialog(ParmViewController::OpenHelp openHelp = {})
+    {
+        return std::make_unique<ParmViewController>(parameters.dialogPages(),
+                                                    QStringLiteral("Options"), false, topicsOf(),
+                                                    std::move(openHelp));
+    }
+
+    QStringList topicsOf() const
+    {
+        QStringList topics;
+        for (const Parameters::Page &page : parameters.dialogPages())
+            topics.append(page.tabIdentifier);
+        return topics;
+    }
+
+    QLineEdit *field(ParmViewController &dialog, const char *label)
+    {
+        return qobject_cast<QLineEdit *>(dialog.control(QString::fromLatin1(label)));
+    }
+
+    ChoiceComboBox *box(ParmViewController &dialog, const char *label)
+    {
+        return qobject_cast<ChoiceComboBox *>(dialog.control(QString::fromLatin1(label)));
+    }
+
+    // Whether the keyboard is in control (an editable combo box passes it to its line edit).
+    static bool hasKeyboard(QWidget *control)
+    {
+        QWidget *focus = QApplication::focusWidget();
+        return focus && (focus == control || control->isAncestorOf(focus));
+    }
+
+    Parameters parameters;
+};
+
+TEST_F(ParmViewControllerTest, rowsFollowThePagesAndDeveloperModeInKeyboardOrder)
+{
+    const auto dialog = makeDialog();
+    for (const bool developer : {false, true}) {
+        setDeveloperMode(developer);
+        dialog->openAtPage(0);
+        ASSERT_TRUE(QTest::qWaitForWindowActive(dialog.get()));
+        const std::vector<Parameters::Page> pages = parameters.dialogPages();
+        ASSERT_EQ(dialog->tabView()->count(), int(pages.size()));
+        QList<QWidget *> rowOrder;
+        for (std::size_t i = 0; i < pages.size(); ++i) {
+            EXPECT_EQ(dialog->tabView()->widget(int(i))->objectName(), pages[i].tabIdentifier);
+            for (const Parameter *p : pages[i].parameters) {
+                QWidget *control = dialog->control(p->name);
+                EXPECT_EQ(control != nullptr, developer || !p->debug) << p->name.toStdString();
+                if (control && i == 0)
+                    rowOrder.append(control);
+            }
+        }
+        const int processRows = int(dialog->tabView()->widget(2)->findChildren<QLabel *>().size());
+        EXPECT_EQ(processRows, developer ? 7 : 1);
+
+        // Tab walks the rows of the page in order.
+        ASSERT_TRUE(hasKeyboard(rowOrder.front()));
+        for (QWidget *next : rowOrder.mid(1)) {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+            EXPECT_TRUE(hasKeyboard(next)) << next->objectName().toStdString();
+        }
+
+        // The largest page fits a 1366 x 768 screen with room for a title bar and a panel, and
+        // each page shows all its rows unclipped.
+        dialog->adjustSize();
+        EXPECT_LE(dialog->width(), 1366);
+        EXPECT_LE(dialog->height(), 768 - 100);
+        for (int i = 0; i < dialog->tabView()->count(); ++i) {
+            dialog->tabView()->setCurrentIndex(i);
+            QWidget *page = dialog->tabView()->widget(i);
+            for (QWidget *control : page->findChildren<QWidget *>(Qt::FindDirectChildrenOnly)) {
+                const QRect inDialog(control->mapTo(dialog.get(), QPoint()), control->size());
+                EXPECT_TRUE(dialog->rect().contains(inDialog))
+                    << control->objectName().toStdString();
+            }
+            const QString folder = qEnvironmentVariable("QUORVAL_TEST_PICTURES");
+            if (!folder.isEmpty()) {
+                const QString name =
+                    page->objectName() + (developer ? QStringLiteral("-developer") : QString());
+                dialog->grab().save(QDir(folder).filePath(name + QStringLiteral(".png")));
+            }
+        }
+    }
+}
+
+TEST_F(ParmViewControllerTest, refusedValuesSnapBackAndKeepTheDialogOpen)
+{
+    const auto dialog = makeDialog();
+    dialog->openAtPage(0);
+    QLineEdit *frequency = field(*dialog, "A Frequency");
+    QLineEdit *lowest = field(*dialog, "Lowest Note");
+    ASSERT_TRUE(frequency && lowest);
+    EXPECT_EQ(frequency->text(), QStringLiteral("440.0000"));
+
+    for (const char *refused : {"600", "399.99", "fast", ""}) {
+        SCOPED_TRACE(refused);
+        typeInto(frequency, QString::fromLatin1(refused));
+        typeInto(lowest, QStringLiteral("95")); // not below "Highest Note"
+        QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
+        EXPECT_TRUE(dialog->isVisible());
+        EXPECT_FALSE(dialog->applyOK());
+        EXPECT_EQ(frequency->text(), QStringLiteral("440.0000"));
+        EXPECT_EQ(lowest->text(), QStringLiteral("55.0000"));
+    }
+    EXPECT_FALSE(OptionStore::text(QStringLiteral("A Frequency")));
+    EXPECT_TRUE(messages.isEmpty());
+    EXPECT_EQ(followUpCounts(), FollowUpCounts{});
+
+    // An accepted value is stored as its format gives it and asks only for its own follow-up;
+    // the untouched rows store nothing.
+    typeInto(frequency, QStringLiteral(" 442.5 "));
+    QTest::keyClick(frequency, Qt::Key_Return);
+    EXPECT_FALSE(dialog->isVisible());
+    EXPECT_TRUE(dialog->applyOK());
+    EXPECT_EQ(OptionStore::text(QStringLiteral("A Frequency")), QStringLiteral("442.5000"));
+    EXPECT_EQ(frequency->text(), QStringLiteral("442.5000"));
+    EXPECT_EQ(followUpCounts(), (FollowUpCounts{.recompute = 1}));
+    EXPECT_EQ(OptionStore::text(QStringLiteral("Key")), std::nullopt);
+}
+
+TEST_F(ParmViewControllerTest, minorSwitchesTheKeyListAndCancelPutsItBack)
+{
+    ASSERT_TRUE(parameters.key.setValue(QStringLiteral("A\u266D")));
+    resetFollowUpCounts();
+    const auto dialog = makeDialog();
+    dialog->openAtOption(QStringLiteral("Key"));
+    ChoiceComboBox *key = box(*dialog, "Key");
+    auto *minor = qobject_cast<QCheckBox *>(dialog->control(QStringLiteral("Minor")));
+    ASSERT_TRUE(key && minor);
+    EXPECT_EQ(key->currentText(), QStringLiteral("A\u266D"));
+
+    minor->click();
+    EXPECT_EQ(key->currentText(), QStringLiteral("G\u266F"));
+    EXPECT_EQ(key->dataSource().choices(), Parameters::minorKeyNames());
+    QTest::mouseClick(dialog->cancelButton(), Qt::LeftButton);
+    EXPECT_FALSE(dialog->isVisible());
+    EXPECT_FALSE(parameters.minor.value());
+    EXPECT_EQ(parameters.key.choices(), Parameters::majorKeyNames());
+    EXPECT_EQ(key->currentText(), QStringLiteral("A\u266D"));
+    EXPECT_FALSE(minor->isChecked());
+
+    // Applied, the box stores "Minor" and the list stays as the box set it; Escape after an
+    // unapplied toggle returns to the stored minor list.
+    dialog->openAtOption(QStringLiteral("Minor"));
+    minor->click();
+    QTest::mouseClick(dialog->applyButton(), Qt::LeftButton);
+    EXPECT_TRUE(dialog->isVisible());
+    EXPECT_TRUE(parameters.minor.value());
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("G\u266F"));
+    EXPECT_EQ(followUpCounts().recolor, 1);
+    minor->click();
+    EXPECT_EQ(key->currentText(), QStringLiteral("A\u266D"));
+    QTest::keyClick(dialog.get(), Qt::Key_Escape);
+    EXPECT_FALSE(dialog->isVisible());
+    EXPECT_TRUE(parameters.minor.value());
+    EXPECT_EQ(parameters.key.choices(), Parameters::minorKeyNames());
+    EXPECT_EQ(key->currentText(), QStringLiteral("G\u266F"));
+}
+
+TEST_F(ParmViewControllerTest, typedChoicesCompleteAndApplyInTheListsSpelling)
+{
+    const auto dialog = makeDialog();
+    dialog->openAtOption(QStringLiteral("Key"));
+    QLineEdit *key = box(*dialog, "Key")->lineEdit();
+    typeInto(key, QStringLiteral("g"));
+    EXPECT_EQ(key->text(), QStringLiteral("G"));
+    typeInto(key, QStringLiteral("b\u266D"));
+    EXPECT_EQ(key->text(), QStringLiteral("B\u266D"));
+    // A minor spelling in major is stored in the major one.
+    typeInto(key, QStringLiteral("g#"));
+    EXPECT_EQ(key->text(), QStringLiteral("G\u266F"));
+    QLineEdit *completeness = box(*dialog, "Completeness")->lineEdit();
+    typeInto(completeness, QStringLiteral("DIATONIC"));
+    EXPECT_EQ(completeness->text(), QStringLiteral("Diatonic+2"));
+    QTest::mouseClick(dialog->applyButton(), Qt::LeftButton);
+    EXPECT_TRUE(dialog->applyOK());
+    EXPECT_EQ(OptionStore::text(QStringLiteral("Key")), QStringLiteral("A\u266D"));
+    EXPECT_EQ(key->text(), QStringLiteral("A\u266D"));
+    EXPECT_EQ(parameters.completeness.value(), QStringLiteral("Diatonic+2"));
+
+    // The temperament list follows developer mode each time the dialog opens.
+    ChoiceComboBox *temperament = box(*dialog, "Temperament");
+    EXPECT_EQ(temperament->count(), Parameters::shortTemperamentNames().size());
+    typeInto(temperament->lineEdit(), QStringLiteral("mean"));
+    EXPECT_EQ(temperament->currentText(), QStringLiteral("mean"));
+    QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
+    EXPECT_TRUE(dialog->isVisible());
+    EXPECT_EQ(temperament->currentText(), QStringLiteral("Equal"));
+
+    setDeveloperMode(true);
+    dialog->openAtOption(QStringLiteral("Temperament"));
+    temperament = box(*dialog, "Temperament");
+    EXPECT_EQ(temperament->count(), Parameters::temperamentNames().size());
+    typeInto(temperament->lineEdit(), QStringLiteral("mean"));
+    EXPECT_EQ(temperament->currentText(), QStringLiteral("Mean Tone"));
+    QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
+    EXPECT_FALSE(dialog->isVisible());
+    EXPECT_EQ(parameters.temperament.value(), QStringLiteral("Mean Tone"));
+}
+
+TEST_F(ParmViewControllerTest, entryOutsideTheOfferedListSurvivesOK)
+{
+    OptionStore::setText(QStringLiteral("Temperament"), QStringLiteral("Salinas"));
+    Parameters fresh;
+    const auto dialog = std::make_unique<ParmViewController>(
+        fresh.dialogPages(), QStringLiteral("Options"), false, QStringList(), nullptr);
+    dialog->openAtPage(0);
+    auto *temperament =
+        qobject_cast<ChoiceComboBox *>(dialog->control(QStringLiteral("Temperament")));
+    ASSERT_TRUE(temperament);
+    EXPECT_EQ(temperament->count(), Parameters::shortTemperamentNames().size());
+    EXPECT_EQ(temperament->currentText(), QStringLiteral("Salinas"));
+    QTest::mouseClick(dialog->okButton(), Qt::LeftButton);
+    EXPECT_FALSE(dialog->isVisible());
+    EXPECT_EQ(OptionStore::text(QStringLiteral("Temperament")), QStringLiteral("Salinas"));
+    EXPECT_TRUE(dialog->helpButton()->isHidden());
+}
+
+TEST_F(ParmViewControllerTest, opensAtAnOptionAndHelpsWithTheTabShown)
+{
+    QStringList asked;
+    const auto dialog = makeDialog([&asked](const QString &topic) {
+        asked.append(topic);
+        return topic == QStringLiteral("ViewTab");
+    });
+    struct Case
+    {
+        const char *label;
+        int tab;
+        const char *focus;
+    };
+    // "Frame overlap" is a debug option: without developer mode its page opens.
+    const Case cases[] = {{"Key", 0, "Key"},
+                          {"Label Piano Keys", 1, "Label Piano Keys"},
+                          {"Frame overlap", 2, "Response"},
+                          {"No such option", 0, "Key"}};
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.label);
+        dialog->openAtOption(QString::fromLatin1(c.label));
+        ASSERT_TRUE(QTest::qWaitForWindowActive(dialog.get()));
+        EXPECT_EQ(dialog->tabView()->currentIndex(), c.tab);
+        EXPECT_TRUE(hasKeyboard(dialog->control(QString::fromLatin1(c.focus))));
+        dialog->helpButtonPushed();
+    }
+    dialog->openAtPage(3);
+    EXPECT_TRUE(hasKeyboard(dialog->control(QStringLiteral("Analyze Stereo Channel"))));
+    // A field the dialog opens at is selected, so typing replaces its number.
+    dialog->openAtOption(QStringLiteral("Response"));
+    EXPECT_EQ(field(*dialog, "Response")->selectedText(), QStringLiteral("4.0000"));
+    QTest::mouseClick(dialog->helpButton(), Qt::LeftButton);
+
+    EXPECT_EQ(asked, (QStringList{QStringLiteral("ScaleTab"), QStringLiteral("ViewTab"),
+                                  QStringLiteral("ProcessTab"), QStringLiteral("ScaleTab"),
+                                  QStringLiteral("ProcessTab")}));
+    EXPECT_EQ(messages, QStringList(4, QStringLiteral("Help | Help not available")));
+}
+
+} // namespace
+} // namespace quorval
