@@ -1,0 +1,106 @@
+#include "app/tests/WindowTest.h"
+#include "audio/SoundDevices.h"
+#include "display/DisplayView.h"
+
+#include <QLabel>
+#include <QToolButton>
+
+namespace quorval {
+namespace {
+
+// Plays and records through the sound server (scripts/sound-server.sh runs a private one).
+class TransportTest : public WindowTest
+{
+protected:
+    void SetUp() override
+    {
+        if (!SoundDevices::defaultOutput() || !SoundDevices::defaultInput()) {
+            if (qEnvironmentVariable("QUORVAL_REQUIRE_AUDIO") == QLatin1String("1"))
+                FAIL() << "no sound server";
+            GTEST_SKIP() << "no sound server";
+        }
+        WindowTest::SetUp();
+    }
+
+    [[nodiscard]] std::int64_t frames() const
+    {
+        auto wav = controller->wavStream();
+        return Quorval::dataQueue().sync([&wav] { return wav->maximumIndex_D(); });
+    }
+};
+
+TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
+{
+    ASSERT_TRUE(controller->playButton->isEnabled());
+    const double start = Quorval::needleTime;
+    QTest::mouseClick(controller->playButton, Qt::LeftButton);
+    QTRY_VERIFY(Quorval::playing);
+    QTRY_VERIFY(Quorval::needleTime > start + 0.1);
+
+    // Space pauses where it is and resumes from there.
+    type(' ');
+    EXPECT_FALSE(Quorval::playing);
+    EXPECT_TRUE(controller->playButton->isChecked());
+    EXPECT_TRUE(controller->pauseButton->isChecked());
+    const double paused = Quorval::needleTime;
+    type(' ');
+    QTRY_VERIFY(Quorval::playing);
+    QTRY_VERIFY(Quorval::needleTime > paused + 0.05);
+
+    // Record turns play off and grows the sound; play is then locked out.
+    const std::int64_t before = frames();
+    type('r');
+    EXPECT_FALSE(Quorval::playing);
+    EXPECT_FALSE(controller->playButton->isChecked());
+    QTRY_VERIFY(Quorval::recording);
+    QTRY_VERIFY(frames() > before + 4410);
+    EXPECT_FALSE(controller->playButton->isEnabled());
+    EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
+    type('p');
+    EXPECT_TRUE(Quorval::recording);
+
+    // Paused, play may take over: it turns record off and plays once pause is off.
+    type(' ');
+    EXPECT_FALSE(Quorval::recording);
+    const std::int64_t recorded = frames();
+    type('p');
+    EXPECT_FALSE(controller->recordButton->isChecked());
+    EXPECT_FALSE(Quorval::playing);
+    type('b');
+    type(' ');
+    QTRY_VERIFY(Quorval::playing);
+    EXPECT_EQ(frames(), recorded);
+    type('p');
+    EXPECT_FALSE(Quorval::playing);
+}
+
+TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
+{
+    ASSERT_TRUE(Parameters::shared().oneTouchPlayRecord.setValue(true));
+    delegate->newFileMenuItemSelected();
+    // A new recording comes prepared for record.
+    EXPECT_TRUE(controller->recordButton->isChecked());
+    EXPECT_TRUE(controller->pauseButton->isChecked());
+    EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to record"));
+    type(' ');
+    QTRY_VERIFY(Quorval::recording);
+    EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to pause"));
+    QTRY_VERIFY(frames() > 4410);
+    type(' ');
+    EXPECT_FALSE(Quorval::recording);
+
+    // A click on play prepares it instead of starting.
+    QTest::mouseClick(controller->playButton, Qt::LeftButton);
+    EXPECT_FALSE(Quorval::playing);
+    EXPECT_FALSE(controller->recordButton->isChecked());
+    EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to play"));
+    type('b');
+    type(' ');
+    QTRY_VERIFY(Quorval::playing);
+    // Played to its end, it comes back prepared.
+    QTRY_VERIFY_WITH_TIMEOUT(!Quorval::playing, 10000);
+    QTRY_COMPARE(controller->oneTouchLabel->text(), QStringLiteral("Touch space to play"));
+}
+
+} // namespace
+} // namespace quorval

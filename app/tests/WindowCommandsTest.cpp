@@ -1,0 +1,198 @@
+#include "app/tests/WindowTest.h"
+#include "display/DisplayView.h"
+
+#include <QAction>
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <QToolButton>
+
+namespace quorval {
+namespace {
+
+using Answer = AskViewController::Answer;
+
+const QString kSaveQuestion =
+    QStringLiteral("Save modified file? | demo.wav has been modified.\nDo you want to save it?");
+
+TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
+{
+    DisplayView *view = controller->displayView;
+    HView &time = *view->hView;
+    // Whole sound at first: nothing to zoom out to.
+    QTRY_VERIFY(time.timeWidth > 0.0);
+    QTRY_VERIFY(!view->canHScrollOut());
+    EXPECT_FALSE(controller->hZoomOutButton->isEnabled());
+    EXPECT_EQ(controller->hToggleButton->toolTip(), QStringLiteral("Restore zoom"));
+    const double whole = time.timeWidth;
+    type('-');
+    EXPECT_EQ(time.timeWidth, whole);
+
+    type('+');
+    EXPECT_LT(time.timeWidth, whole);
+    QTRY_VERIFY(view->canHScrollOut());
+    EXPECT_TRUE(controller->hZoomOutButton->isEnabled());
+    EXPECT_TRUE(controller->hToggleButton->isChecked());
+    EXPECT_EQ(controller->hToggleButton->toolTip(), QStringLiteral("Zoom out full"));
+    const double zoomed = time.timeWidth;
+    type('-');
+    EXPECT_GT(time.timeWidth, zoomed);
+
+    // The toggle shows the whole, then brings the zoom back.
+    type('+');
+    const double before = time.timeWidth;
+    QTest::mouseClick(controller->hToggleButton, Qt::LeftButton);
+    EXPECT_EQ(time.timeWidth, whole);
+    QTRY_VERIFY(!controller->hZoomOutButton->isEnabled());
+    QTest::mouseClick(controller->hToggleButton, Qt::LeftButton);
+    EXPECT_DOUBLE_EQ(time.timeWidth, before);
+
+    // Page Up narrows the band of notes; the vertical toggle follows.
+    const double band = view->dataView->topY - view->dataView->bottomY;
+    key(Qt::Key_PageUp);
+    EXPECT_LT(view->dataView->topY - view->dataView->bottomY, band);
+    QTRY_VERIFY(controller->vToggleButton->isChecked());
+    EXPECT_EQ(controller->vToggleButton->toolTip(), QStringLiteral("Zoom out full"));
+    key(Qt::Key_PageDown);
+    EXPECT_GT(view->dataView->topY - view->dataView->bottomY,
+              band * 0.99 / Parameters::shared().zoomIncrement.value());
+}
+
+TEST_F(WindowTest, prefixKeysChooseViewsAndFileCommands)
+{
+    DisplayView *view = controller->displayView;
+    type('v');
+    EXPECT_TRUE(view->promptMessage().startsWith(QStringLiteral("View...")));
+    type('p');
+    EXPECT_TRUE(view->promptMessage().isEmpty());
+    EXPECT_EQ(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
+    QStringList checked;
+    for (QAction *item : delegate->viewMenuItems) {
+        if (item->isChecked())
+            checked.append(item->text());
+    }
+    EXPECT_EQ(checked, QStringList{QStringLiteral("Pitch")});
+    // Without the prefix, "s" chooses no view.
+    type('s');
+    EXPECT_EQ(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
+
+    // The prompt goes by itself after a second.
+    type('f');
+    EXPECT_EQ(view->promptMessage(), QStringLiteral("File... New, Open, Save, saveAs"));
+    QTRY_VERIFY_WITH_TIMEOUT(view->promptMessage().isEmpty(), 3000);
+    // The prefix is still pending: "o" opens the panel, answered with a file.
+    const QString other = dir.filePath(QStringLiteral("other.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, other));
+    openPath = other;
+    type('o');
+    EXPECT_EQ(openPanels, 1);
+    EXPECT_EQ(title(), QStringLiteral("Quorval - other.wav"));
+    // Without the prefix, "o" is the options dialog, not the panel.
+    type('o');
+    EXPECT_EQ(openPanels, 1);
+    EXPECT_TRUE(delegate->optionsMenu->dialog().isVisible());
+    delegate->optionsMenu->dialog().reject();
+}
+
+TEST_F(WindowTest, modifiedSoundCheckFollowsEachAnswer)
+{
+    std::shared_ptr<WavStream> demo = controller->wavStream();
+    demo->modified = true;
+    controller->refreshControls();
+    EXPECT_EQ(title(), QStringLiteral("Quorval - demo.wav *"));
+
+    // Cancel: New stops, the sound stays.
+    answers = {Answer::cancel};
+    delegate->newFileMenuItemSelected();
+    EXPECT_EQ(dialogs, QStringList{kSaveQuestion});
+    EXPECT_EQ(controller->wavStream(), demo);
+
+    // Yes on Open: the sound is saved over its own file first, then the panel comes.
+    dialogs.clear();
+    const QString target = dir.filePath(QStringLiteral("saved.wav"));
+    savePath = target;
+    openPath = std::nullopt;
+    answers = {Answer::yes};
+    delegate->openFileMenuItemSelected();
+    EXPECT_EQ(dialogs, QStringList{kSaveQuestion});
+    EXPECT_EQ(savePanels, 1);
+    EXPECT_EQ(openPanels, 1);
+    EXPECT_TRUE(QFileInfo::exists(target));
+    EXPECT_FALSE(demo->modified);
+    EXPECT_EQ(title(), QStringLiteral("Quorval - saved.wav"));
+
+    // No on Quit: the window may close without saving; cancel keeps it open.
+    QSignalSpy terminated(delegate.get(), &AppDelegate::terminate);
+    demo->modified = true;
+    dialogs.clear();
+    answers = {Answer::cancel};
+    EXPECT_FALSE(delegate->window->close());
+    EXPECT_EQ(terminated.count(), 0);
+    EXPECT_TRUE(demo->modified);
+    answers = {Answer::no};
+    EXPECT_TRUE(delegate->window->close());
+    EXPECT_EQ(terminated.count(), 1);
+    EXPECT_EQ(dialogs.size(), 2);
+    EXPECT_EQ(savePanels, 1);
+
+    // With the check off nothing is asked.
+    delegate->window->show();
+    demo->modified = true;
+    ASSERT_TRUE(Parameters::shared().checkForModifiedFiles.setValue(false));
+    dialogs.clear();
+    delegate->newFileMenuItemSelected();
+    EXPECT_TRUE(dialogs.isEmpty());
+    EXPECT_EQ(title(), QStringLiteral("Quorval - New File"));
+}
+
+TEST_F(WindowTest, saveAsWhereNothingCanBeWrittenLosesNothing)
+{
+    std::shared_ptr<WavStream> demo = controller->wavStream();
+    demo->modified = true;
+    const QString regular = dir.filePath(QStringLiteral("plain"));
+    {
+        QFile file(regular);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("not a folder");
+    }
+    savePath = regular + QStringLiteral("/sound.wav");
+    type('f');
+    type('a');
+    QTRY_COMPARE(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
+    EXPECT_TRUE(demo->modified);
+    EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
+    EXPECT_FALSE(QFileInfo::exists(*savePath));
+
+    // Saved elsewhere, the sound keeps every frame and loses its mark.
+    savePath = dir.filePath(QStringLiteral("kept.wav"));
+    key(Qt::Key_S, QStringLiteral("s"), Qt::ControlModifier);
+    EXPECT_EQ(savePanels, 2);
+    EXPECT_FALSE(demo->modified);
+    EXPECT_EQ(title(), QStringLiteral("Quorval - kept.wav"));
+    EXPECT_EQ(QFileInfo(*savePath).size(), QFileInfo(demoPath).size());
+    // The file opened was never written.
+    QFile original(demoPath);
+    QFile bundled(QStringLiteral(QUORVAL_DEMO_WAV));
+    ASSERT_TRUE(original.open(QIODevice::ReadOnly) && bundled.open(QIODevice::ReadOnly));
+    EXPECT_EQ(original.readAll(), bundled.readAll());
+}
+
+TEST_F(WindowTest, messageDialogShowsLongTextsInAScrollingField)
+{
+    AskViewController shortOne(QStringLiteral("T"), QStringLiteral("short"), {.no = true});
+    EXPECT_FALSE(shortOne.scrolls());
+    EXPECT_EQ(shortOne.yesButton->text(), QStringLiteral("Yes"));
+    EXPECT_TRUE(shortOne.cancelButton->isHidden());
+    QString text;
+    for (int i = 0; i < 40; ++i)
+        text += QStringLiteral("line %1\n").arg(i);
+    AskViewController longOne(QStringLiteral("T"), text, {});
+    EXPECT_TRUE(longOne.scrolls());
+    EXPECT_EQ(longOne.yesButton->text(), QStringLiteral("OK"));
+
+    // Help without a page says so, through the dialog itself.
+    delegate->helpHelpMenuItemSelected();
+    EXPECT_EQ(dialogs, QStringList{QStringLiteral("Help | Help not available")});
+}
+
+} // namespace
+} // namespace quorval
