@@ -44,10 +44,13 @@ void ColumnHeaderView::paint(QPainter &painter, QSizeF size)
             text = label.text;
             narrow = label.narrowChars;
         }
-        const double width = static_cast<double>(text.size()) - narrow;
-        // A label at either edge stays whole rather than centred on its line.
-        const double x = std::clamp((t - h.leftTime) / h.pixelWidth - 0.5 * charWidth * width, 2.0,
-                                    size.width() - charWidth * width - 2.0);
+        const double width = charWidth * (static_cast<double>(text.size()) - narrow);
+        const double centred = (t - h.leftTime) / h.pixelWidth - 0.5 * width;
+        // A label at either edge is moved in to stay whole, unless it would then run into its
+        // neighbour.
+        const double x = std::clamp(centred, 2.0, size.width() - width - 2.0);
+        if (x != centred && 1.5 * width + 6.0 > inc / h.pixelWidth)
+            continue;
         painter.drawText(
             QRectF(x, top, charWidth * (static_cast<double>(text.size()) + 2.0), charHeight),
             Qt::AlignLeft | Qt::AlignVCenter, QString::fromStdString(text));

@@ -257,12 +257,27 @@ void DisplayView::requestSnapshot(const Wanted &wanted)
             self->fetchInFlight = false;
             const bool extentMoved = !self->shown.extent || !snapshot->extent ||
                                      self->shown.extent->highestX != snapshot->extent->highestX;
-            self->shown = std::move(*snapshot);
+            self->takeShown(std::move(*snapshot));
             if (extentMoved)
                 HView::needsScrollerUpdate = true;
             self->redrawAll();
         });
     });
+}
+
+void DisplayView::takeShown(Snapshot snapshot)
+{
+    shown = std::move(snapshot);
+    // Goodness has no upper bound: the quality view's range grows to take what it shows.
+    if (viewType != ViewType::Quality || !dataView)
+        return;
+    double best = 0.0;
+    for (const ColumnValues &column : shown.fill.columns)
+        best = std::max(best, column.goodness);
+    if (best > dataView->maxY) {
+        dataView->setRange(plainGridSize(best), dataView->minY);
+        HView::needsScrollerUpdate = true;
+    }
 }
 
 bool DisplayView::prepareNow(QSizeF size)
@@ -275,8 +290,8 @@ bool DisplayView::prepareNow(QSizeF size)
         if (round > 0 && snapshotCurrent(*wanted))
             break;
         const bool spectrum = viewType == ViewType::Spectrum;
-        shown = Quorval::dataQueue().sync(
-            [&] { return takeSnapshot(*wanted, generation, spectrum, musicStream); });
+        takeShown(Quorval::dataQueue().sync(
+            [&] { return takeSnapshot(*wanted, generation, spectrum, musicStream); }));
     }
     return true;
 }

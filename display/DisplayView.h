@@ -152,6 +152,7 @@ private:
     std::optional<Wanted> prepare(QSizeF size);
     [[nodiscard]] bool snapshotCurrent(const Wanted &wanted) const;
     void requestSnapshot(const Wanted &wanted);
+    void takeShown(Snapshot snapshot);
     static Snapshot takeSnapshot(const Wanted &wanted, std::uint64_t generation, bool spectrum,
                                  const std::shared_ptr<MusicStream> &music);
     void updateScrollers();
@@ -176,3 +177,5 @@ private:
 };
 
 } // namespace quorval
+
+Q_DECLARE_METATYPE(quorval::HoverInfo)

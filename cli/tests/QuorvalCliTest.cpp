@@ -4,6 +4,7 @@
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
+#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -286,6 +287,39 @@ TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
     EXPECT_EQ(run({"pitches"}).status, 2);
     EXPECT_EQ(run({"transcribe", good}).status, 2);
     EXPECT_EQ(run({"--jobs", "0", "pitches", good}).status, 2);
+}
+
+TEST_F(QuorvalCli, rendersTheTraceAtAnyScaleAndRefusesStretchesOutsideTheSound)
+{
+    const QString file = wavOf("tone.wav", toneAt(69.0, 2.0));
+    const QString png = dir.filePath("trace.png");
+    const QString sharp = dir.filePath("trace2x.png");
+    const Outcome one =
+        run({"render", file, "-o", png, "--view", "pitch", "--width", "200", "--height", "100"});
+    ASSERT_EQ(one.status, 0) << one.err.toStdString();
+    const Outcome two = run({"render", file, "--output", sharp, "--view", "pitch", "--width", "200",
+                             "--height", "100", "--scale", "2", "--from", "0.5", "--to", "1.5"});
+    ASSERT_EQ(two.status, 0) << two.err.toStdString();
+    const QImage image(png);
+    const QImage image2x(sharp);
+    // The trace area and the keyboard and ruler around it, twice as many pixels at scale 2.
+    EXPECT_GT(image.width(), 200);
+    EXPECT_GT(image.height(), 100);
+    EXPECT_EQ(image2x.size(), image.size() * 2);
+
+    const Outcome svg = run({"render", file, "-o", dir.filePath("trace.svg"), "--view", "spectrum",
+                             "--width", "300", "--height", "200"});
+    ASSERT_EQ(svg.status, 0) << svg.err.toStdString();
+    EXPECT_TRUE(contents("trace.svg").contains("<svg"));
+
+    const Outcome outside = run({"render", file, "-o", png, "--from", "1", "--to", "3"});
+    EXPECT_EQ(outside.status, 2);
+    EXPECT_TRUE(outside.err.contains("outside the sound")) << outside.err.toStdString();
+    EXPECT_EQ(run({"render", file}).status, 2);
+    EXPECT_EQ(run({"render", file, "-o", png, "--view", "xylophone"}).status, 2);
+    EXPECT_EQ(run({"render", file, "-o", png, "--scale", "0"}).status, 2);
+    EXPECT_EQ(run({"render", dir.filePath("missing.wav"), "-o", png}).status, 1);
+    EXPECT_EQ(run({"render", file, "-o", dir.filePath("no/such/folder/x.png")}).status, 1);
 }
 
 } // namespace
