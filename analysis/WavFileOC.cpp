@@ -143,8 +143,7 @@ std::int64_t WavFileOC::FileHandle::copyAt(std::int64_t offset, const FileHandle
 // ---- Set-up
 
 bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int newBytesPerSample,
-                                    int newMaxDataBytes,
-                                    const std::optional<std::string> &path)
+                                    int newMaxDataBytes, const std::optional<std::string> &path)
 {
     QUORVAL_CHECK(newSampleRate >= 1.0 && newSampleRate <= static_cast<double>(kInt32Max));
     QUORVAL_CHECK(newNChannels == 1 || newNChannels == 2);

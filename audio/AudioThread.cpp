@@ -31,8 +31,8 @@ void AudioThread::run(const std::function<void()> &fn)
         fn();
         return;
     }
-    const bool posted =
-        QMetaObject::invokeMethod(anchor, [&fn] { fn(); }, Qt::BlockingQueuedConnection);
+    const bool posted = QMetaObject::invokeMethod(
+        anchor, [&fn] { fn(); }, Qt::BlockingQueuedConnection);
     QUORVAL_CHECK(posted);
 }
 

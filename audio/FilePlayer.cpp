@@ -94,12 +94,10 @@ std::unique_ptr<FilePlayer> FilePlayer::open(const std::string &path)
     std::unique_ptr<FilePlayer> player(new FilePlayer);
     player->format.setSampleRate(static_cast<int>(wav.getSampleRate()));
     player->format.setChannelCount(channels);
-    player->format.setSampleFormat(bytesPerSample == 1 ? QAudioFormat::UInt8
-                                                       : QAudioFormat::Int16);
+    player->format.setSampleFormat(bytesPerSample == 1 ? QAudioFormat::UInt8 : QAudioFormat::Int16);
     const int frameBytes = bytesPerSample * channels;
     const qint64 dataBytes = wav.getFileDataLength() - wav.getFileDataLength() % frameBytes;
-    player->durationSeconds =
-        static_cast<double>(dataBytes / frameBytes) / wav.getSampleRate();
+    player->durationSeconds = static_cast<double>(dataBytes / frameBytes) / wav.getSampleRate();
     bool made = false;
     FilePlayer *self = player.get();
     self->audio.run([&] {
@@ -111,20 +109,22 @@ std::unique_ptr<FilePlayer> FilePlayer::open(const std::string &path)
         }
         self->source = source;
         self->sink = new QAudioSink(*output, self->format, self->audio.context());
-        QObject::connect(self->sink, &QAudioSink::stateChanged, self->sink,
-                         [self](QAudio::State state) {
-                             if (state != QAudio::IdleState || !self->playing ||
-                                 !self->source->reachedEnd)
-                                 return;
-                             // Everything has been heard: the end of the file.
-                             self->playing = false;
-                             self->startSeconds = self->durationSeconds;
-                             QMetaObject::invokeMethod(self->sink, [self] {
-                                 self->sink->stop();
-                                 if (self->finished)
-                                     self->finished();
-                             }, Qt::QueuedConnection);
-                         });
+        QObject::connect(
+            self->sink, &QAudioSink::stateChanged, self->sink, [self](QAudio::State state) {
+                if (state != QAudio::IdleState || !self->playing || !self->source->reachedEnd)
+                    return;
+                // Everything has been heard: the end of the file.
+                self->playing = false;
+                self->startSeconds = self->durationSeconds;
+                QMetaObject::invokeMethod(
+                    self->sink,
+                    [self] {
+                        self->sink->stop();
+                        if (self->finished)
+                            self->finished();
+                    },
+                    Qt::QueuedConnection);
+            });
         made = true;
     });
     return made ? std::move(player) : nullptr;
@@ -149,8 +149,8 @@ double FilePlayer::currentTime_A() const
     double t = startSeconds + static_cast<double>(sink->processedUSecs()) * 1e-6;
     if (durationSeconds > 0.0 && t >= durationSeconds) {
         // Round to the start only as often as the source has actually gone round.
-        const double wraps = std::min(std::floor(t / durationSeconds),
-                                      static_cast<double>(source->wrapsTaken));
+        const double wraps =
+            std::min(std::floor(t / durationSeconds), static_cast<double>(source->wrapsTaken));
         t -= wraps * durationSeconds;
     }
     return std::min(t, durationSeconds);

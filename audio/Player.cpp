@@ -44,9 +44,8 @@ bool Player::start(WavStream &wav, std::function<void()> finish)
         audioPlayer = makeAudioPlayer(url);
         if (!audioPlayer)
             return false;
-        audioPlayer->setFinishCallback([this] {
-            Quorval::displayQueue().async([this] { audioPlayerDidFinishPlaying(); });
-        });
+        audioPlayer->setFinishCallback(
+            [this] { Quorval::displayQueue().async([this] { audioPlayerDidFinishPlaying(); }); });
         finishCallback = std::move(finish);
         minX = static_cast<double>(first) * wav.xScale;
         maxX = static_cast<double>(last) * wav.xScale;
@@ -106,8 +105,7 @@ void Player::beginPass()
     lastMark = startMark;
     // At most one extra time through the file: when what is left to play lies in a later
     // period of the ring. Deliberately 0 or 1, never more.
-    const bool laterPeriod =
-        std::ceil(maxX / maxRange) - 1.0 > std::trunc(startTime / maxRange);
+    const bool laterPeriod = std::ceil(maxX / maxRange) - 1.0 > std::trunc(startTime / maxRange);
     audioPlayer->setNumberOfLoops(laterPeriod ? 1 : 0);
     audioPlayer->play();
 }

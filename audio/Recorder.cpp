@@ -32,7 +32,13 @@ std::int64_t steadyMs()
 
 } // namespace
 
-Recorder::Recorder() : ring(static_cast<std::size_t>(kRingFrames)) {}
+Recorder::Recorder() : ring(static_cast<std::size_t>(kRingFrames))
+{
+    // Past a file size limit, writes must fail with an error rather than end the process: the
+    // recording stops and keeps what it has. The sound server's client sizes its shared memory
+    // against the same limit, so this comes before any contact with the server.
+    std::signal(SIGXFSZ, SIG_IGN);
+}
 
 Recorder::~Recorder()
 {
@@ -86,8 +92,6 @@ bool Recorder::start(std::shared_ptr<WavStream> target)
 {
     if (recording || !target || !setup())
         return false;
-    // A write beyond the file size limit must fail with an error, not end the process.
-    std::signal(SIGXFSZ, SIG_IGN);
     stream = std::move(target);
     writtenFrames = 0;
     readFrames = 0;
@@ -144,18 +148,19 @@ void Recorder::readInput()
     if (!input || failed)
         return;
     for (;;) {
-        const qint64 available = input->bytesAvailable() / 2;
+        const qint64 available = source->bytesAvailable() / 2;
         if (available <= 0)
             break;
         const std::int64_t head = writtenFrames.load(std::memory_order_relaxed);
-        const std::int64_t space = kRingFrames - (head - readFrames.load(std::memory_order_acquire));
+        const std::int64_t space =
+            kRingFrames - (head - readFrames.load(std::memory_order_acquire));
         const std::int64_t at = head % kRingFrames;
         const std::int64_t want = std::min<std::int64_t>({available, space, kRingFrames - at});
         if (want <= 0) {
             // The ring is full: the realtime queue is stuck. Drop rather than block the input.
             std::int16_t scrap[512];
-            const qint64 got = input->read(reinterpret_cast<char *>(scrap),
-                                           2 * std::min<qint64>(available, 512));
+            const qint64 got =
+                input->read(reinterpret_cast<char *>(scrap), 2 * std::min<qint64>(available, 512));
             if (got <= 0)
                 break;
             droppedFrames += got / 2;
@@ -182,8 +187,9 @@ void Recorder::drain()
     for (;;) {
         appendFromRing();
         drainPosted.store(false);
-        // More came while appending, and nobody has posted for it yet.
-        if (writtenFrames.load() == readFrames.load() || drainPosted.exchange(true))
+        // More came while appending, and nobody has posted for it yet. After a failed write
+        // what is left stays unwritten.
+        if (failed || writtenFrames.load() == readFrames.load() || drainPosted.exchange(true))
             return;
     }
 }
@@ -197,7 +203,8 @@ void Recorder::appendFromRing()
             return;
         const std::int64_t at = tail % kRingFrames;
         const std::int64_t count = std::min(head - tail, kRingFrames - at);
-        const std::span<const std::int16_t> piece(ring.data() + at, static_cast<std::size_t>(count));
+        const std::span<const std::int16_t> piece(ring.data() + at,
+                                                  static_cast<std::size_t>(count));
         if (!stream->appendSamples(piece)) {
             abort(kWriteFailedMessage);
             return;

@@ -72,10 +72,10 @@ int Tool::record(const CommandLine &line)
     const bool showProgress = stderrIsTerminal();
     const double rate = Recorder::sampleRate;
     // The file is a ring: beyond its length a recording would overwrite its own start.
-    const std::int64_t limit = line.seconds ? std::min<std::int64_t>(wav->maxFrames,
-                                                                     static_cast<std::int64_t>(
-                                                                         *line.seconds * rate))
-                                            : wav->maxFrames;
+    const std::int64_t limit =
+        line.seconds ? std::min<std::int64_t>(wav->maxFrames,
+                                              static_cast<std::int64_t>(*line.seconds * rate))
+                     : wav->maxFrames;
     bool full = false;
     while (!interrupted && !endedByItself) {
         const std::int64_t frames = recorder.framesAppended();
@@ -84,8 +84,9 @@ int Tool::record(const CommandLine &line)
             break;
         }
         if (showProgress)
-            std::fprintf(stderr, "\rRecording %s: %7.1f s  [%s]", line.file.toLocal8Bit().constData(),
-                         static_cast<double>(frames) / rate, levelBar(recorder.level()).c_str());
+            std::fprintf(stderr, "\rRecording %s: %7.1f s  [%s]",
+                         line.file.toLocal8Bit().constData(), static_cast<double>(frames) / rate,
+                         levelBar(recorder.level()).c_str());
         pause();
     }
     recorder.stop();

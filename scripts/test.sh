@@ -8,4 +8,5 @@ bash scripts/setup.sh
 cmake -S . -B build/test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUORVAL_WERROR=ON \
     -DQUORVAL_SANITIZE=address,undefined
 cmake --build build/test -j"$(nproc)"
-ctest --test-dir build/test --output-on-failure -j"$(nproc)" "$@"
+# The audio tests record and play through a private sound server started for the run.
+bash scripts/sound-server.sh ctest --test-dir build/test --output-on-failure -j"$(nproc)" "$@"

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QByteArray>
+#include <QMediaDevices>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QStringList>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+
+namespace quorval::test {
+
+// Whether the sound server the test script starts is there: it lists an input and an output.
+inline bool soundServerPresent()
+{
+    return !QMediaDevices::audioInputs().isEmpty() && !QMediaDevices::audioOutputs().isEmpty();
+}
+
+// CI sets QUORVAL_REQUIRE_AUDIO=1: there a missing server fails instead of skipping.
+inline bool soundServerRequired()
+{
+    const char *required = std::getenv("QUORVAL_REQUIRE_AUDIO");
+    return required && std::string(required) == "1";
+}
+
+// What a child process left behind.
+struct ChildResult
+{
+    int exitCode = -1;
+    bool crashed = false;
+    QString errorText;
+};
+
+// Runs program with arguments and the environment changed by `set` ("NAME=value"), waiting up
+// to timeoutMs.
+inline ChildResult runChild(const QString &program, const QStringList &arguments,
+                            const QStringList &set = {}, int timeoutMs = 30000)
+{
+    QProcess child;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const QString &pair : set)
+        environment.insert(pair.section(QLatin1Char('='), 0, 0), pair.section(QLatin1Char('='), 1));
+    child.setProcessEnvironment(environment);
+    child.start(program, arguments);
+    ChildResult result;
+    if (!child.waitForFinished(timeoutMs)) {
+        child.kill();
+        child.waitForFinished();
+        result.crashed = true;
+    }
+    result.crashed = result.crashed || child.exitStatus() != QProcess::NormalExit;
+    result.exitCode = child.exitCode();
+    result.errorText = QString::fromLocal8Bit(child.readAllStandardError());
+    return result;
+}
+
+} // namespace quorval::test
+
+// Skips a test that needs the sound server when there is none, unless one is required.
+#define QUORVAL_NEED_SOUND_SERVER()                                                                \
+    do {                                                                                           \
+        if (!quorval::test::soundServerPresent()) {                                                \
+            if (quorval::test::soundServerRequired())                                              \
+                FAIL() << "QUORVAL_REQUIRE_AUDIO=1 but no sound server answers";                   \
+            GTEST_SKIP() << "no sound server (run the tests through scripts/sound-server.sh)";     \
+        }                                                                                          \
+    } while (false)

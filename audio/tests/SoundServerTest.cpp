@@ -1,0 +1,349 @@
+#include "audio/tests/SoundServer.h"
+
+#include "analysis/WavFileOC.h"
+#include "analysis/tests/support/TestSignals.h"
+#include "audio/FilePlayer.h"
+#include "audio/Player.h"
+#include "audio/Recorder.h"
+#include "audio/SoundDevices.h"
+#include "options/Messages.h"
+#include "options/Parameters.h"
+#include "streams/MusicStream.h"
+#include "streams/PitchStream.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+#include "streams/tests/Tones.h"
+#include "streams/tests/Wait.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <signal.h>
+
+using namespace std::chrono_literals;
+
+namespace quorval {
+namespace {
+
+const QString kCli = QStringLiteral(QUORVAL_CLI_PATH);
+
+// Catches the messages shown while it lives.
+class MessageCatcher
+{
+public:
+    MessageCatcher()
+    {
+        previous = setMessageHandler([this](const QString &, const QString &text) {
+            std::lock_guard lock(mutex);
+            texts.push_back(text);
+        });
+    }
+    ~MessageCatcher() { setMessageHandler(previous); }
+    QStringList all()
+    {
+        std::lock_guard lock(mutex);
+        return texts;
+    }
+
+private:
+    MessageHandler previous;
+    std::mutex mutex;
+    QStringList texts;
+};
+
+// The data length a WAV file's header announces, and the bytes really after its header.
+struct WavOnDisk
+{
+    bool readable = false;
+    qint64 announced = 0;
+    qint64 present = 0;
+};
+
+WavOnDisk inspect(const QString &path)
+{
+    WavOnDisk result;
+    WavFileOC file;
+    result.readable = file.setupFromPath(path.toStdString()) && file.isVerified();
+    result.announced = file.getFileDataLength();
+    result.present = QFileInfo(path).size() - WavFileOC::kHeaderLength;
+    return result;
+}
+
+// Median pitch of the segments within half a semitone of note, and how long they last.
+struct PitchedStretch
+{
+    double pitch = 0.0;
+    double seconds = 0.0;
+};
+
+PitchedStretch stretchNear(const MusicStream &music, double note)
+{
+    std::vector<double> pitches;
+    for (const MusicStream::SegmentValue &value : music.segmentValues())
+        if (std::abs(value.pitch - note) < 0.5)
+            pitches.push_back(value.pitch);
+    PitchedStretch stretch;
+    if (pitches.empty())
+        return stretch;
+    std::nth_element(pitches.begin(), pitches.begin() + pitches.size() / 2, pitches.end());
+    stretch.pitch = pitches[pitches.size() / 2];
+    stretch.seconds =
+        static_cast<double>(pitches.size()) * static_cast<double>(music.segSpacing()) / 44100.0;
+    return stretch;
+}
+
+TEST(SoundServer, toneRecordedBackKeepsItsPitchAndLength)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    const double notes[] = {69.0, 76.3}; // 440 Hz, and 659 Hz 30 cents sharp
+    const auto gap = testsignals::silence(13230);
+    std::vector<double> signal = gap;
+    for (double note : notes)
+        signal = test::joined(test::joined(signal, test::toneAt(note, 1.0)), gap);
+    testsignals::TempWav played(signal, {}, 2);
+    ASSERT_TRUE(played.ok());
+
+    auto wav = WavStream::createForRecording(1, 2, Recorder::sampleRate);
+    ASSERT_NE(wav, nullptr);
+    auto music = MusicStream::create(wav);
+    Recorder recorder;
+    ASSERT_TRUE(recorder.start(wav));
+    auto output = FilePlayer::open(played.path());
+    ASSERT_NE(output, nullptr);
+    std::atomic<bool> done{false};
+    output->setFinishCallback([&done] { done = true; });
+    output->play();
+    // The pitch stream grows while the recording does.
+    EXPECT_TRUE(test::waitUntil([&] { return music->pitchStream()->maximumIndex() > 40; }));
+    EXPECT_TRUE(recorder.isRecording());
+    ASSERT_TRUE(test::waitUntil([&] { return done.load(); }, 30000));
+    const std::int64_t heard = recorder.framesAppended();
+    ASSERT_TRUE(test::waitUntil([&] { return recorder.framesAppended() > heard + 4410; }));
+    recorder.stop();
+    EXPECT_EQ(wav->maximumIndex(), recorder.framesAppended());
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+
+    for (double note : notes) {
+        const PitchedStretch stretch = stretchNear(*music, note);
+        EXPECT_NEAR(stretch.pitch, note, 0.01) << "note " << note;
+        // Segments overlap the tone's edges by up to one segment length.
+        const double segmentSeconds = static_cast<double>(music->segLength()) / 44100.0;
+        EXPECT_NEAR(stretch.seconds, 1.0 - segmentSeconds, 0.05 + segmentSeconds / 2)
+            << "note " << note;
+    }
+    wav->modified = false;
+}
+
+TEST(SoundServer, recordingIntoAFullRingKeepsTheNewestSound)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    Parameter &length = Parameters::shared().maxAudioFileLength;
+    ASSERT_TRUE(length.setFromText(QStringLiteral("1")));
+    // At a nominal 400 frames a second the ring holds 24000 frames: half a second of input.
+    auto wav = WavStream::createForRecording(1, 2, 400.0);
+    length.resetToDefault();
+    ASSERT_NE(wav, nullptr);
+    Recorder recorder;
+    ASSERT_TRUE(recorder.start(wav));
+    ASSERT_TRUE(test::waitUntil([&] { return recorder.framesAppended() > 3 * wav->maxFrames; }));
+    recorder.stop();
+    EXPECT_EQ(wav->maximumIndex(), recorder.framesAppended());
+    EXPECT_EQ(wav->minimumIndex(), wav->maximumIndex() - wav->maxFrames);
+    const WavOnDisk file = inspect(QString::fromStdString(wav->fileURL));
+    EXPECT_TRUE(file.readable);
+    EXPECT_EQ(file.announced, wav->maxFrames * 2);
+    EXPECT_EQ(file.present, file.announced);
+    wav->modified = false;
+}
+
+TEST(SoundServer, silentSourceEndsTheRecordingKeepingWhatCame)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    const QString input = QString::fromLatin1(SoundDevices::defaultInput()->id());
+    auto wav = WavStream::createForRecording(1, 2, Recorder::sampleRate);
+    ASSERT_NE(wav, nullptr);
+    MessageCatcher messages;
+    Recorder recorder;
+    std::atomic<bool> ended{false};
+    recorder.setEndedCallback([&ended] { ended = true; });
+    ASSERT_TRUE(recorder.start(wav));
+    ASSERT_TRUE(test::waitUntil([&] { return recorder.framesAppended() > 4410; }));
+    // A suspended source delivers nothing more, as one whose device went away.
+    ASSERT_EQ(QProcess::execute("pactl", {"suspend-source", input, "1"}), 0);
+    const bool stopped = test::waitUntil([&] { return ended.load(); }, 15000);
+    QProcess::execute("pactl", {"suspend-source", input, "0"});
+    ASSERT_TRUE(stopped);
+    EXPECT_EQ(messages.all(), QStringList{"Recording aborted: no data"});
+    EXPECT_FALSE(recorder.isRecording());
+    recorder.stop();
+    EXPECT_EQ(wav->maximumIndex(), recorder.framesAppended());
+    const WavOnDisk file = inspect(QString::fromStdString(wav->fileURL));
+    EXPECT_EQ(file.announced, wav->maximumIndex() * 2);
+    wav->modified = false;
+}
+
+TEST(SoundServer, toolWithoutAServerSaysSoAndExits)
+{
+    QTemporaryDir dir;
+    const QString target = dir.filePath("take.wav");
+    const QStringList nowhere{"PULSE_SERVER=unix:" + dir.filePath("no-server")};
+    const test::ChildResult recorded = test::runChild(kCli, {"record", target}, nowhere);
+    EXPECT_FALSE(recorded.crashed);
+    EXPECT_EQ(recorded.exitCode, 1);
+    EXPECT_TRUE(recorded.errorText.contains("There is no microphone on this device."))
+        << recorded.errorText.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(target));
+
+    testsignals::TempWav sound(test::toneAt(69.0, 0.2), {}, 2);
+    const test::ChildResult played =
+        test::runChild(kCli, {"play", QString::fromStdString(sound.path())}, nowhere);
+    EXPECT_FALSE(played.crashed);
+    EXPECT_EQ(played.exitCode, 1);
+}
+
+TEST(SoundServer, killedOrLimitedToolRecordingLeavesAValidFile)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    QTemporaryDir dir;
+    const QString killed = dir.filePath("killed.wav");
+    QProcess child;
+    child.start(kCli, {"record", killed});
+    ASSERT_TRUE(child.waitForStarted());
+    ASSERT_TRUE(test::waitUntil([&] { return inspect(killed).announced > 44100; }, 20000));
+    ::kill(static_cast<pid_t>(child.processId()), SIGKILL);
+    child.waitForFinished();
+    const WavOnDisk afterKill = inspect(killed);
+    EXPECT_TRUE(afterKill.readable);
+    // Everything written is announced, up to the buffer being written at the kill.
+    EXPECT_LE(afterKill.announced, afterKill.present);
+    EXPECT_GE(afterKill.announced, afterKill.present - 44100);
+
+    // A file size limit of 100 KB: the write that crosses it ends the recording.
+    const QString limited = dir.filePath("limited.wav");
+    const test::ChildResult result = test::runChild(
+        "/bin/bash",
+        {"-c", "ulimit -f 100 && exec \"$0\" record \"$1\" --seconds 20", kCli, limited});
+    EXPECT_FALSE(result.crashed);
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(result.errorText.contains(Recorder::kWriteFailedMessage))
+        << result.errorText.toStdString();
+    const WavOnDisk kept = inspect(limited);
+    EXPECT_TRUE(kept.readable);
+    EXPECT_GT(kept.announced, 90 * 1024);
+    EXPECT_LE(kept.announced, kept.present);
+    EXPECT_LE(kept.present + WavFileOC::kHeaderLength, 100 * 1024);
+}
+
+// Marks the player sets, in order.
+class MarkLog : public SharedPlayerView
+{
+public:
+    void setPlayMark(double seconds) override
+    {
+        SharedPlayerView::setPlayMark(seconds);
+        std::lock_guard lock(mutex);
+        marks.push_back(seconds);
+    }
+    std::vector<double> all()
+    {
+        std::lock_guard lock(mutex);
+        return marks;
+    }
+
+private:
+    std::mutex mutex;
+    std::vector<double> marks;
+};
+
+TEST(SoundServer, playerFollowsTheOutputAndLoopsToTheSelection)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    testsignals::TempWav sound(test::toneAt(69.0, 2.0), {}, 2);
+    auto wav = WavStream::createFromFile(sound.path());
+    ASSERT_NE(wav, nullptr);
+    wav->waitForCopy();
+    MarkLog view;
+    Player player(view);
+    std::atomic<int> finished{0};
+
+    // The mark advances as the output plays: about as fast as the wall clock.
+    ASSERT_TRUE(player.start(*wav, [&finished] { ++finished; }));
+    ASSERT_TRUE(test::waitUntil([&] { return view.playMark() > 0.2; }));
+    const double markBefore = view.playMark();
+    const auto wallBefore = std::chrono::steady_clock::now();
+    ASSERT_TRUE(test::waitUntil([&] { return view.playMark() > markBefore + 0.8; }));
+    const double wallSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - wallBefore).count();
+    EXPECT_NEAR((view.playMark() - markBefore) / wallSeconds, 1.0, 0.3);
+    ASSERT_TRUE(test::waitUntil([&] { return finished == 1; }));
+    EXPECT_EQ(view.playMark(), 2.0);
+
+    // From a mark inside the selection; each loop returns to the selection's start.
+    view.setSelection(0.5, 0.9);
+    view.setPlayMark(0.7);
+    const std::size_t firstPass = view.all().size();
+    Quorval::loop = true;
+    ASSERT_TRUE(player.start(*wav, [&finished] { ++finished; }));
+    const bool looped = test::waitUntil([&] {
+        const std::vector<double> marks = view.all();
+        return std::count(marks.begin() + firstPass, marks.end(), 0.5) >= 2;
+    });
+    Quorval::loop = false;
+    player.stop();
+    ASSERT_TRUE(looped);
+    const std::vector<double> marks = view.all();
+    // It began at the mark, not at the selection's start.
+    EXPECT_GT(marks[firstPass], 0.7);
+    for (std::size_t k = firstPass; k < marks.size(); ++k)
+        EXPECT_TRUE(marks[k] >= 0.5 && marks[k] < 0.9) << marks[k];
+    EXPECT_EQ(finished, 1);
+}
+
+TEST(SoundServer, filePlayerGoesRoundTheRingAtMostOnce)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    testsignals::TempWav sound(test::toneAt(69.0, 1.0), {}, 2);
+    SharedPlayerView view;
+    Player player(view);
+    std::atomic<int> ends{0};
+    // A 1 s ring played from display time 1.2: file position 0.2, and once round when the
+    // recording goes on into the next period.
+    auto passFrom = [&](double maxX) {
+        Quorval::displayQueue().sync([&] {
+            player.audioPlayer = FilePlayer::open(sound.path());
+            ASSERT_NE(player.audioPlayer, nullptr);
+            player.audioPlayer->setFinishCallback([&ends] { ++ends; });
+            player.maxRange = 1.0;
+            player.startTime = 1.2;
+            player.maxX = maxX;
+            player.beginPass();
+            EXPECT_NEAR(player.audioPlayer->currentTime(), 0.2, 0.05);
+        });
+    };
+    const auto began = std::chrono::steady_clock::now();
+    passFrom(2.5);
+    ASSERT_TRUE(test::waitUntil([&] { return ends == 1; }));
+    const double roundOnce =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+    EXPECT_GT(roundOnce, 1.5); // 0.8 s to the file's end, then the whole file again
+
+    passFrom(1.9);
+    const auto second = std::chrono::steady_clock::now();
+    ASSERT_TRUE(test::waitUntil([&] { return ends == 2; }));
+    const double toTheEnd =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - second).count();
+    EXPECT_LT(toTheEnd, 1.5);
+    EXPECT_GT(toTheEnd, 0.7);
+    Quorval::displayQueue().sync([&] { player.audioPlayer.reset(); });
+}
+
+} // namespace
+} // namespace quorval
