@@ -15,7 +15,9 @@ class ParmViewController;
 
 // The Options menu's commands as actions for the window's menu bar: "Options..." (the options
 // dialog), "Read Options...", "Write Options...", "Defaults" and the "Presets" submenu, whose
-// items are checked exactly when their preset is in force. Main thread only.
+// items are checked exactly when their preset is in force. After a file is read, the defaults
+// or a preset, an open dialog shows the new values (edits not yet applied give way to them).
+// Main thread only.
 class OptionsMenu : public QObject
 {
     Q_OBJECT
