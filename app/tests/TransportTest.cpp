@@ -1,7 +1,8 @@
 #include "app/tests/WindowTest.h"
-#include "audio/SoundDevices.h"
+#include "audio/tests/SoundServer.h"
 #include "display/DisplayView.h"
 
+#include <QAudioDevice>
 #include <QLabel>
 #include <QToolButton>
 
@@ -14,8 +15,8 @@ class TransportTest : public WindowTest
 protected:
     void SetUp() override
     {
-        if (!SoundDevices::defaultOutput() || !SoundDevices::defaultInput()) {
-            if (qEnvironmentVariable("QUORVAL_REQUIRE_AUDIO") == QLatin1String("1"))
+        if (!test::soundServerPresent()) {
+            if (test::soundServerRequired())
                 FAIL() << "no sound server";
             GTEST_SKIP() << "no sound server";
         }

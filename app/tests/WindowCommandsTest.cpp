@@ -1,8 +1,11 @@
 #include "app/tests/WindowTest.h"
 #include "display/DisplayView.h"
+#include "options/dialog/OptionsMenu.h"
+#include "options/dialog/ParmViewController.h"
 
 #include <QAction>
 #include <QFileInfo>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QToolButton>
 
@@ -17,7 +20,8 @@ const QString kSaveQuestion =
 TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
 {
     DisplayView *view = controller->displayView;
-    HView &time = *view->hView;
+    // The time axis the display shows.
+    HView &time = *controller->musicStream()->timeView;
     // Whole sound at first: nothing to zoom out to.
     QTRY_VERIFY(time.timeWidth > 0.0);
     QTRY_VERIFY(!view->canHScrollOut());
@@ -90,7 +94,7 @@ TEST_F(WindowTest, prefixKeysChooseViewsAndFileCommands)
     type('o');
     EXPECT_EQ(openPanels, 1);
     EXPECT_TRUE(delegate->optionsMenu->dialog().isVisible());
-    delegate->optionsMenu->dialog().reject();
+    delegate->optionsMenu->dialog().cancelButtonPushed();
 }
 
 TEST_F(WindowTest, modifiedSoundCheckFollowsEachAnswer)
