@@ -46,19 +46,31 @@ def read_png(path):
 
 def main(path):
     width, height, channels, rows = read_png(path)
-    black = coloured = 0
-    for line in rows:
-        for x in range(0, width * channels, channels):
-            r, g, b = line[x], line[x + 1], line[x + 2]
-            if r + g + b < 30:
-                black += 1
-            elif max(r, g, b) > 150 and max(r, g, b) - min(r, g, b) > 60:
-                coloured += 1
-    total = width * height
-    print(f"{path}: {width}x{height}, black {black / total:.1%}, trace-coloured {coloured}")
-    if black < total * 0.3:
+
+    def dark(line, x):
+        return line[x * channels] + line[x * channels + 1] + line[x * channels + 2] < 30
+
+    # The trace area: the rows and columns that are mostly black canvas.
+    dark_rows = [y for y, line in enumerate(rows)
+                 if sum(dark(line, x) for x in range(width)) > width // 2]
+    if len(dark_rows) < height // 3:
         sys.exit("smoke: no trace area in the picture")
-    if coloured < 500:
+    dark_cols = [x for x in range(width)
+                 if sum(dark(rows[y], x) for y in dark_rows) > len(dark_rows) // 2]
+    top, bottom, left, right = dark_rows[0], dark_rows[-1], dark_cols[0], dark_cols[-1]
+
+    # Trace pixels are coloured (sharp red, flat blue): grey grid lines are not. A needle or a
+    # selection edge is one column; a trace runs across many.
+    columns = set()
+    for y in range(top, bottom + 1):
+        line = rows[y]
+        for x in range(left, right + 1):
+            r, g, b = line[x * channels:x * channels + 3]
+            if max(r, g, b) > 150 and max(r, g, b) - min(r, g, b) > 60:
+                columns.add(x)
+    print(f"{path}: trace area {right - left + 1}x{bottom - top + 1}, "
+          f"trace in {len(columns)} columns")
+    if len(columns) < 100:
         sys.exit("smoke: no trace drawn")
 
 
