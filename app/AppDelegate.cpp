@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include "analysis/Check.h"
+#include "analysis/WavFileOC.h"
 #include "app/MainView.h"
 #include "app/MainViewController.h"
 #include "display/DisplayView.h"
@@ -30,7 +31,11 @@
 #include <QTemporaryFile>
 #include <QTimer>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <cstdlib>
+#include <limits>
 
 namespace quorval {
 
@@ -160,6 +165,8 @@ void AppDelegate::buildMenus()
         add(fileMenu, tr("&Save"), &AppDelegate::saveFileMenuItemSelected, QKeySequence::Save);
     fileSaveAsMenuItem = add(fileMenu, tr("Save &As..."), &AppDelegate::saveAsFileMenuItemSelected,
                              QKeySequence::SaveAs);
+    exportSelectionMenuItem =
+        add(fileMenu, tr("&Export Selection..."), &AppDelegate::exportSelectionMenuItemSelected);
     fileMenu->addSeparator();
     propertiesMenuItem =
         add(fileMenu, tr("File &Properties"), &AppDelegate::propertiesMenuItemSelected);
@@ -319,6 +326,69 @@ void AppDelegate::saveAsFileMenuItemSelected()
         suggested = QFileInfo(suggested).completeBaseName() + QStringLiteral(".wav");
     if (const std::optional<QString> path = panels.chooseFileToSave(suggested))
         (void)saveTo(path);
+}
+
+std::optional<std::pair<std::int64_t, std::int64_t>> AppDelegate::selectedFrames() const
+{
+    const std::shared_ptr<MusicStream> music = mainViewController->musicStream();
+    if (!music || !music->timeView->hasSelection())
+        return std::nullopt;
+    const std::shared_ptr<WavStream> wav = music->wavStream;
+    const auto [lowest, highest] = Quorval::dataQueue().sync(
+        [&wav] { return std::make_pair(wav->minimumIndex_D(), wav->maximumIndex_D()); });
+    const auto frameAt = [&](double t) {
+        return std::clamp(static_cast<std::int64_t>(std::llround(t / wav->xScale)), lowest,
+                          highest);
+    };
+    const std::int64_t first = frameAt(music->timeView->selectionStart);
+    const std::int64_t end = frameAt(music->timeView->selectionEnd);
+    if (end <= first)
+        return std::nullopt;
+    return std::make_pair(first, end);
+}
+
+void AppDelegate::exportSelectionMenuItemSelected()
+{
+    const std::shared_ptr<WavStream> wav = mainViewController->wavStream();
+    const auto frames = selectedFrames();
+    if (!wav || !frames)
+        return;
+    const std::optional<QString> path = panels.chooseFileToSave(
+        QFileInfo(soundName()).completeBaseName() + QStringLiteral(" selection.wav"));
+    if (!path)
+        return;
+    wav->waitForCopy();
+    const std::string target = QFile::encodeName(*path).toStdString();
+    const std::string partial = target + ".partial";
+    const bool written = Quorval::dataQueue().sync([&] {
+        const std::int64_t bytes = (frames->second - frames->first) * wav->bytesPerFrame;
+        if (bytes > std::numeric_limits<std::int32_t>::max())
+            return false;
+        WavFileOC out;
+        if (!out.setupWithSampleRate(wav->sampleRate(), wav->nChannels(), wav->bytesPerSample(),
+                                     static_cast<int>(bytes), partial))
+            return false;
+        // The working file is a ring: a stretch may run over its end to its start.
+        int from = wav->byteLocOf(frames->first);
+        int to = 0;
+        while (to < bytes) {
+            const int copied =
+                out.copyDataFromWavFile(wav->wavFile_D(), from, to, static_cast<int>(bytes) - to);
+            if (copied == 0) {
+                if (from == 0)
+                    return false;
+                from = 0;
+                continue;
+            }
+            from += copied;
+            to += copied;
+        }
+        return out.finalizeWithByteSize(static_cast<int>(bytes));
+    });
+    if (!written || std::rename(partial.c_str(), target.c_str()) != 0) {
+        std::remove(partial.c_str());
+        AskViewController::message(window, QString(), QStringLiteral("Can't save sound file"));
+    }
 }
 
 void AppDelegate::propertiesMenuItemSelected()
@@ -498,6 +568,7 @@ void AppDelegate::refreshMenus()
     const bool hasSound = wav != nullptr;
     fileSaveMenuItem->setEnabled(hasSound && (wav->modified || !wav->saveURL));
     fileSaveAsMenuItem->setEnabled(hasSound);
+    exportSelectionMenuItem->setEnabled(selectedFrames().has_value());
     propertiesMenuItem->setEnabled(hasSound);
     showDeviationsMenuItem->setEnabled(hasSound && !deviations.isRunning());
     for (QAction *item :

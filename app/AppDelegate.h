@@ -8,9 +8,11 @@
 #include <QStringList>
 
 #include <array>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <utility>
 
 class QAction;
 class QLabel;
@@ -65,6 +67,9 @@ public:
     void openFileMenuItemSelected();
     void saveFileMenuItemSelected();
     void saveAsFileMenuItemSelected();
+    // Writes the selected stretch as a WAV file of the sound's format, through a new file
+    // renamed over the target only when complete.
+    void exportSelectionMenuItemSelected();
     void propertiesMenuItemSelected();
     void quitMenuItemSelected();
     // Opens path as the current sound (Open after its panel, recent files, files dropped or
@@ -107,6 +112,7 @@ public:
     QAction *fileOpenMenuItem;
     QAction *fileSaveMenuItem;
     QAction *fileSaveAsMenuItem;
+    QAction *exportSelectionMenuItem;
     QAction *propertiesMenuItem;
     QMenu *recentFilesMenu;
     QAction *checkForUpdatesMenuItem;
@@ -144,6 +150,8 @@ private:
     // Shows stream in the window (null keeps the old one).
     void showMusic(std::shared_ptr<MusicStream> music);
     bool saveTo(const std::optional<QString> &path);
+    // The selection on the time axis, in frames; nothing without one.
+    [[nodiscard]] std::optional<std::pair<std::int64_t, std::int64_t>> selectedFrames() const;
     void deviationsDone(const Deviations::Results &results);
     void cancelDeviations();
     [[nodiscard]] QString soundName() const;

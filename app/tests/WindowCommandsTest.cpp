@@ -4,10 +4,14 @@
 #include "options/dialog/ParmViewController.h"
 
 #include <QAction>
+#include <QDir>
 #include <QFileInfo>
+#include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QToolButton>
+
+#include <cmath>
 
 namespace quorval {
 namespace {
@@ -196,6 +200,61 @@ TEST_F(WindowTest, messageDialogShowsLongTextsInAScrollingField)
     // Help without a page says so, through the dialog itself.
     delegate->helpHelpMenuItemSelected();
     EXPECT_EQ(dialogs, QStringList{QStringLiteral("Help | Help not available")});
+}
+
+TEST_F(WindowTest, exportSelectionWritesExactlyTheSelectedFrames)
+{
+    EXPECT_FALSE(delegate->exportSelectionMenuItem->isEnabled());
+    HView &time = *controller->musicStream()->timeView;
+    time.selectionStart = 1.0;
+    time.selectionEnd = 3.5;
+    delegate->refreshMenus();
+    EXPECT_TRUE(delegate->exportSelectionMenuItem->isEnabled());
+
+    savePath = dir.filePath(QStringLiteral("part.wav"));
+    delegate->exportSelectionMenuItemSelected();
+    EXPECT_TRUE(dialogs.isEmpty());
+    QFile part(*savePath);
+    QFile whole(demoPath);
+    ASSERT_TRUE(part.open(QIODevice::ReadOnly) && whole.open(QIODevice::ReadOnly));
+    const QByteArray exported = part.readAll();
+    const QByteArray original = whole.readAll();
+    // 16-bit mono at 44100 Hz: 2.5 s of frames after a 44-byte header.
+    ASSERT_EQ(exported.size(), 44 + 2 * 110250);
+    EXPECT_EQ(exported.mid(44), original.mid(44 + 2 * 44100, 2 * 110250));
+    EXPECT_EQ(exported.mid(22, 14), original.mid(22, 14)); // channels, rate, frame size, bits
+
+    savePath = dir.filePath(QStringLiteral("part.wav/inside.wav"));
+    delegate->exportSelectionMenuItemSelected();
+    EXPECT_EQ(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 2);
+}
+
+TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
+{
+    delegate->deviationsViewMenuItemSelected();
+    EXPECT_FALSE(delegate->showDeviationsMenuItem->isEnabled());
+    QTRY_COMPARE_WITH_TIMEOUT(dialogs.size(), 1, 60000);
+    EXPECT_TRUE(dialogs.front().startsWith(QStringLiteral("Deviations | Pitch = ")));
+    EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nDeviation =  \u00b1")));
+    EXPECT_FALSE(dialogs.front().contains(QStringLiteral("Coverage")));
+    ASSERT_TRUE(delegate->deviationsResults.has_value());
+    // The demo is played close to the notes, most of it loud enough to count.
+    EXPECT_LT(std::abs(delegate->deviationsResults->pitch), 0.5);
+    EXPECT_GT(delegate->deviationsResults->coverage, 0.3);
+    EXPECT_TRUE(delegate->showDeviationsMenuItem->isEnabled());
+
+    // Developer mode is reached from the Help menu while the Developer menu is hidden.
+    EXPECT_FALSE(delegate->developerMenu->menuAction()->isVisible());
+    delegate->helpDeveloperModeMenuItem->trigger();
+    EXPECT_TRUE(delegate->developerMenu->menuAction()->isVisible());
+    EXPECT_TRUE(delegate->developerModeMenuItem->isChecked());
+    dialogs.clear();
+    delegate->deviationsViewMenuItemSelected();
+    QTRY_COMPARE_WITH_TIMEOUT(dialogs.size(), 1, 60000);
+    EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nCoverage = ")));
+    delegate->developerModeMenuItem->trigger();
+    EXPECT_FALSE(delegate->developerMenu->menuAction()->isVisible());
 }
 
 } // namespace

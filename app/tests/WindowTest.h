@@ -66,6 +66,7 @@ protected:
         delegate.reset();
         AskViewController::setResponder(previousResponder);
         Quorval::loop = false;
+        Quorval::setDeveloperMode(false);
     }
 
     // Presses a key on the window as a user does.
