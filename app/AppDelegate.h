@@ -95,6 +95,8 @@ public:
 
     // Enabled states, preset checks, developer mode and the view type's check mark.
     void refreshMenus();
+    // The status bar's sound name, length and analysis indicator (also on a 250 ms timer).
+    void refreshStatus();
 
     // The window's file panels, for tests.
     Panels panels;
@@ -144,7 +146,6 @@ protected:
 
 private:
     void buildMenus();
-    void refreshStatus();
     void refreshRecentFiles();
     void rememberRecentFile(const QString &path);
     // Shows stream in the window (null keeps the old one).

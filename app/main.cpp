@@ -46,6 +46,7 @@ void closeAfterPicture(quorval::AppDelegate &delegate, const QString &path)
         if (!music || music->wavStream->copying || music->isCalculating())
             return;
         timer->stop();
+        delegate.refreshStatus();
         quorval::DisplayView *view = delegate.mainViewController->displayView;
         (void)view->prepareNow(view->size());
         if (!delegate.window->grab().save(path))

@@ -94,6 +94,10 @@ TEST_F(WindowTest, prefixKeysChooseViewsAndFileCommands)
     type('o');
     EXPECT_EQ(openPanels, 1);
     EXPECT_EQ(title(), QStringLiteral("Quorval - other.wav"));
+    const QList<QAction *> recent = delegate->recentFilesMenu->actions();
+    ASSERT_EQ(recent.size(), 2);
+    EXPECT_EQ(recent.front()->text(), QStringLiteral("other.wav"));
+    EXPECT_EQ(recent.back()->text(), QStringLiteral("demo.wav"));
     // Without the prefix, "o" is the options dialog, not the panel.
     type('o');
     EXPECT_EQ(openPanels, 1);
