@@ -11,6 +11,7 @@
 #include <QMainWindow>
 #include <QTimer>
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <optional>
@@ -43,7 +44,8 @@ void closeAfterPicture(quorval::AppDelegate &delegate, const QString &path)
     QObject::connect(timer, &QTimer::timeout, &delegate, [&delegate, path, timer] {
         const std::shared_ptr<quorval::MusicStream> music =
             delegate.mainViewController->musicStream();
-        if (!music || music->wavStream->copying || music->isCalculating())
+        // Every segment's pitch computed: the picture shows the whole analysis.
+        if (!music || !music->waitUntilCalculated(std::chrono::milliseconds(1)))
             return;
         timer->stop();
         delegate.refreshStatus();

@@ -60,7 +60,7 @@ void BM_StartupToFirstTrace(benchmark::State &state)
         const bool drawn = runUntil(
             [&controller] {
                 auto music = controller.musicStream();
-                return music && !music->wavStream->copying && !music->isCalculating();
+                return music && music->waitUntilCalculated(std::chrono::milliseconds(0));
             },
             60000);
         controller.displayView->repaint();
@@ -108,7 +108,9 @@ void BM_LongestStallWhileAnalysing(benchmark::State &state)
         const bool done = runUntil(
             [&controller] {
                 auto music = controller.musicStream();
-                return music && !music->wavStream->copying && !music->isCalculating();
+                // The full check syncs with the data queue: only once the flags say idle.
+                return music && !music->wavStream->copying && !music->isCalculating() &&
+                       music->waitUntilCalculated(std::chrono::milliseconds(0));
             },
             600000);
         const auto ended = std::chrono::steady_clock::now();
