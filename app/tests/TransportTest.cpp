@@ -32,11 +32,14 @@ protected:
 
 TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
 {
+    // Without one touch a click on play starts at once.
+    ASSERT_TRUE(Parameters::shared().oneTouchPlayRecord.setValue(false));
+    controller->stopTransport();
     ASSERT_TRUE(controller->playButton->isEnabled());
     const double start = Quorval::needleTime;
     QTest::mouseClick(controller->playButton, Qt::LeftButton);
-    QTRY_VERIFY(Quorval::playing);
-    QTRY_VERIFY(Quorval::needleTime > start + 0.1);
+    WAIT_FOR(Quorval::playing, 5000);
+    WAIT_FOR(Quorval::needleTime > start + 0.1, 5000);
 
     // Space pauses where it is and resumes from there.
     type(' ');
@@ -45,16 +48,16 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
     EXPECT_TRUE(controller->pauseButton->isChecked());
     const double paused = Quorval::needleTime;
     type(' ');
-    QTRY_VERIFY(Quorval::playing);
-    QTRY_VERIFY(Quorval::needleTime > paused + 0.05);
+    WAIT_FOR(Quorval::playing, 5000);
+    WAIT_FOR(Quorval::needleTime > paused + 0.05, 5000);
 
     // Record turns play off and grows the sound; play is then locked out.
     const std::int64_t before = frames();
     type('r');
     EXPECT_FALSE(Quorval::playing);
     EXPECT_FALSE(controller->playButton->isChecked());
-    QTRY_VERIFY(Quorval::recording);
-    QTRY_VERIFY(frames() > before + 4410);
+    WAIT_FOR(Quorval::recording, 5000);
+    WAIT_FOR(frames() > before + 4410, 5000);
     EXPECT_FALSE(controller->playButton->isEnabled());
     EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
     type('p');
@@ -69,7 +72,7 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
     EXPECT_FALSE(Quorval::playing);
     type('b');
     type(' ');
-    QTRY_VERIFY(Quorval::playing);
+    WAIT_FOR(Quorval::playing, 5000);
     EXPECT_EQ(frames(), recorded);
     type('p');
     EXPECT_FALSE(Quorval::playing);
@@ -84,9 +87,9 @@ TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
     EXPECT_TRUE(controller->pauseButton->isChecked());
     EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to record"));
     type(' ');
-    QTRY_VERIFY(Quorval::recording);
+    WAIT_FOR(Quorval::recording, 5000);
     EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to pause"));
-    QTRY_VERIFY(frames() > 4410);
+    WAIT_FOR(frames() > 4410, 5000);
     type(' ');
     EXPECT_FALSE(Quorval::recording);
 
@@ -97,10 +100,10 @@ TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
     EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to play"));
     type('b');
     type(' ');
-    QTRY_VERIFY(Quorval::playing);
+    WAIT_FOR(Quorval::playing, 5000);
     // Played to its end, it comes back prepared.
-    QTRY_VERIFY_WITH_TIMEOUT(!Quorval::playing, 10000);
-    QTRY_COMPARE(controller->oneTouchLabel->text(), QStringLiteral("Touch space to play"));
+    WAIT_FOR(!Quorval::playing, 10000);
+    WAIT_FOR(controller->oneTouchLabel->text() == QStringLiteral("Touch space to play"), 5000);
 }
 
 } // namespace

@@ -27,8 +27,8 @@ TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
     // The time axis the display shows.
     HView &time = *controller->musicStream()->timeView;
     // Whole sound at first: nothing to zoom out to.
-    QTRY_VERIFY(time.timeWidth > 0.0);
-    QTRY_VERIFY(!view->canHScrollOut());
+    WAIT_FOR(time.timeWidth > 0.0, 5000);
+    WAIT_FOR(!view->canHScrollOut(), 5000);
     EXPECT_FALSE(controller->hZoomOutButton->isEnabled());
     EXPECT_EQ(controller->hToggleButton->toolTip(), QStringLiteral("Restore zoom"));
     const double whole = time.timeWidth;
@@ -37,7 +37,7 @@ TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
 
     type('+');
     EXPECT_LT(time.timeWidth, whole);
-    QTRY_VERIFY(view->canHScrollOut());
+    WAIT_FOR(view->canHScrollOut(), 5000);
     EXPECT_TRUE(controller->hZoomOutButton->isEnabled());
     EXPECT_TRUE(controller->hToggleButton->isChecked());
     EXPECT_EQ(controller->hToggleButton->toolTip(), QStringLiteral("Zoom out full"));
@@ -50,7 +50,7 @@ TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
     const double before = time.timeWidth;
     QTest::mouseClick(controller->hToggleButton, Qt::LeftButton);
     EXPECT_EQ(time.timeWidth, whole);
-    QTRY_VERIFY(!controller->hZoomOutButton->isEnabled());
+    WAIT_FOR(!controller->hZoomOutButton->isEnabled(), 5000);
     QTest::mouseClick(controller->hToggleButton, Qt::LeftButton);
     EXPECT_DOUBLE_EQ(time.timeWidth, before);
 
@@ -58,7 +58,7 @@ TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
     const double band = view->dataView->topY - view->dataView->bottomY;
     key(Qt::Key_PageUp);
     EXPECT_LT(view->dataView->topY - view->dataView->bottomY, band);
-    QTRY_VERIFY(controller->vToggleButton->isChecked());
+    WAIT_FOR(controller->vToggleButton->isChecked(), 5000);
     EXPECT_EQ(controller->vToggleButton->toolTip(), QStringLiteral("Zoom out full"));
     key(Qt::Key_PageDown);
     EXPECT_GT(view->dataView->topY - view->dataView->bottomY,
@@ -86,7 +86,7 @@ TEST_F(WindowTest, prefixKeysChooseViewsAndFileCommands)
     // The prompt goes by itself after a second.
     type('f');
     EXPECT_EQ(view->promptMessage(), QStringLiteral("File... New, Open, Save, saveAs"));
-    QTRY_VERIFY_WITH_TIMEOUT(view->promptMessage().isEmpty(), 3000);
+    WAIT_FOR(view->promptMessage().isEmpty(), 3000);
     // The prefix is still pending: "o" opens the panel, answered with a file.
     const QString other = dir.filePath(QStringLiteral("other.wav"));
     ASSERT_TRUE(QFile::copy(demoPath, other));
@@ -169,7 +169,7 @@ TEST_F(WindowTest, saveAsWhereNothingCanBeWrittenLosesNothing)
     savePath = regular + QStringLiteral("/sound.wav");
     type('f');
     type('a');
-    QTRY_COMPARE(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
+    EXPECT_EQ(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
     EXPECT_TRUE(demo->modified);
     EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
     EXPECT_FALSE(QFileInfo::exists(*savePath));
@@ -238,7 +238,7 @@ TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
 {
     delegate->deviationsViewMenuItemSelected();
     EXPECT_FALSE(delegate->showDeviationsMenuItem->isEnabled());
-    QTRY_COMPARE_WITH_TIMEOUT(dialogs.size(), 1, 60000);
+    WAIT_FOR(dialogs.size() == 1, 60000);
     EXPECT_TRUE(dialogs.front().startsWith(QStringLiteral("Deviations | Pitch = ")));
     EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nDeviation =  \u00b1")));
     EXPECT_FALSE(dialogs.front().contains(QStringLiteral("Coverage")));
@@ -255,7 +255,7 @@ TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
     EXPECT_TRUE(delegate->developerModeMenuItem->isChecked());
     dialogs.clear();
     delegate->deviationsViewMenuItemSelected();
-    QTRY_COMPARE_WITH_TIMEOUT(dialogs.size(), 1, 60000);
+    WAIT_FOR(dialogs.size() == 1, 60000);
     EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nCoverage = ")));
     delegate->developerModeMenuItem->trigger();
     EXPECT_FALSE(delegate->developerMenu->menuAction()->isVisible());

@@ -19,6 +19,10 @@
 #include <deque>
 #include <memory>
 
+// Runs the event loop until cond holds; fails the test after timeoutMs.
+#define WAIT_FOR(cond, timeoutMs)                                                                  \
+    ASSERT_TRUE(QTest::qWaitFor([&] { return static_cast<bool>(cond); }, timeoutMs)) << #cond
+
 namespace quorval {
 
 // The real window, launched offscreen on a copy of the demo sound. Every message dialog is
