@@ -118,7 +118,8 @@ TEST_F(WindowTest, modifiedSoundCheckFollowsEachAnswer)
     EXPECT_EQ(dialogs, QStringList{kSaveQuestion});
     EXPECT_EQ(controller->wavStream(), demo);
 
-    // Yes on Open: the sound is saved over its own file first, then the panel comes.
+    // Yes on Open: an opened file is never written over, so the save panel asks where; then
+    // the open panel comes.
     dialogs.clear();
     const QString target = dir.filePath(QStringLiteral("saved.wav"));
     savePath = target;
