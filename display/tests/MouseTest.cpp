@@ -140,6 +140,7 @@ TEST_F(Mouse, keyboardDragScrollsTheNotesWithTheMouse)
     DataView &notes = *shown.music().compositeView;
     display().vZoom(2.0);
     ASSERT_TRUE(QTest::qWaitFor([&] { return display().canVScrollOut(); }, kTimeout));
+    EXPECT_TRUE(area.vScroller->isVisible());
     ASSERT_TRUE(QTest::qWaitFor(
         [&] { return notes.pixelHeight * notes.canvasHeight == notes.topY - notes.bottomY; },
         kTimeout));

@@ -110,6 +110,24 @@ TEST(Picture, keyboardCarriesItsDotOnTheAAboveD62Only)
     EXPECT_TRUE(nearWhite(pixelAt(image, dotX - 8.0, yOfNote(shown.music(), dotNote))));
     // The A an octave lower is a plain white key.
     EXPECT_FALSE(anyPixelNear(image, dotX, yOfNote(shown.music(), dotNote - 12.0), 3.0, darkGreen));
+
+    // Key labels: the E above D 62 carries its name, unless labelling is "None".
+    const double eMiddle =
+        62.0 + (RowHeaderView::whiteKeySpacings[1] + RowHeaderView::whiteKeySpacings[2]) / 2.0;
+    auto inkBeside = [&](const QImage &picture) {
+        int ink = 0;
+        const double y = yOfNote(shown.music(), eMiddle);
+        for (double x = 0.7 * offsets().left - 6.0; x < offsets().left - 8.0; x += 0.5)
+            for (double dy = -4.0; dy <= 4.0; dy += 0.5)
+                ink += pixelAt(picture, x, y + dy).lightness() < 100;
+        return ink;
+    };
+    EXPECT_GT(inkBeside(image), 5);
+    Parameters &options = Parameters::shared();
+    ASSERT_TRUE(options.labelPianoKeys.setValue(QStringLiteral("None")));
+    const QImage unlabelled = pictureOf(shown.music(), 0.0, 1.0, 1.0);
+    ASSERT_TRUE(options.labelPianoKeys.setValue(QStringLiteral("Letters")));
+    EXPECT_EQ(inkBeside(unlabelled), 0);
 }
 
 TEST(Picture, rulerCentresHalfSecondLabelsOnTheirLines)
