@@ -5,6 +5,7 @@
 #include "streams/WavStream.h"
 
 #include <cmath>
+#include <optional>
 
 namespace quorval {
 
@@ -23,10 +24,13 @@ Player::~Player()
     stop();
     displayTimer.suspend();
     // The audio player goes first, so that no finish call is posted after the flush below.
-    if (!Quorval::isShuttingDown())
-        Quorval::displayQueue().sync([this] { audioPlayer.reset(); });
-    else
+    if (Quorval::isShuttingDown()) {
         audioPlayer.reset();
+        return;
+    }
+    Quorval::displayQueue().sync([this] { audioPlayer.reset(); });
+    // Finish calls posted while the audio player went run before this object goes.
+    Quorval::displayQueue().sync([] {});
 }
 
 bool Player::start(WavStream &wav, std::function<void()> finish)
@@ -44,36 +48,32 @@ bool Player::start(WavStream &wav, std::function<void()> finish)
         audioPlayer = makeAudioPlayer(url);
         if (!audioPlayer)
             return false;
-        audioPlayer->setFinishCallback(
-            [this] { Quorval::displayQueue().async([this] { audioPlayerDidFinishPlaying(); }); });
+        // The end of a file played before must not end this one.
+        const std::uint64_t serial = ++audioPlayerSerial;
+        audioPlayer->setFinishCallback([this, serial] {
+            Quorval::displayQueue().async([this, serial] {
+                if (serial == audioPlayerSerial)
+                    audioPlayerDidFinishPlaying();
+            });
+        });
         finishCallback = std::move(finish);
         minX = static_cast<double>(first) * wav.xScale;
         maxX = static_cast<double>(last) * wav.xScale;
         maxRange = static_cast<double>(wav.maxFrames) * wav.xScale;
 
+        // The range is the selection, or without one the whole recording; play starts at the
+        // mark only when the mark lies inside it.
         const double m = view.playMark();
-        double from = 0.0;
-        if (const auto selection = view.selection()) {
-            const double s = selection->start;
-            const double e = selection->end;
-            if (e > m && m >= s) {
-                from = m;
-            } else {
-                view.setPlayMark(s);
-                from = s;
-            }
-            loopStartTime = s;
-            endTime = e;
-        } else {
-            if (maxX > m && m >= minX) {
-                from = m;
-            } else {
-                view.setPlayMark(minX);
-                from = minX;
-            }
-            loopStartTime = minX;
-            endTime = maxX;
+        const std::optional<PlayerView::Selection> selection = view.selection();
+        const double s = selection ? selection->start : minX;
+        const double e = selection ? selection->end : maxX;
+        double from = m;
+        if (!(e > m && m >= s)) {
+            view.setPlayMark(s);
+            from = s;
         }
+        loopStartTime = s;
+        endTime = e;
         startTime = from;
         beginPass();
         displayTimer.resume();

@@ -4,6 +4,7 @@
 #include "audio/PlayerView.h"
 #include "audio/QueueTimer.h"
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -73,6 +74,7 @@ private:
 
     PlayerView &view;
     AudioPlayerFactory makeAudioPlayer;
+    std::uint64_t audioPlayerSerial = 0; // counts audio players made; "display" queue
     QueueTimer displayTimer;
 };
 

@@ -201,8 +201,15 @@ void Recorder::appendFromRing()
         const std::int64_t head = writtenFrames.load(std::memory_order_acquire);
         if (head == tail)
             return;
+        const std::int64_t limit = frameLimit.load();
+        if (limit >= 0 && tail >= limit) {
+            abort(nullptr);
+            return;
+        }
         const std::int64_t at = tail % kRingFrames;
-        const std::int64_t count = std::min(head - tail, kRingFrames - at);
+        std::int64_t count = std::min(head - tail, kRingFrames - at);
+        if (limit >= 0)
+            count = std::min(count, limit - tail);
         const std::span<const std::int16_t> piece(ring.data() + at,
                                                   static_cast<std::size_t>(count));
         if (!stream->appendSamples(piece)) {
@@ -224,7 +231,8 @@ void Recorder::abort(const char *message)
     audio.post([this] { stopSource(); });
     recording = false;
     Quorval::recording = false;
-    showMessage(QString(), QString::fromUtf8(message));
+    if (message)
+        showMessage(QString(), QString::fromUtf8(message));
     if (ended)
         ended();
 }

@@ -66,6 +66,11 @@ public:
     // that noticed; not called for stop(). Set before start().
     void setEndedCallback(std::function<void()> callback) { ended = std::move(callback); }
 
+    // Appends no more than frames from the next start() on; reaching them ends the recording
+    // as though it ran out of room, without a message (the ended callback is called). Negative:
+    // no limit.
+    void setFrameLimit(std::int64_t frames) { frameLimit = frames; }
+
     [[nodiscard]] bool isRecording() const { return recording.load(); }
     // Frames appended to the stream since start().
     [[nodiscard]] std::int64_t framesAppended() const { return readFrames.load(); }
@@ -80,7 +85,7 @@ private:
     // "realtime" queue: appends what the ring holds.
     void drain();
     void appendFromRing();
-    // Ends the recording with message, once. Any thread.
+    // Ends the recording with message (none when null), once. Any thread.
     void abort(const char *message);
 
     AudioThread audio{"quorval-input"};
@@ -99,6 +104,7 @@ private:
     std::atomic<bool> recording{false};
     std::atomic<bool> failed{false};
     std::atomic<float> peak{0.0f};
+    std::atomic<std::int64_t> frameLimit{-1};
     std::function<void()> ended;
 };
 

@@ -12,8 +12,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <limits>
 #include <thread>
 #include <unistd.h>
 
@@ -63,6 +65,12 @@ int Tool::record(const CommandLine &line)
         Recorder::nChannels, Recorder::bitDepth / 8, Recorder::sampleRate, path);
     if (!wav)
         return kFailed;
+    const double rate = Recorder::sampleRate;
+    // The file is a ring: beyond its length a recording would overwrite its own start.
+    const std::int64_t wanted = line.seconds ? std::llround(*line.seconds * rate)
+                                             : std::numeric_limits<std::int64_t>::max();
+    const std::int64_t limit = std::min(wanted, wav->maxFrames);
+    recorder.setFrameLimit(limit);
     std::atomic<bool> endedByItself{false};
     recorder.setEndedCallback([&endedByItself] { endedByItself = true; });
     catchInterrupt();
@@ -70,19 +78,8 @@ int Tool::record(const CommandLine &line)
         return kFailed;
 
     const bool showProgress = stderrIsTerminal();
-    const double rate = Recorder::sampleRate;
-    // The file is a ring: beyond its length a recording would overwrite its own start.
-    const std::int64_t limit =
-        line.seconds ? std::min<std::int64_t>(wav->maxFrames,
-                                              static_cast<std::int64_t>(*line.seconds * rate))
-                     : wav->maxFrames;
-    bool full = false;
     while (!interrupted && !endedByItself) {
         const std::int64_t frames = recorder.framesAppended();
-        if (frames >= limit) {
-            full = !line.seconds || limit < static_cast<std::int64_t>(*line.seconds * rate);
-            break;
-        }
         if (showProgress)
             std::fprintf(stderr, "\rRecording %s: %7.1f s  [%s]",
                          line.file.toLocal8Bit().constData(), static_cast<double>(frames) / rate,
@@ -92,12 +89,14 @@ int Tool::record(const CommandLine &line)
     recorder.stop();
     if (showProgress)
         std::fprintf(stderr, "\r\033[K");
-    if (full)
+    const std::int64_t recorded = wav->maximumIndex();
+    if (recorded >= limit && limit < wanted)
         complain(QStringLiteral("stopped at the longest sound kept (option \"Max audio file "
                                 "length (minutes)\")"));
-    const double seconds = static_cast<double>(wav->maximumIndex()) / rate;
-    std::fprintf(stderr, "Recorded %.1f s into %s\n", seconds, line.file.toLocal8Bit().constData());
-    return endedByItself ? kFailed : kOk;
+    std::fprintf(stderr, "Recorded %.1f s into %s\n", static_cast<double>(recorded) / rate,
+                 line.file.toLocal8Bit().constData());
+    // Ending at the limit is the plan; ending for any other reason has said why.
+    return endedByItself && recorded < limit ? kFailed : kOk;
 }
 
 int Tool::play(const CommandLine &line)

@@ -209,10 +209,16 @@ TEST(SoundServer, toolWithoutAServerSaysSoAndExits)
     EXPECT_EQ(played.exitCode, 1);
 }
 
-TEST(SoundServer, killedOrLimitedToolRecordingLeavesAValidFile)
+TEST(SoundServer, toolRecordingEndsOnTimeOrKilledOrLimitedLeavesAValidFile)
 {
     QUORVAL_NEED_SOUND_SERVER();
     QTemporaryDir dir;
+    const QString timed = dir.filePath("timed.wav");
+    const test::ChildResult onTime = test::runChild(kCli, {"record", timed, "--seconds", "0.5"});
+    EXPECT_EQ(onTime.exitCode, 0) << onTime.errorText.toStdString();
+    EXPECT_EQ(inspect(timed).announced, 2 * 22050);
+    EXPECT_EQ(inspect(timed).present, 2 * 22050);
+
     const QString killed = dir.filePath("killed.wav");
     QProcess child;
     child.start(kCli, {"record", killed});

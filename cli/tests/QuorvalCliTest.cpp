@@ -287,6 +287,10 @@ TEST_F(QuorvalCli, explainsFilesItCannotReadAndNeverCrashes)
     EXPECT_EQ(run({"pitches"}).status, 2);
     EXPECT_EQ(run({"transcribe", good}).status, 2);
     EXPECT_EQ(run({"--jobs", "0", "pitches", good}).status, 2);
+    // The audio commands' options are refused elsewhere and out of range.
+    EXPECT_EQ(run({"record", good, "--seconds", "0"}).status, 2);
+    EXPECT_EQ(run({"play", good, "--seconds", "1"}).status, 2);
+    EXPECT_EQ(run({"--loop", "pitches", good}).status, 2);
 }
 
 TEST_F(QuorvalCli, rendersTheTraceAtAnyScaleAndRefusesStretchesOutsideTheSound)
