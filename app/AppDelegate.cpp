@@ -1,0 +1,630 @@
+#include "app/AppDelegate.h"
+
+#include "analysis/Check.h"
+#include "analysis/WavFileOC.h"
+#include "app/MainView.h"
+#include "app/MainViewController.h"
+#include "display/DisplayView.h"
+#include "display/TraceArea.h"
+#include "options/DeveloperMode.h"
+#include "options/OptionsFile.h"
+#include "options/Parameters.h"
+#include "options/dialog/OptionsMenu.h"
+#include "streams/MusicStream.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QLabel>
+#include <QMainWindow>
+#include <QMenuBar>
+#include <QProgressBar>
+#include <QProgressDialog>
+#include <QSaveFile>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QStatusBar>
+#include <QTemporaryFile>
+#include <QTimer>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <limits>
+
+namespace quorval {
+
+namespace {
+
+const std::array<QString, 6> kViewChoices = {
+    QStringLiteral("Composite"), QStringLiteral("RMS Amplitude"), QStringLiteral("Amplitude"),
+    QStringLiteral("Pitch"),     QStringLiteral("Quality"),       QStringLiteral("Spectrum")};
+
+QSettings windowSettings()
+{
+    return QSettings(QStringLiteral("Quorval"), QStringLiteral("Quorval"));
+}
+
+// The user's configuration folder and the temporary folder must take files.
+bool fileSystemUsable()
+{
+    const QString config = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
+    if (config.isEmpty() || !QDir().mkpath(config))
+        return false;
+    QTemporaryFile probe(QDir::tempPath() + QStringLiteral("/quorval-XXXXXX"));
+    return probe.open();
+}
+
+QString timeText(double seconds)
+{
+    const int minutes = static_cast<int>(seconds / 60.0);
+    return QString::asprintf("%d:%04.1f", minutes, seconds - 60.0 * minutes);
+}
+
+} // namespace
+
+AppDelegate::AppDelegate(Parameters &params, Panels filePanels)
+    : panels(std::move(filePanels)), window(new QMainWindow), mainView(new MainView(window)),
+      parameters(params), statusTimer(new QTimer(this))
+{
+    window->setAttribute(Qt::WA_DeleteOnClose, false);
+    window->setCentralWidget(mainView);
+    window->resize(1100, 640);
+    window->installEventFilter(this);
+    mainViewController = new MainViewController(mainView, this);
+
+    if (!panels.chooseFileToOpen) {
+        panels.chooseFileToOpen = [this]() -> std::optional<QString> {
+            const QString path = QFileDialog::getOpenFileName(
+                window, tr("Open"), QString(),
+                tr("Sound files (*.wav *.mp3 *.flac *.ogg *.opus *.aif *.aiff);;All files (*)"));
+            if (path.isEmpty())
+                return std::nullopt;
+            return path;
+        };
+    }
+    if (!panels.chooseFileToSave) {
+        panels.chooseFileToSave = [this](const QString &suggested) -> std::optional<QString> {
+            QFileDialog dialog(window, tr("Save As"), suggested, tr("WAV sound (*.wav)"));
+            dialog.setAcceptMode(QFileDialog::AcceptSave);
+            dialog.setDefaultSuffix(QStringLiteral("wav"));
+            if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+                return std::nullopt;
+            return dialog.selectedFiles().front();
+        };
+    }
+
+    OptionsHost host;
+    host.openHelp = [](const QString &) { return false; };
+    optionsMenu = new OptionsMenu(parameters, std::move(host), window);
+    AskViewController::installAsMessageHandler(window);
+    AskViewController::setHelpOpener({});
+    buildMenus();
+
+    soundLabel = new QLabel(window);
+    hoverLabel = new QLabel(window);
+    analysisBar = new QProgressBar(window);
+    analysisBar->setRange(0, 0);
+    analysisBar->setMaximumWidth(120);
+    analysisBar->setToolTip(tr("Analysing the sound"));
+    analysisBar->hide();
+    window->statusBar()->addWidget(hoverLabel, 1);
+    window->statusBar()->addPermanentWidget(analysisBar);
+    window->statusBar()->addPermanentWidget(soundLabel);
+
+    connect(mainViewController->displayView, &DisplayView::hovered, this,
+            [this](const HoverInfo &info) { hoverLabel->setText(info.text); });
+    connect(mainViewController->displayView, &DisplayView::selectionChanged, this,
+            &AppDelegate::refreshMenus);
+    connect(mainViewController, &MainViewController::soundChanged, this, [this] {
+        mainViewController->refreshControls();
+        refreshMenus();
+    });
+    connect(optionsMenu, &OptionsMenu::optionsChanged, this, [this] {
+        mainViewController->displayView->dataChanged();
+        mainViewController->refreshControls();
+        refreshMenus();
+    });
+    connect(mainView, &MainView::filesDropped, this,
+            [this](const QStringList &paths) { (void)openFile(paths.front()); });
+    statusTimer->setInterval(250);
+    connect(statusTimer, &QTimer::timeout, this, &AppDelegate::refreshStatus);
+}
+
+AppDelegate::~AppDelegate()
+{
+    cancelDeviations();
+    delete window;
+    Quorval::setMusicStream(nullptr);
+}
+
+void AppDelegate::buildMenus()
+{
+    QMenuBar *bar = window->menuBar();
+    auto add = [this](QMenu *menu, const QString &title, void (AppDelegate::*slot)(),
+                      const QKeySequence &shortcut = {}) {
+        QAction *action = menu->addAction(title);
+        action->setShortcut(shortcut);
+        connect(action, &QAction::triggered, this, slot);
+        return action;
+    };
+
+    fileMenu = bar->addMenu(tr("&File"));
+    fileNewMenuItem = add(fileMenu, tr("&New Recording"), &AppDelegate::newFileMenuItemSelected,
+                          QKeySequence::New);
+    fileOpenMenuItem =
+        add(fileMenu, tr("&Open..."), &AppDelegate::openFileMenuItemSelected, QKeySequence::Open);
+    recentFilesMenu = fileMenu->addMenu(tr("Recent Files"));
+    fileMenu->addSeparator();
+    fileSaveMenuItem =
+        add(fileMenu, tr("&Save"), &AppDelegate::saveFileMenuItemSelected, QKeySequence::Save);
+    fileSaveAsMenuItem = add(fileMenu, tr("Save &As..."), &AppDelegate::saveAsFileMenuItemSelected,
+                             QKeySequence::SaveAs);
+    exportSelectionMenuItem =
+        add(fileMenu, tr("&Export Selection..."), &AppDelegate::exportSelectionMenuItemSelected);
+    fileMenu->addSeparator();
+    propertiesMenuItem =
+        add(fileMenu, tr("File &Properties"), &AppDelegate::propertiesMenuItemSelected);
+    checkForUpdatesMenuItem = fileMenu->addAction(tr("Check for Updates..."));
+    connect(checkForUpdatesMenuItem, &QAction::triggered, this, [this] {
+        AskViewController::message(window, tr("Updates"), QStringLiteral("Help not available"));
+    });
+    fileMenu->addSeparator();
+    add(fileMenu, tr("&Quit"), &AppDelegate::quitMenuItemSelected, QKeySequence::Quit);
+
+    bar->addMenu(optionsMenu->optionsMenu());
+    presetsMenu = optionsMenu->presetsMenu();
+
+    viewMenu = bar->addMenu(tr("&View"));
+    for (int i = 0; i < 6; ++i) {
+        QAction *item = viewMenu->addAction(kViewChoices[static_cast<std::size_t>(i)]);
+        item->setCheckable(true);
+        connect(item, &QAction::triggered, this, [this, i] { setViewType(i); });
+        viewMenuItems[static_cast<std::size_t>(i)] = item;
+    }
+    viewMenu->addSeparator();
+    showDeviationsMenuItem =
+        add(viewMenu, tr("&Deviations"), &AppDelegate::deviationsViewMenuItemSelected,
+            QKeySequence(Qt::CTRL | Qt::Key_D));
+
+    // The sound editing commands are placeholders of the menu layout: they stay disabled.
+    editMenu = bar->addMenu(tr("&Edit"));
+    cutSoundMenuItem = editMenu->addAction(tr("Cut Sound"));
+    copySoundMenuItem = editMenu->addAction(tr("Copy Sound"));
+    pasteSoundMenuItem = editMenu->addAction(tr("Paste Sound"));
+    selectAllSoundMenuItem = editMenu->addAction(tr("Select All Sound"));
+
+    developerMenu = bar->addMenu(tr("&Developer"));
+    developerModeMenuItem =
+        add(developerMenu, tr("Developer Mode"), &AppDelegate::developerModeMenuItemSelected);
+    developerModeMenuItem->setCheckable(true);
+    add(developerMenu, tr("Status"), &AppDelegate::statusMenuItemSelected);
+    add(developerMenu, tr("Save Pitches..."), &AppDelegate::savePitchesMenuItemSelected);
+    add(developerMenu, tr("Crash..."), &AppDelegate::ThrowExceptionMenuItemSelected);
+
+    helpMenu = bar->addMenu(tr("&Help"));
+    add(helpMenu, tr("Getting Started"), &AppDelegate::gettingStartedHelpMenuItemSelected);
+    add(helpMenu, tr("Quorval Help"), &AppDelegate::helpHelpMenuItemSelected,
+        QKeySequence::HelpContents);
+    helpMenu->addSeparator();
+    helpDeveloperModeMenuItem =
+        add(helpMenu, tr("Developer Mode"), &AppDelegate::developerModeMenuItemSelected);
+    helpDeveloperModeMenuItem->setCheckable(true);
+
+    for (QMenu *menu : {fileMenu, viewMenu, editMenu, developerMenu, optionsMenu->optionsMenu()})
+        connect(menu, &QMenu::aboutToShow, this, &AppDelegate::refreshMenus);
+}
+
+bool AppDelegate::applicationDidFinishLaunching()
+{
+    if (!fileSystemUsable()) {
+        AskViewController::message(window, QString(),
+                                   QStringLiteral("Can't access file system: internal error"));
+        return false;
+    }
+    (void)OptionsFile::importEarlierPreferences(parameters);
+    Quorval::installOptionFollowUps();
+    refreshRecentFiles();
+    refreshMenus();
+
+    const QByteArray geometry = windowSettings().value(QLatin1String(kGeometryKey)).toByteArray();
+    if (geometry.isEmpty() || !window->restoreGeometry(geometry))
+        window->resize(1100, 640);
+    window->show();
+    mainView->setFocus();
+    statusTimer->start();
+    launched = true;
+
+    const std::optional<QString> initial = std::exchange(initialOpenFilePath, std::nullopt);
+    if (!initial || !openFile(*initial))
+        newFileMenuItemSelected();
+    return true;
+}
+
+void AppDelegate::showMusic(std::shared_ptr<MusicStream> music)
+{
+    if (!music)
+        return;
+    mainViewController->setMusicStream(std::move(music));
+    refreshMenus();
+    refreshStatus();
+}
+
+void AppDelegate::newFileMenuItemSelected()
+{
+    if (!shouldDiscardModifiedSound())
+        return;
+    // WavStream says "Can't create .wav file -- internal error" when it cannot.
+    std::shared_ptr<WavStream> wav = WavStream::createForRecording(1, 2, 44100.0);
+    if (wav)
+        showMusic(MusicStream::create(std::move(wav)));
+}
+
+void AppDelegate::openFileMenuItemSelected()
+{
+    if (!shouldDiscardModifiedSound())
+        return;
+    if (const std::optional<QString> path = panels.chooseFileToOpen())
+        (void)openFile(*path);
+}
+
+bool AppDelegate::openFile(const QString &path)
+{
+    if (!launched) {
+        initialOpenFilePath = path;
+        return true;
+    }
+    // WavStream says "Can't read sound file" when it cannot.
+    std::shared_ptr<WavStream> wav =
+        WavStream::createFromFile(QFile::encodeName(path).toStdString());
+    if (!wav)
+        return false;
+    showMusic(MusicStream::create(std::move(wav)));
+    rememberRecentFile(QFileInfo(path).absoluteFilePath());
+    return true;
+}
+
+bool AppDelegate::saveTo(const std::optional<QString> &path)
+{
+    const std::shared_ptr<WavStream> wav = mainViewController->wavStream();
+    if (!wav)
+        return false;
+    mainViewController->stopTransport();
+    // WavStream says "Can't save sound file" when it fails, and the old file stays whole.
+    const bool saved = path ? wav->saveAs(QFile::encodeName(*path).toStdString()) : wav->save();
+    if (saved && wav->saveURL)
+        rememberRecentFile(QFile::decodeName(wav->saveURL->c_str()));
+    mainViewController->refreshControls();
+    refreshMenus();
+    return saved;
+}
+
+void AppDelegate::saveFileMenuItemSelected()
+{
+    const std::shared_ptr<WavStream> wav = mainViewController->wavStream();
+    if (!wav)
+        return;
+    if (!wav->saveURL)
+        saveAsFileMenuItemSelected();
+    else
+        (void)saveTo(std::nullopt);
+}
+
+void AppDelegate::saveAsFileMenuItemSelected()
+{
+    const std::shared_ptr<WavStream> wav = mainViewController->wavStream();
+    if (!wav)
+        return;
+    QString suggested = wav->saveURL ? QFile::decodeName(wav->saveURL->c_str())
+                                     : QString::fromStdString(wav->fileTitle);
+    if (!suggested.endsWith(QLatin1String(".wav"), Qt::CaseInsensitive))
+        suggested = QFileInfo(suggested).completeBaseName() + QStringLiteral(".wav");
+    if (const std::optional<QString> path = panels.chooseFileToSave(suggested))
+        (void)saveTo(path);
+}
+
+std::optional<std::pair<std::int64_t, std::int64_t>> AppDelegate::selectedFrames() const
+{
+    const std::shared_ptr<MusicStream> music = mainViewController->musicStream();
+    if (!music || !music->timeView->hasSelection())
+        return std::nullopt;
+    const std::shared_ptr<WavStream> wav = music->wavStream;
+    const auto [lowest, highest] = Quorval::dataQueue().sync(
+        [&wav] { return std::make_pair(wav->minimumIndex_D(), wav->maximumIndex_D()); });
+    const auto frameAt = [&](double t) {
+        return std::clamp(static_cast<std::int64_t>(std::llround(t / wav->xScale)), lowest,
+                          highest);
+    };
+    const std::int64_t first = frameAt(music->timeView->selectionStart);
+    const std::int64_t end = frameAt(music->timeView->selectionEnd);
+    if (end <= first)
+        return std::nullopt;
+    return std::make_pair(first, end);
+}
+
+void AppDelegate::exportSelectionMenuItemSelected()
+{
+    const std::shared_ptr<WavStream> wav = mainViewController->wavStream();
+    const auto frames = selectedFrames();
+    if (!wav || !frames)
+        return;
+    const std::optional<QString> path = panels.chooseFileToSave(
+        QFileInfo(soundName()).completeBaseName() + QStringLiteral(" selection.wav"));
+    if (!path)
+        return;
+    wav->waitForCopy();
+    const std::string target = QFile::encodeName(*path).toStdString();
+    const std::string partial = target + ".partial";
+    const bool written = Quorval::dataQueue().sync([&] {
+        const std::int64_t bytes = (frames->second - frames->first) * wav->bytesPerFrame;
+        if (bytes > std::numeric_limits<std::int32_t>::max())
+            return false;
+        WavFileOC out;
+        if (!out.setupWithSampleRate(wav->sampleRate(), wav->nChannels(), wav->bytesPerSample(),
+                                     static_cast<int>(bytes), partial))
+            return false;
+        // The working file is a ring: a stretch may run over its end to its start.
+        int from = wav->byteLocOf(frames->first);
+        int to = 0;
+        while (to < bytes) {
+            const int copied =
+                out.copyDataFromWavFile(wav->wavFile_D(), from, to, static_cast<int>(bytes) - to);
+            if (copied == 0) {
+                if (from == 0)
+                    return false;
+                from = 0;
+                continue;
+            }
+            from += copied;
+            to += copied;
+        }
+        return out.finalizeWithByteSize(static_cast<int>(bytes));
+    });
+    if (!written || std::rename(partial.c_str(), target.c_str()) != 0) {
+        std::remove(partial.c_str());
+        AskViewController::message(window, QString(), QStringLiteral("Can't save sound file"));
+    }
+}
+
+void AppDelegate::propertiesMenuItemSelected()
+{
+    if (const std::shared_ptr<WavStream> wav = mainViewController->wavStream())
+        AskViewController::message(window, QStringLiteral("File Properties"),
+                                   QString::fromStdString(wav->description()));
+}
+
+void AppDelegate::quitMenuItemSelected()
+{
+    window->close();
+}
+
+QString AppDelegate::soundName() const
+{
+    const std::shared_ptr<WavStream> wav = mainViewController->wavStream();
+    return wav ? QString::fromStdString(wav->fileTitle) : QString();
+}
+
+bool AppDelegate::shouldDiscardModifiedSound()
+{
+    const std::shared_ptr<WavStream> wav = mainViewController->wavStream();
+    if (!parameters.checkForModifiedFiles.value() || !wav || !wav->modified)
+        return true;
+    const AskViewController::Answer answer = AskViewController::ask(
+        window, QStringLiteral("Save modified file?"),
+        soundName() + QStringLiteral(" has been modified.\nDo you want to save it?"),
+        {.no = true, .cancel = true});
+    switch (answer) {
+    case AskViewController::Answer::yes:
+        saveFileMenuItemSelected();
+        // A save that failed or was cancelled keeps the sound.
+        return !wav->modified;
+    case AskViewController::Answer::no:
+        return true;
+    case AskViewController::Answer::cancel:
+        return false;
+    }
+    return false;
+}
+
+bool AppDelegate::applicationShouldTerminate()
+{
+    return mainViewController->windowShouldClose();
+}
+
+bool AppDelegate::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == window && event->type() == QEvent::Close) {
+        if (!applicationShouldTerminate()) {
+            event->ignore();
+            return true;
+        }
+        cancelDeviations();
+        windowSettings().setValue(QLatin1String(kGeometryKey), window->saveGeometry());
+        emit terminate();
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void AppDelegate::setViewType(int index)
+{
+    QUORVAL_CHECK(index >= 0 && index < 6);
+    (void)parameters.setViewType(kViewChoices[static_cast<std::size_t>(index)]);
+    mainViewController->displayView->dataChanged();
+    mainViewController->refreshControls();
+    refreshMenus();
+}
+
+void AppDelegate::deviationsViewMenuItemSelected()
+{
+    const std::shared_ptr<MusicStream> music = mainViewController->musicStream();
+    if (!music || deviations.isRunning())
+        return;
+    // The selection is on the time axis whichever view shows.
+    const HView &time = *music->timeView;
+    const double t0 = time.hasSelection() ? time.selectionStart : 0.0;
+    const double t1 = time.hasSelection() ? time.selectionEnd : 0.0;
+    deviationsCanceled = false;
+    deviationsProgress =
+        new QProgressDialog(QStringLiteral("Computing deviations"), tr("Cancel"), 0, 0, window);
+    deviationsProgress->setWindowTitle(tr("Deviations"));
+    deviationsProgress->setMinimumDuration(300);
+    deviationsProgress->setAttribute(Qt::WA_DeleteOnClose);
+    connect(deviationsProgress, &QProgressDialog::canceled, this, &AppDelegate::cancelDeviations);
+    deviations.start(music, t0, t1,
+                     [this](const Deviations::Results &results) { deviationsDone(results); });
+    refreshMenus();
+}
+
+void AppDelegate::cancelDeviations()
+{
+    if (deviations.isRunning()) {
+        deviationsCanceled = true;
+        deviations.cancel();
+    }
+    if (deviationsProgress) {
+        deviationsProgress->disconnect(this);
+        deviationsProgress->close();
+        deviationsProgress = nullptr;
+    }
+    refreshMenus();
+}
+
+void AppDelegate::deviationsDone(const Deviations::Results &results)
+{
+    if (deviationsProgress) {
+        deviationsProgress->disconnect(this);
+        deviationsProgress->close();
+        deviationsProgress = nullptr;
+    }
+    if (deviationsCanceled)
+        return;
+    deviationsResults = results;
+    refreshMenus();
+    AskViewController::message(window, tr("Deviations"),
+                               QString::fromStdString(Deviations::report(results)));
+}
+
+void AppDelegate::developerModeMenuItemSelected()
+{
+    Quorval::setDeveloperMode(!Quorval::developerMode());
+    refreshMenus();
+}
+
+void AppDelegate::statusMenuItemSelected()
+{
+    const std::shared_ptr<MusicStream> music = mainViewController->musicStream();
+    AskViewController::message(window, QStringLiteral("Status"),
+                               music ? QString::fromStdString(music->description())
+                                     : tr("No sound is open."));
+}
+
+void AppDelegate::savePitchesMenuItemSelected()
+{
+    const std::shared_ptr<MusicStream> music = mainViewController->musicStream();
+    if (!music)
+        return;
+    const std::optional<QString> path =
+        panels.chooseFileToSave(QFileInfo(soundName()).completeBaseName() + QStringLiteral(".txt"));
+    if (!path)
+        return;
+    // Segment index, start time in seconds, pitch (note number, -1 none) and goodness.
+    QByteArray text;
+    for (const MusicStream::SegmentValue &v : music->segmentValues())
+        text += QString::asprintf("%f %f %f %f\n", static_cast<double>(v.index), v.timeSeconds,
+                                  v.pitch, v.goodness)
+                    .toLatin1();
+    QSaveFile file(*path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(text) != text.size() || !file.commit())
+        AskViewController::message(window, QString(),
+                                   tr("Can't write the pitch file: %1").arg(file.errorString()));
+}
+
+void AppDelegate::ThrowExceptionMenuItemSelected()
+{
+    if (AskViewController::ask(window, tr("Crash"),
+                               QStringLiteral("Do you really want to crash this program?"),
+                               {.no = true}) == AskViewController::Answer::yes)
+        std::abort();
+}
+
+void AppDelegate::gettingStartedHelpMenuItemSelected()
+{
+    AskViewController::message(window, tr("Help"), QStringLiteral("Help not available"));
+}
+
+void AppDelegate::helpHelpMenuItemSelected()
+{
+    AskViewController::message(window, tr("Help"), QStringLiteral("Help not available"));
+}
+
+void AppDelegate::refreshMenus()
+{
+    const std::shared_ptr<WavStream> wav = mainViewController->wavStream();
+    const bool hasSound = wav != nullptr;
+    fileSaveMenuItem->setEnabled(hasSound && (wav->modified || !wav->saveURL));
+    fileSaveAsMenuItem->setEnabled(hasSound);
+    exportSelectionMenuItem->setEnabled(selectedFrames().has_value());
+    propertiesMenuItem->setEnabled(hasSound);
+    showDeviationsMenuItem->setEnabled(hasSound && !deviations.isRunning());
+    for (QAction *item :
+         {cutSoundMenuItem, copySoundMenuItem, pasteSoundMenuItem, selectAllSoundMenuItem})
+        item->setEnabled(false);
+
+    optionsMenu->refreshPresets();
+    const bool developer = Quorval::developerMode();
+    developerModeMenuItem->setChecked(developer);
+    helpDeveloperModeMenuItem->setChecked(developer);
+    developerMenu->menuAction()->setVisible(developer);
+
+    const QChar letter = parameters.viewTypeLetter();
+    for (std::size_t i = 0; i < viewMenuItems.size(); ++i)
+        viewMenuItems[i]->setChecked(!letter.isNull() && kViewChoices[i].front() == letter);
+}
+
+void AppDelegate::refreshStatus()
+{
+    const std::shared_ptr<MusicStream> music = mainViewController->musicStream();
+    if (!music) {
+        soundLabel->clear();
+        analysisBar->hide();
+        return;
+    }
+    const MusicStream::TimeRange range = music->timeRange();
+    soundLabel->setText(soundName() + QStringLiteral("  ") + timeText(range.duration));
+    analysisBar->setVisible(music->isCalculating() || music->wavStream->copying);
+}
+
+void AppDelegate::rememberRecentFile(const QString &path)
+{
+    QSettings settings = windowSettings();
+    QStringList recent = settings.value(QLatin1String(kRecentFilesKey)).toStringList();
+    recent.removeAll(path);
+    recent.prepend(path);
+    while (recent.size() > kRecentFiles)
+        recent.removeLast();
+    settings.setValue(QLatin1String(kRecentFilesKey), recent);
+    refreshRecentFiles();
+}
+
+void AppDelegate::refreshRecentFiles()
+{
+    recentFilesMenu->clear();
+    const QStringList recent =
+        windowSettings().value(QLatin1String(kRecentFilesKey)).toStringList();
+    for (const QString &path : recent) {
+        QAction *item = recentFilesMenu->addAction(QFileInfo(path).fileName());
+        item->setToolTip(path);
+        connect(item, &QAction::triggered, this, [this, path] {
+            if (shouldDiscardModifiedSound())
+                (void)openFile(path);
+        });
+    }
+    recentFilesMenu->setEnabled(!recent.isEmpty());
+}
+
+} // namespace quorval

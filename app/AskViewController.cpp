@@ -1,0 +1,152 @@
+#include "app/AskViewController.h"
+
+#include "options/Messages.h"
+#include "streams/Quorval.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QPointer>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include <utility>
+
+namespace quorval {
+
+namespace {
+
+AskViewController::Responder &responder()
+{
+    static AskViewController::Responder answerer;
+    return answerer;
+}
+
+std::function<bool(const QString &)> &helpOpener()
+{
+    static std::function<bool(const QString &)> opener;
+    return opener;
+}
+
+QPushButton *makeButton(const QString &title, QWidget *parent)
+{
+    auto *button = new QPushButton(title, parent);
+    button->setMinimumSize(AskViewController::buttonWidth, AskViewController::buttonHeight);
+    button->setAutoDefault(false);
+    return button;
+}
+
+} // namespace
+
+AskViewController::AskViewController(const QString &title, const QString &text, Buttons buttons,
+                                     QWidget *parent)
+    : QDialog(parent), textField(new QLabel(text, this)), scrollView(new QPlainTextEdit(this)),
+      yesButton(makeButton(buttons.no ? tr("Yes") : tr("OK"), this)),
+      noButton(makeButton(tr("No"), this)), cancelButton(makeButton(tr("Cancel"), this)),
+      helpButton(makeButton(tr("Help"), this)), messageText(text)
+{
+    setWindowTitle(title);
+    setModal(true);
+    setMinimumWidth(frameWidth);
+
+    const bool longText =
+        text.size() > kScrollChars || text.count(QLatin1Char('\n')) >= kScrollLines;
+    textField->setWordWrap(true);
+    textField->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    textField->setVisible(!longText);
+    scrollView->setPlainText(text);
+    scrollView->setReadOnly(true);
+    scrollView->setVisible(longText);
+    scrollView->setMinimumHeight(longText ? 240 : 0);
+
+    noButton->setVisible(buttons.no);
+    cancelButton->setVisible(buttons.cancel);
+    helpButton->setVisible(buttons.help);
+    yesButton->setDefault(true);
+    closeAnswer = buttons.cancel ? Answer::cancel : (buttons.no ? Answer::no : Answer::yes);
+
+    auto *row = new QHBoxLayout;
+    row->setSpacing(buttonSpacing);
+    row->addWidget(helpButton);
+    row->addStretch();
+    row->addWidget(cancelButton);
+    row->addWidget(noButton);
+    row->addWidget(yesButton);
+    auto *layout = new QVBoxLayout(this);
+    layout->addWidget(textField);
+    layout->addWidget(scrollView);
+    layout->addLayout(row);
+
+    connect(yesButton, &QPushButton::clicked, this, [this] {
+        answer = Answer::yes;
+        accept();
+    });
+    connect(noButton, &QPushButton::clicked, this, [this] {
+        answer = Answer::no;
+        accept();
+    });
+    connect(cancelButton, &QPushButton::clicked, this, [this] {
+        answer = Answer::cancel;
+        QDialog::reject();
+    });
+    connect(helpButton, &QPushButton::clicked, this, &AskViewController::helpButtonPushed);
+}
+
+bool AskViewController::scrolls() const
+{
+    return !scrollView->isHidden();
+}
+
+void AskViewController::reject()
+{
+    answer = closeAnswer;
+    QDialog::reject();
+}
+
+void AskViewController::helpButtonPushed()
+{
+    const auto &opener = helpOpener();
+    if (!opener || !opener(helpTopic))
+        message(this, tr("Help"), QStringLiteral("Help not available"));
+}
+
+AskViewController::Answer AskViewController::ask(QWidget *parent, const QString &title,
+                                                 const QString &text, Buttons buttons,
+                                                 const QString &helpTopic)
+{
+    AskViewController dialog(title, text, buttons, parent);
+    dialog.helpTopic = helpTopic;
+    if (responder())
+        return responder()(dialog);
+    dialog.exec();
+    return dialog.answer;
+}
+
+void AskViewController::message(QWidget *parent, const QString &title, const QString &text)
+{
+    (void)ask(parent, title, text, Buttons{});
+}
+
+AskViewController::Responder AskViewController::setResponder(Responder answerer)
+{
+    return std::exchange(responder(), std::move(answerer));
+}
+
+void AskViewController::setHelpOpener(std::function<bool(const QString &topic)> opener)
+{
+    helpOpener() = std::move(opener);
+}
+
+void AskViewController::installAsMessageHandler(QWidget *parent)
+{
+    QPointer<QWidget> owner(parent);
+    setMessageHandler([owner](const QString &title, const QString &text) {
+        auto show = [owner, title, text] { message(owner.data(), title, text); };
+        if (Quorval::isMainThread())
+            show();
+        else
+            Quorval::postToMain(show);
+    });
+}
+
+} // namespace quorval

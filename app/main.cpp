@@ -1,0 +1,122 @@
+#include "app/AppDelegate.h"
+#include "app/Document.h"
+#include "app/MainViewController.h"
+#include "display/DisplayView.h"
+#include "options/Parameters.h"
+#include "streams/MusicStream.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+
+#include <QApplication>
+#include <QMainWindow>
+#include <QTimer>
+
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <optional>
+
+namespace {
+
+const char *const kUsage =
+    "usage: quorval [FILE...]\n"
+    "\n"
+    "Shows how well in tune a recording is: opens FILE (WAV, MP3, FLAC, Ogg, AIFF) or, without\n"
+    "one, a new recording from the microphone. A file given while Quorval already runs opens in\n"
+    "the running window.\n"
+    "\n"
+    "  --picture PATH  once the first trace is drawn, write a picture of the window to PATH\n"
+    "                  (PNG) and close the window\n"
+    "  --help          show this text\n"
+    "  --version       show the version\n";
+
+struct Arguments
+{
+    QStringList files;
+    std::optional<QString> picture;
+};
+
+// Writes the window once the sound's analysis is complete and drawn, then closes it.
+void closeAfterPicture(quorval::AppDelegate &delegate, const QString &path)
+{
+    auto *timer = new QTimer(&delegate);
+    timer->setInterval(100);
+    QObject::connect(timer, &QTimer::timeout, &delegate, [&delegate, path, timer] {
+        const std::shared_ptr<quorval::MusicStream> music =
+            delegate.mainViewController->musicStream();
+        // Every segment's pitch computed: the picture shows the whole analysis.
+        if (!music || !music->waitUntilCalculated(std::chrono::milliseconds(1)))
+            return;
+        timer->stop();
+        delegate.refreshStatus();
+        quorval::DisplayView *view = delegate.mainViewController->displayView;
+        (void)view->prepareNow(view->size());
+        if (!delegate.window->grab().save(path))
+            std::fprintf(stderr, "quorval: can't write %s\n", path.toLocal8Bit().constData());
+        delegate.window->close();
+    });
+    timer->start();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    Arguments arguments;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) {
+            std::fputs(kUsage, stdout);
+            return 0;
+        }
+        if (std::strcmp(argv[i], "--version") == 0) {
+            std::printf("quorval %s\n", QUORVAL_VERSION);
+            return 0;
+        }
+        if (std::strcmp(argv[i], "--picture") == 0 && i + 1 < argc) {
+            arguments.picture = QString::fromLocal8Bit(argv[++i]);
+            continue;
+        }
+        if (argv[i][0] == '-' && argv[i][1] != '\0') {
+            std::fprintf(stderr, "quorval: unknown option %s\n%s", argv[i], kUsage);
+            return 2;
+        }
+        arguments.files.append(QString::fromLocal8Bit(argv[i]));
+    }
+
+    QApplication app(argc, argv);
+    QApplication::setOrganizationName(QStringLiteral("Quorval"));
+    QApplication::setApplicationName(QStringLiteral("Quorval"));
+    QApplication::setApplicationVersion(QStringLiteral(QUORVAL_VERSION));
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    // A file opened from the file manager while Quorval runs goes to the running window.
+    if (!arguments.files.isEmpty() && !arguments.picture &&
+        quorval::Document::sendToRunningInstance(arguments.files))
+        return 0;
+
+    quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
+        QMetaObject::invokeMethod(&app, std::move(fn), Qt::QueuedConnection);
+    });
+    int status = 0;
+    {
+        quorval::AppDelegate delegate(quorval::Parameters::shared());
+        quorval::Document document(delegate);
+        if (!arguments.picture)
+            (void)document.listen();
+        if (!arguments.files.isEmpty())
+            (void)document.readFromURL(arguments.files.front());
+        QObject::connect(&delegate, &quorval::AppDelegate::terminate, &app, &QApplication::quit,
+                         Qt::QueuedConnection);
+        QTimer::singleShot(0, &delegate, [&delegate, &arguments] {
+            if (!delegate.applicationDidFinishLaunching()) {
+                QApplication::exit(1);
+                return;
+            }
+            if (arguments.picture)
+                closeAfterPicture(delegate, *arguments.picture);
+        });
+        status = QApplication::exec();
+    }
+    quorval::Quorval::shutdown();
+    return status;
+}

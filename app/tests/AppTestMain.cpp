@@ -1,0 +1,22 @@
+// The main of the window tests: one QApplication, offscreen when there is no display, the main
+// queue posting into its event loop, and the private per-user store of the options tests.
+#include "options/tests/support/OptionsTestStore.h"
+#include "streams/Quorval.h"
+
+#include <QApplication>
+
+int main(int argc, char **argv)
+{
+    // Decided before GoogleTest lists the tests, since listing makes the application too.
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
+        qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    return quorval::runTestsInPrivateStore(argc, argv, [](int &argc, char **argv) {
+        auto app = std::make_unique<QApplication>(argc, argv);
+        QApplication *application = app.get();
+        quorval::Quorval::installMainPoster([application](std::function<void()> fn) {
+            QMetaObject::invokeMethod(application, std::move(fn), Qt::QueuedConnection);
+        });
+        return app;
+    });
+}

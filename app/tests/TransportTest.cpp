@@ -1,0 +1,110 @@
+#include "app/tests/WindowTest.h"
+#include "audio/tests/SoundServer.h"
+#include "display/DisplayView.h"
+
+#include <QAudioDevice>
+#include <QLabel>
+#include <QToolButton>
+
+namespace quorval {
+namespace {
+
+// Plays and records through the sound server (scripts/sound-server.sh runs a private one).
+class TransportTest : public WindowTest
+{
+protected:
+    void SetUp() override
+    {
+        if (!test::soundServerPresent()) {
+            if (test::soundServerRequired())
+                FAIL() << "no sound server";
+            GTEST_SKIP() << "no sound server";
+        }
+        WindowTest::SetUp();
+    }
+
+    [[nodiscard]] std::int64_t frames() const
+    {
+        auto wav = controller->wavStream();
+        return Quorval::dataQueue().sync([&wav] { return wav->maximumIndex_D(); });
+    }
+};
+
+TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
+{
+    // Without one touch a click on play starts at once.
+    ASSERT_TRUE(Parameters::shared().oneTouchPlayRecord.setValue(false));
+    controller->stopTransport();
+    ASSERT_TRUE(controller->playButton->isEnabled());
+    const double start = Quorval::needleTime;
+    QTest::mouseClick(controller->playButton, Qt::LeftButton);
+    WAIT_FOR(Quorval::playing, 5000);
+    WAIT_FOR(Quorval::needleTime > start + 0.1, 5000);
+
+    // Space pauses where it is and resumes from there.
+    type(' ');
+    EXPECT_FALSE(Quorval::playing);
+    EXPECT_TRUE(controller->playButton->isChecked());
+    EXPECT_TRUE(controller->pauseButton->isChecked());
+    const double paused = Quorval::needleTime;
+    type(' ');
+    WAIT_FOR(Quorval::playing, 5000);
+    WAIT_FOR(Quorval::needleTime > paused + 0.05, 5000);
+
+    // Record turns play off and grows the sound; play is then locked out.
+    const std::int64_t before = frames();
+    type('r');
+    EXPECT_FALSE(Quorval::playing);
+    EXPECT_FALSE(controller->playButton->isChecked());
+    WAIT_FOR(Quorval::recording, 5000);
+    WAIT_FOR(frames() > before + 4410, 5000);
+    EXPECT_FALSE(controller->playButton->isEnabled());
+    EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
+    type('p');
+    EXPECT_TRUE(Quorval::recording);
+
+    // Paused, play may take over: it turns record off and plays once pause is off.
+    type(' ');
+    EXPECT_FALSE(Quorval::recording);
+    const std::int64_t recorded = frames();
+    type('p');
+    EXPECT_FALSE(controller->recordButton->isChecked());
+    EXPECT_FALSE(Quorval::playing);
+    type('b');
+    type(' ');
+    WAIT_FOR(Quorval::playing, 5000);
+    EXPECT_EQ(frames(), recorded);
+    type('p');
+    EXPECT_FALSE(Quorval::playing);
+}
+
+TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
+{
+    ASSERT_TRUE(Parameters::shared().oneTouchPlayRecord.setValue(true));
+    delegate->newFileMenuItemSelected();
+    // A new recording comes prepared for record.
+    EXPECT_TRUE(controller->recordButton->isChecked());
+    EXPECT_TRUE(controller->pauseButton->isChecked());
+    EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to record"));
+    type(' ');
+    WAIT_FOR(Quorval::recording, 5000);
+    EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to pause"));
+    WAIT_FOR(frames() > 4410, 5000);
+    type(' ');
+    EXPECT_FALSE(Quorval::recording);
+
+    // A click on play prepares it instead of starting.
+    QTest::mouseClick(controller->playButton, Qt::LeftButton);
+    EXPECT_FALSE(Quorval::playing);
+    EXPECT_FALSE(controller->recordButton->isChecked());
+    EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to play"));
+    type('b');
+    type(' ');
+    WAIT_FOR(Quorval::playing, 5000);
+    // Played to its end, it comes back prepared.
+    WAIT_FOR(!Quorval::playing, 10000);
+    WAIT_FOR(controller->oneTouchLabel->text() == QStringLiteral("Touch space to play"), 5000);
+}
+
+} // namespace
+} // namespace quorval

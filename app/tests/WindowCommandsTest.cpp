@@ -1,0 +1,266 @@
+#include "app/tests/WindowTest.h"
+#include "display/DisplayView.h"
+#include "options/dialog/OptionsMenu.h"
+#include "options/dialog/ParmViewController.h"
+
+#include <QAction>
+#include <QDir>
+#include <QFileInfo>
+#include <QMenu>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QToolButton>
+
+#include <cmath>
+
+namespace quorval {
+namespace {
+
+using Answer = AskViewController::Answer;
+
+const QString kSaveQuestion =
+    QStringLiteral("Save modified file? | demo.wav has been modified.\nDo you want to save it?");
+
+TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
+{
+    DisplayView *view = controller->displayView;
+    // The time axis the display shows.
+    HView &time = *controller->musicStream()->timeView;
+    // Whole sound at first: nothing to zoom out to.
+    WAIT_FOR(time.timeWidth > 0.0, 5000);
+    WAIT_FOR(!view->canHScrollOut(), 5000);
+    EXPECT_FALSE(controller->hZoomOutButton->isEnabled());
+    EXPECT_EQ(controller->hToggleButton->toolTip(), QStringLiteral("Restore zoom"));
+    const double whole = time.timeWidth;
+    type('-');
+    EXPECT_EQ(time.timeWidth, whole);
+
+    type('+');
+    EXPECT_LT(time.timeWidth, whole);
+    WAIT_FOR(view->canHScrollOut(), 5000);
+    EXPECT_TRUE(controller->hZoomOutButton->isEnabled());
+    EXPECT_TRUE(controller->hToggleButton->isChecked());
+    EXPECT_EQ(controller->hToggleButton->toolTip(), QStringLiteral("Zoom out full"));
+    const double zoomed = time.timeWidth;
+    type('-');
+    EXPECT_GT(time.timeWidth, zoomed);
+
+    // The toggle shows the whole, then brings the zoom back.
+    type('+');
+    const double before = time.timeWidth;
+    QTest::mouseClick(controller->hToggleButton, Qt::LeftButton);
+    EXPECT_EQ(time.timeWidth, whole);
+    WAIT_FOR(!controller->hZoomOutButton->isEnabled(), 5000);
+    QTest::mouseClick(controller->hToggleButton, Qt::LeftButton);
+    EXPECT_DOUBLE_EQ(time.timeWidth, before);
+
+    // Page Up narrows the band of notes; the vertical toggle follows.
+    const double band = view->dataView->topY - view->dataView->bottomY;
+    key(Qt::Key_PageUp);
+    EXPECT_LT(view->dataView->topY - view->dataView->bottomY, band);
+    WAIT_FOR(controller->vToggleButton->isChecked(), 5000);
+    EXPECT_EQ(controller->vToggleButton->toolTip(), QStringLiteral("Zoom out full"));
+    key(Qt::Key_PageDown);
+    EXPECT_GT(view->dataView->topY - view->dataView->bottomY,
+              band * 0.99 / Parameters::shared().zoomIncrement.value());
+}
+
+TEST_F(WindowTest, prefixKeysChooseViewsAndFileCommands)
+{
+    DisplayView *view = controller->displayView;
+    type('v');
+    EXPECT_TRUE(view->promptMessage().startsWith(QStringLiteral("View...")));
+    type('p');
+    EXPECT_TRUE(view->promptMessage().isEmpty());
+    EXPECT_EQ(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
+    QStringList checked;
+    for (QAction *item : delegate->viewMenuItems) {
+        if (item->isChecked())
+            checked.append(item->text());
+    }
+    EXPECT_EQ(checked, QStringList{QStringLiteral("Pitch")});
+    // Without the prefix, "s" chooses no view.
+    type('s');
+    EXPECT_EQ(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
+
+    // The prompt goes by itself after a second.
+    type('f');
+    EXPECT_EQ(view->promptMessage(), QStringLiteral("File... New, Open, Save, saveAs"));
+    WAIT_FOR(view->promptMessage().isEmpty(), 3000);
+    // The prefix is still pending: "o" opens the panel, answered with a file.
+    const QString other = dir.filePath(QStringLiteral("other.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, other));
+    openPath = other;
+    type('o');
+    EXPECT_EQ(openPanels, 1);
+    EXPECT_EQ(title(), QStringLiteral("Quorval - other.wav"));
+    const QList<QAction *> recent = delegate->recentFilesMenu->actions();
+    ASSERT_EQ(recent.size(), 2);
+    EXPECT_EQ(recent.front()->text(), QStringLiteral("other.wav"));
+    EXPECT_EQ(recent.back()->text(), QStringLiteral("demo.wav"));
+    // Without the prefix, "o" is the options dialog, not the panel.
+    type('o');
+    EXPECT_EQ(openPanels, 1);
+    EXPECT_TRUE(delegate->optionsMenu->dialog().isVisible());
+    delegate->optionsMenu->dialog().cancelButtonPushed();
+}
+
+TEST_F(WindowTest, modifiedSoundCheckFollowsEachAnswer)
+{
+    std::shared_ptr<WavStream> demo = controller->wavStream();
+    demo->modified = true;
+    controller->refreshControls();
+    EXPECT_EQ(title(), QStringLiteral("Quorval - demo.wav *"));
+
+    // Cancel: New stops, the sound stays.
+    answers = {Answer::cancel};
+    delegate->newFileMenuItemSelected();
+    EXPECT_EQ(dialogs, QStringList{kSaveQuestion});
+    EXPECT_EQ(controller->wavStream(), demo);
+
+    // Yes on Open: an opened file is never written over, so the save panel asks where; then
+    // the open panel comes.
+    dialogs.clear();
+    const QString target = dir.filePath(QStringLiteral("saved.wav"));
+    savePath = target;
+    openPath = std::nullopt;
+    answers = {Answer::yes};
+    delegate->openFileMenuItemSelected();
+    EXPECT_EQ(dialogs, QStringList{kSaveQuestion});
+    EXPECT_EQ(savePanels, 1);
+    EXPECT_EQ(openPanels, 1);
+    EXPECT_TRUE(QFileInfo::exists(target));
+    EXPECT_FALSE(demo->modified);
+    EXPECT_EQ(title(), QStringLiteral("Quorval - saved.wav"));
+
+    // No on Quit: the window may close without saving; cancel keeps it open.
+    QSignalSpy terminated(delegate.get(), &AppDelegate::terminate);
+    demo->modified = true;
+    dialogs.clear();
+    answers = {Answer::cancel};
+    EXPECT_FALSE(delegate->window->close());
+    EXPECT_EQ(terminated.count(), 0);
+    EXPECT_TRUE(demo->modified);
+    answers = {Answer::no};
+    EXPECT_TRUE(delegate->window->close());
+    EXPECT_EQ(terminated.count(), 1);
+    EXPECT_EQ(dialogs.size(), 2);
+    EXPECT_EQ(savePanels, 1);
+
+    // With the check off nothing is asked.
+    delegate->window->show();
+    demo->modified = true;
+    ASSERT_TRUE(Parameters::shared().checkForModifiedFiles.setValue(false));
+    dialogs.clear();
+    delegate->newFileMenuItemSelected();
+    EXPECT_TRUE(dialogs.isEmpty());
+    EXPECT_EQ(title(), QStringLiteral("Quorval - New File"));
+}
+
+TEST_F(WindowTest, saveAsWhereNothingCanBeWrittenLosesNothing)
+{
+    std::shared_ptr<WavStream> demo = controller->wavStream();
+    demo->modified = true;
+    const QString regular = dir.filePath(QStringLiteral("plain"));
+    {
+        QFile file(regular);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("not a folder");
+    }
+    savePath = regular + QStringLiteral("/sound.wav");
+    type('f');
+    type('a');
+    EXPECT_EQ(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
+    EXPECT_TRUE(demo->modified);
+    EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
+    EXPECT_FALSE(QFileInfo::exists(*savePath));
+
+    // Saved elsewhere, the sound keeps every frame and loses its mark.
+    savePath = dir.filePath(QStringLiteral("kept.wav"));
+    key(Qt::Key_S, QStringLiteral("s"), Qt::ControlModifier);
+    EXPECT_EQ(savePanels, 2);
+    EXPECT_FALSE(demo->modified);
+    EXPECT_EQ(title(), QStringLiteral("Quorval - kept.wav"));
+    EXPECT_EQ(QFileInfo(*savePath).size(), QFileInfo(demoPath).size());
+    // The file opened was never written.
+    QFile original(demoPath);
+    QFile bundled(QStringLiteral(QUORVAL_DEMO_WAV));
+    ASSERT_TRUE(original.open(QIODevice::ReadOnly) && bundled.open(QIODevice::ReadOnly));
+    EXPECT_EQ(original.readAll(), bundled.readAll());
+}
+
+TEST_F(WindowTest, messageDialogShowsLongTextsInAScrollingField)
+{
+    AskViewController shortOne(QStringLiteral("T"), QStringLiteral("short"), {.no = true});
+    EXPECT_FALSE(shortOne.scrolls());
+    EXPECT_EQ(shortOne.yesButton->text(), QStringLiteral("Yes"));
+    EXPECT_TRUE(shortOne.cancelButton->isHidden());
+    QString text;
+    for (int i = 0; i < 40; ++i)
+        text += QStringLiteral("line %1\n").arg(i);
+    AskViewController longOne(QStringLiteral("T"), text, {});
+    EXPECT_TRUE(longOne.scrolls());
+    EXPECT_EQ(longOne.yesButton->text(), QStringLiteral("OK"));
+
+    // Help without a page says so, through the dialog itself.
+    delegate->helpHelpMenuItemSelected();
+    EXPECT_EQ(dialogs, QStringList{QStringLiteral("Help | Help not available")});
+}
+
+TEST_F(WindowTest, exportSelectionWritesExactlyTheSelectedFrames)
+{
+    EXPECT_FALSE(delegate->exportSelectionMenuItem->isEnabled());
+    HView &time = *controller->musicStream()->timeView;
+    time.selectionStart = 1.0;
+    time.selectionEnd = 3.5;
+    delegate->refreshMenus();
+    EXPECT_TRUE(delegate->exportSelectionMenuItem->isEnabled());
+
+    savePath = dir.filePath(QStringLiteral("part.wav"));
+    delegate->exportSelectionMenuItemSelected();
+    EXPECT_TRUE(dialogs.isEmpty());
+    QFile part(*savePath);
+    QFile whole(demoPath);
+    ASSERT_TRUE(part.open(QIODevice::ReadOnly) && whole.open(QIODevice::ReadOnly));
+    const QByteArray exported = part.readAll();
+    const QByteArray original = whole.readAll();
+    // 16-bit mono at 44100 Hz: 2.5 s of frames after a 44-byte header.
+    ASSERT_EQ(exported.size(), 44 + 2 * 110250);
+    EXPECT_EQ(exported.mid(44), original.mid(44 + 2 * 44100, 2 * 110250));
+    EXPECT_EQ(exported.mid(22, 14), original.mid(22, 14)); // channels, rate, frame size, bits
+
+    savePath = dir.filePath(QStringLiteral("part.wav/inside.wav"));
+    delegate->exportSelectionMenuItemSelected();
+    EXPECT_EQ(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 2);
+}
+
+TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
+{
+    delegate->deviationsViewMenuItemSelected();
+    EXPECT_FALSE(delegate->showDeviationsMenuItem->isEnabled());
+    WAIT_FOR(dialogs.size() == 1, 60000);
+    EXPECT_TRUE(dialogs.front().startsWith(QStringLiteral("Deviations | Pitch = ")));
+    EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nDeviation =  \u00b1")));
+    EXPECT_FALSE(dialogs.front().contains(QStringLiteral("Coverage")));
+    ASSERT_TRUE(delegate->deviationsResults.has_value());
+    // The demo is played close to the notes, most of it loud enough to count.
+    EXPECT_LT(std::abs(delegate->deviationsResults->pitch), 0.5);
+    EXPECT_GT(delegate->deviationsResults->coverage, 0.3);
+    EXPECT_TRUE(delegate->showDeviationsMenuItem->isEnabled());
+
+    // Developer mode is reached from the Help menu while the Developer menu is hidden.
+    EXPECT_FALSE(delegate->developerMenu->menuAction()->isVisible());
+    delegate->helpDeveloperModeMenuItem->trigger();
+    EXPECT_TRUE(delegate->developerMenu->menuAction()->isVisible());
+    EXPECT_TRUE(delegate->developerModeMenuItem->isChecked());
+    dialogs.clear();
+    delegate->deviationsViewMenuItemSelected();
+    WAIT_FOR(dialogs.size() == 1, 60000);
+    EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nCoverage = ")));
+    delegate->developerModeMenuItem->trigger();
+    EXPECT_FALSE(delegate->developerMenu->menuAction()->isVisible());
+}
+
+} // namespace
+} // namespace quorval
