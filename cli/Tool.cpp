@@ -15,6 +15,7 @@
 #include "streams/WavStream.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <sndfile.h>
 
