@@ -4,6 +4,7 @@
 //
 // `bench_AnalysisBench --make-sound MINUTES FILE` only writes such a file (for cli-bench.sh).
 
+#include "bench/BenchMain.h"
 #include "bench/GeneratedMusic.h"
 #include "cli/ParallelAnalysis.h"
 #include "options/OptionStore.h"
@@ -181,15 +182,5 @@ int main(int argc, char **argv)
         return quorval::bench::writeGeneratedMusic(argv[3], std::atof(argv[2]) * 60.0) ? 0 : 1;
 
     QCoreApplication app(argc, argv);
-    // Options at their defaults, whatever the user has chosen.
-    QTemporaryDir store;
-    quorval::OptionStore::usePrivateStore(store.path());
-    quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
-        QMetaObject::invokeMethod(&app, std::move(fn), Qt::QueuedConnection);
-    });
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    quorval::Quorval::shutdown();
-    return 0;
+    return quorval::bench::runWithStreams(app, argc, argv);
 }

@@ -7,6 +7,7 @@
 #include "audio/FilePlayer.h"
 #include "audio/Player.h"
 #include "audio/Recorder.h"
+#include "bench/BenchMain.h"
 #include "options/OptionStore.h"
 #include "streams/MusicStream.h"
 #include "streams/PitchStream.h"
@@ -191,13 +192,5 @@ BENCHMARK(cpuWhileRecording)->Unit(benchmark::kSecond)->Iterations(1);
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    QTemporaryDir settingsDir;
-    quorval::OptionStore::usePrivateStore(settingsDir.path());
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    quorval::Quorval::shutdown();
-    return 0;
+    return quorval::bench::runWithStreams(app, argc, argv);
 }

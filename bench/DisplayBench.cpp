@@ -3,6 +3,7 @@
 // 10-second view of an analysed sound (< 30 ms), and a 10-minute file opened until its first
 // 10 seconds are drawn with every visible segment computed (< 100 ms after the file is read).
 
+#include "bench/BenchMain.h"
 #include "bench/GeneratedMusic.h"
 #include "display/DisplayView.h"
 #include "options/OptionStore.h"
@@ -170,18 +171,6 @@ int main(int argc, char **argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    // Options at their defaults, whatever the user has chosen.
-    QTemporaryDir store;
-    quorval::OptionStore::usePrivateStore(store.path());
-    quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
-        QMetaObject::invokeMethod(&app, std::move(fn), Qt::QueuedConnection);
-    });
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    quorval::analysedMinute().reset();
-    quorval::Quorval::shutdown();
-    return 0;
+    return quorval::bench::runWithStreams(app, argc, argv,
+                                          [] { quorval::analysedMinute().reset(); });
 }

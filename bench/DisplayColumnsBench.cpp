@@ -3,6 +3,7 @@
 // with nothing changed (a plain redraw), a fill after scrolling by 16 columns, and a recolour
 // followed by the fill that draws it.
 
+#include "bench/BenchMain.h"
 #include "options/OptionStore.h"
 #include "streams/DisplayColumnStream.h"
 #include "streams/MusicStream.h"
@@ -141,16 +142,7 @@ BENCHMARK(recolorAndFill)->Unit(benchmark::kMillisecond)->UseRealTime();
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    QTemporaryDir settingsDir;
-    quorval::OptionStore::usePrivateStore(settingsDir.path());
     QCoreApplication::setOrganizationName("Quorval");
     QCoreApplication::setApplicationName("Quorval");
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    analysed() = {};
-    quorval::Quorval::shutdown();
-    return 0;
+    return quorval::bench::runWithStreams(app, argc, argv, [] { analysed() = {}; });
 }

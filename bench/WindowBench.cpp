@@ -5,6 +5,7 @@
 #include "GeneratedMusic.h"
 #include "app/AppDelegate.h"
 #include "app/MainViewController.h"
+#include "bench/BenchMain.h"
 #include "display/DisplayView.h"
 #include "options/OptionStore.h"
 #include "options/Parameters.h"
@@ -141,15 +142,5 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
-    // Options at their defaults, whatever the user has chosen.
-    QTemporaryDir store;
-    quorval::OptionStore::usePrivateStore(store.path());
-    quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
-        QMetaObject::invokeMethod(&app, std::move(fn), Qt::QueuedConnection);
-    });
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    quorval::Quorval::shutdown();
-    return 0;
+    return quorval::bench::runWithStreams(app, argc, argv);
 }
