@@ -6,6 +6,9 @@
 #include "app/MainViewController.h"
 #include "display/DisplayView.h"
 #include "display/TraceArea.h"
+#include "help/ContextHelp.h"
+#include "help/HelpViewer.h"
+#include "help/UpdateChecker.h"
 #include "options/DeveloperMode.h"
 #include "options/OptionsFile.h"
 #include "options/Parameters.h"
@@ -22,6 +25,7 @@
 #include <QLabel>
 #include <QMainWindow>
 #include <QMenuBar>
+#include <QPointer>
 #include <QProgressBar>
 #include <QProgressDialog>
 #include <QSaveFile>
@@ -99,11 +103,37 @@ AppDelegate::AppDelegate(Parameters &params, Panels filePanels)
         };
     }
 
+    helpViewer = new HelpViewer;
+    window->setProperty(ContextHelp::kTopicProperty, QStringLiteral("Manual"));
+    contextHelp =
+        new ContextHelp([this](const QString &topic) { helpViewer->showTopic(topic); }, this);
     OptionsHost host;
-    host.openHelp = [](const QString &) { return false; };
+    host.openHelp = [this](const QString &topic) { return helpViewer->openHelp(topic); };
     optionsMenu = new OptionsMenu(parameters, std::move(host), window);
     AskViewController::installAsMessageHandler(window);
-    AskViewController::setHelpOpener({});
+    AskViewController::setHelpOpener(
+        [this](const QString &topic) { return helpViewer->openHelp(topic); });
+
+    UpdateHost updates;
+    updates.tell = [this](const QString &title, const QString &text) {
+        AskViewController::message(window, title, text);
+    };
+    updates.ask = [this](const QString &title, const QString &text) {
+        return AskViewController::ask(window, title, text, {.no = true}) ==
+               AskViewController::Answer::yes;
+    };
+    // Through the window's close, so an unsaved sound is asked about first.
+    updates.quit = [this] { quitMenuItemSelected(); };
+    updateChecker = new UpdateChecker(std::move(updates), this);
+
+    // Warnings may come from the analysis threads; the prompt lives on the main thread.
+    QPointer<MainViewController> prompt(mainViewController);
+    previousWarningHandler = setWarningHandler([prompt](const QString &text) {
+        Quorval::postToMain([prompt, text] {
+            if (prompt)
+                prompt->showPrompt(text);
+        });
+    });
     buildMenus();
 
     soundLabel = new QLabel(window);
@@ -139,6 +169,10 @@ AppDelegate::AppDelegate(Parameters &params, Panels filePanels)
 AppDelegate::~AppDelegate()
 {
     cancelDeviations();
+    (void)setWarningHandler(std::move(previousWarningHandler));
+    AskViewController::setHelpOpener({});
+    delete contextHelp;
+    delete helpViewer;
     delete window;
     Quorval::setMusicStream(nullptr);
 }
@@ -170,10 +204,8 @@ void AppDelegate::buildMenus()
     fileMenu->addSeparator();
     propertiesMenuItem =
         add(fileMenu, tr("File &Properties"), &AppDelegate::propertiesMenuItemSelected);
-    checkForUpdatesMenuItem = fileMenu->addAction(tr("Check for Updates..."));
-    connect(checkForUpdatesMenuItem, &QAction::triggered, this, [this] {
-        AskViewController::message(window, tr("Updates"), QStringLiteral("Help not available"));
-    });
+    checkForUpdatesMenuItem =
+        add(fileMenu, tr("Check for Updates..."), &AppDelegate::checkForUpdatesMenuItemSelected);
     fileMenu->addSeparator();
     add(fileMenu, tr("&Quit"), &AppDelegate::quitMenuItemSelected, QKeySequence::Quit);
 
@@ -243,6 +275,7 @@ bool AppDelegate::applicationDidFinishLaunching()
     const std::optional<QString> initial = std::exchange(initialOpenFilePath, std::nullopt);
     if (!initial || !openFile(*initial))
         newFileMenuItemSelected();
+    (void)updateChecker->checkAtStartup();
     return true;
 }
 
@@ -554,12 +587,17 @@ void AppDelegate::ThrowExceptionMenuItemSelected()
 
 void AppDelegate::gettingStartedHelpMenuItemSelected()
 {
-    AskViewController::message(window, tr("Help"), QStringLiteral("Help not available"));
+    helpViewer->showTopic(QStringLiteral("GettingStarted"));
 }
 
 void AppDelegate::helpHelpMenuItemSelected()
 {
-    AskViewController::message(window, tr("Help"), QStringLiteral("Help not available"));
+    helpViewer->showTopic(QStringLiteral("Manual"));
+}
+
+void AppDelegate::checkForUpdatesMenuItemSelected()
+{
+    updateChecker->checkOnRequest();
 }
 
 void AppDelegate::refreshMenus()

@@ -2,6 +2,7 @@
 
 #include "app/AskViewController.h"
 #include "streams/Deviations.h"
+#include "streams/Warnings.h"
 
 #include <QObject>
 #include <QString>
@@ -24,11 +25,14 @@ class QTimer;
 
 namespace quorval {
 
+class ContextHelp;
+class HelpViewer;
 class MainView;
 class MainViewController;
 class MusicStream;
 class OptionsMenu;
 class Parameters;
+class UpdateChecker;
 
 // The application: the main window with its menu bar (File, Options, View, Edit, Help and, in
 // developer mode, Developer) and status bar, and the commands behind them: new recording,
@@ -86,6 +90,7 @@ public:
     void ThrowExceptionMenuItemSelected();
     void gettingStartedHelpMenuItemSelected();
     void helpHelpMenuItemSelected();
+    void checkForUpdatesMenuItemSelected();
 
     // Asks about an unsaved sound (when "Check for Modified Files" is on): yes saves it, no goes
     // on, cancel (or a failed save) answers false: the command stops.
@@ -118,6 +123,10 @@ public:
     QAction *propertiesMenuItem;
     QMenu *recentFilesMenu;
     QAction *checkForUpdatesMenuItem;
+    // One help window for the run, a top-level window of its own.
+    HelpViewer *helpViewer;
+    ContextHelp *contextHelp;
+    UpdateChecker *updateChecker;
     QMenu *presetsMenu;
     QMenu *editMenu;
     QAction *cutSoundMenuItem;
@@ -161,6 +170,7 @@ private:
     Deviations deviations;
     QTimer *statusTimer;
     bool launched = false;
+    WarningHandler previousWarningHandler;
 };
 
 } // namespace quorval

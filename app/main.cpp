@@ -6,6 +6,7 @@
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
+#include "streams/WorkingFiles.h"
 
 #include <QApplication>
 #include <QMainWindow>
@@ -97,6 +98,8 @@ int main(int argc, char **argv)
     quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
         QMetaObject::invokeMethod(&app, std::move(fn), Qt::QueuedConnection);
     });
+    // Scratch left by runs that were killed.
+    (void)quorval::WorkingFiles::removeStale();
     int status = 0;
     {
         quorval::AppDelegate delegate(quorval::Parameters::shared());
@@ -118,5 +121,6 @@ int main(int argc, char **argv)
         status = QApplication::exec();
     }
     quorval::Quorval::shutdown();
+    quorval::WorkingFiles::removeTracked();
     return status;
 }

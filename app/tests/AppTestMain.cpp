@@ -11,6 +11,8 @@ int main(int argc, char **argv)
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") &&
         qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    // The start-up update check must never reach the network from a test.
+    qputenv("QUORVAL_UPDATE_URL", "http://127.0.0.1:1/");
     return quorval::runTestsInPrivateStore(argc, argv, [](int &argc, char **argv) {
         auto app = std::make_unique<QApplication>(argc, argv);
         QApplication *application = app.get();

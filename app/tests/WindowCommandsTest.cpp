@@ -1,7 +1,10 @@
 #include "app/tests/WindowTest.h"
 #include "display/DisplayView.h"
+#include "help/HelpViewer.h"
+#include "help/UpdateChecker.h"
 #include "options/dialog/OptionsMenu.h"
 #include "options/dialog/ParmViewController.h"
+#include "streams/Warnings.h"
 
 #include <QAction>
 #include <QDir>
@@ -9,9 +12,12 @@
 #include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QTabWidget>
 #include <QToolButton>
 
 #include <cmath>
+#include <optional>
+#include <thread>
 
 namespace quorval {
 namespace {
@@ -203,8 +209,51 @@ TEST_F(WindowTest, messageDialogShowsLongTextsInAScrollingField)
     EXPECT_EQ(longOne.yesButton->text(), QStringLiteral("OK"));
 
     // Help without a page says so, through the dialog itself.
-    delegate->helpHelpMenuItemSelected();
+    longOne.helpTopic = QStringLiteral("NoSuchPage");
+    longOne.helpButton->click();
     EXPECT_EQ(dialogs, QStringList{QStringLiteral("Help | Help not available")});
+}
+
+TEST_F(WindowTest, helpUpdatesAndWarningsReachTheirWindows)
+{
+    HelpViewer &viewer = *delegate->helpViewer;
+    EXPECT_FALSE(viewer.isVisible());
+    delegate->gettingStartedHelpMenuItemSelected();
+    EXPECT_TRUE(viewer.isVisible());
+    EXPECT_EQ(viewer.currentTopic(), QStringLiteral("GettingStarted"));
+    delegate->helpHelpMenuItemSelected();
+    EXPECT_EQ(viewer.currentTopic(), QStringLiteral("Manual"));
+
+    // The options dialog's Help opens the page of the tab shown; a message's Help its topic.
+    ParmViewController &options = delegate->optionsMenu->dialog();
+    const int last = options.tabView()->count() - 1;
+    options.tabView()->setCurrentIndex(last);
+    options.helpButton()->click();
+    EXPECT_NE(viewer.currentTopic(), QStringLiteral("Manual"));
+    EXPECT_TRUE(viewer.currentTopic().endsWith(QStringLiteral("Tab")));
+    AskViewController question(QStringLiteral("T"), QStringLiteral("q"), {.help = true});
+    question.helpTopic = QStringLiteral("GettingStarted");
+    question.helpButton->click();
+    EXPECT_EQ(viewer.currentTopic(), QStringLiteral("GettingStarted"));
+    EXPECT_TRUE(dialogs.isEmpty());
+
+    // A warning from an analysis thread shows as the display's prompt.
+    const QString warning = QStringLiteral("The file is shorter than its header says");
+    std::thread([&] { showWarning(warning); }).join();
+    WAIT_FOR(controller->displayView->promptMessage() == warning, 5000);
+
+    // Nothing listens there: the check on request says why it could not be made.
+    qputenv("QUORVAL_UPDATE_URL", "http://127.0.0.1:1/");
+    std::optional<UpdateChecker::Result> result;
+    QObject::connect(delegate->updateChecker, &UpdateChecker::finished,
+                     [&](const UpdateChecker::Result &r) { result = r; });
+    dialogs.clear();
+    delegate->checkForUpdatesMenuItem->trigger();
+    WAIT_FOR(result && !dialogs.isEmpty(), 15000);
+    EXPECT_EQ(result->outcome, UpdateChecker::Outcome::Failed);
+    EXPECT_FALSE(result->reason.isEmpty());
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs.front().contains(result->reason)) << dialogs.front().toStdString();
 }
 
 TEST_F(WindowTest, exportSelectionWritesExactlyTheSelectedFrames)
