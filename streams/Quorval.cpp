@@ -5,6 +5,7 @@
 #include "options/FollowUps.h"
 #include "scale/Scale.h"
 #include "streams/MusicStream.h"
+#include "streams/WorkingFiles.h"
 
 #include <array>
 #include <cstdlib>
@@ -139,6 +140,8 @@ void Quorval::shutdown()
 {
     shuttingDown = true;
     queues().stopAll();
+    // What the queues' last items let go of is removed before the program ends.
+    WorkingFiles::finishRemovals();
 }
 
 bool Quorval::isShuttingDown()

@@ -157,11 +157,12 @@ WavStream::~WavStream()
 {
     // A working copy of an opened file, or a recording with nothing unsaved, is only scratch.
     // A recording never saved is left behind, so that nothing recorded is lost.
-    if ((!isSetup || !modified) && fileURL != "/") {
-        std::error_code ignored;
-        std::filesystem::remove(fileURL, ignored);
-        WorkingFiles::forget(fileURL);
-    }
+    // The last reference can drop on the calculation's path: closing and removing a long copy
+    // there would delay the next sound's first results.
+    if ((!isSetup || !modified) && fileURL != "/")
+        WorkingFiles::removeInBackground(
+            fileURL,
+            [file = std::shared_ptr<WavFileOC>(std::move(wavFile))]() mutable { file.reset(); });
 }
 
 std::shared_ptr<WavStream> WavStream::createForRecording(int channels, int bytesPerSample,

@@ -5,10 +5,16 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <csignal>
 #include <cstring>
+#include <deque>
 #include <filesystem>
+#include <mutex>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 
 namespace quorval {
@@ -54,7 +60,111 @@ std::string prefixFor(WorkingFiles::Kind kind)
     return kind == WorkingFiles::Kind::recording ? kRecordingPrefix : kCopyPrefix;
 }
 
+struct Removal
+{
+    std::string path;
+    std::function<void()> release;
+};
+
+void carryOut(Removal &removal)
+{
+    if (removal.release)
+        removal.release();
+    std::error_code ignored;
+    std::filesystem::remove(removal.path, ignored);
+    WorkingFiles::forget(removal.path);
+}
+
+// One thread, started on first use, at background priority: removals never compete with the
+// analysis of the sound that replaced the removed one.
+class Remover
+{
+public:
+    ~Remover() { finish(); }
+
+    void post(Removal removal)
+    {
+        {
+            std::lock_guard lock(mutex);
+            if (!finished) {
+                if (!worker.joinable())
+                    worker = std::thread([this] { run(); });
+                waiting.push_back(std::move(removal));
+                changed.notify_all();
+                return;
+            }
+        }
+        carryOut(removal);
+    }
+
+    void finish()
+    {
+        std::thread ending;
+        {
+            std::unique_lock lock(mutex);
+            finished = true;
+            changed.notify_all();
+            ending = std::move(worker);
+        }
+        if (ending.joinable())
+            ending.join();
+    }
+
+    int pending()
+    {
+        std::lock_guard lock(mutex);
+        return static_cast<int>(waiting.size()) + busy;
+    }
+
+private:
+    void run()
+    {
+        (void)::setpriority(PRIO_PROCESS, static_cast<id_t>(::syscall(SYS_gettid)), 10);
+        std::unique_lock lock(mutex);
+        for (;;) {
+            changed.wait(lock, [this] { return finished || !waiting.empty(); });
+            if (waiting.empty())
+                return;
+            Removal removal = std::move(waiting.front());
+            waiting.pop_front();
+            ++busy;
+            lock.unlock();
+            carryOut(removal);
+            lock.lock();
+            --busy;
+        }
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::deque<Removal> waiting;
+    int busy = 0;
+    bool finished = false;
+    std::thread worker;
+};
+
+Remover &remover()
+{
+    static Remover instance;
+    return instance;
+}
+
 } // namespace
+
+void WorkingFiles::removeInBackground(const std::string &path, std::function<void()> release)
+{
+    remover().post({path, std::move(release)});
+}
+
+void WorkingFiles::finishRemovals()
+{
+    remover().finish();
+}
+
+int WorkingFiles::pendingRemovals()
+{
+    return remover().pending();
+}
 
 std::string WorkingFiles::folder()
 {

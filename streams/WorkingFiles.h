@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,17 @@ public:
     // The same from a signal handler: unlinks tracked files, removes tracked folders that are
     // empty (listing a folder is not safe there: removeStale() of a later start takes the rest).
     static void removeTrackedNow() noexcept;
+
+    // Removes a scratch file on a background thread of low priority, after running `release`
+    // there (closing the last descriptor: the disk space of a long copy is freed then, which can
+    // take tens of milliseconds). Meant for callers on the analysis' path. The file stays tracked
+    // until it is gone, so a fatal signal meanwhile still removes it. After finishRemovals() the
+    // work is done on the calling thread.
+    static void removeInBackground(const std::string &path, std::function<void()> release = {});
+    // Waits for every background removal and ends the thread: part of shutdown.
+    static void finishRemovals();
+    // Background removals asked for and not yet done.
+    [[nodiscard]] static int pendingRemovals();
 
     // Removes the scratch (copies and options folders) of processes that are gone; answers how
     // many entries were removed. Recordings are never touched.

@@ -5,6 +5,7 @@
 #include "streams/Quorval.h"
 #include "streams/WorkingFiles.h"
 #include "streams/tests/SoundFiles.h"
+#include "streams/tests/Wait.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -406,7 +407,9 @@ TEST(WavStream, workingFilesAreNamedForTheirKindAndRemovedWithTheStream)
     EXPECT_NE(opened->fileURL.find("quorval-copy-"), std::string::npos);
     const std::string copyPath = opened->fileURL;
     ASSERT_TRUE(std::filesystem::exists(copyPath));
-    opened.reset();
+    // The last reference dropped on the calculation's queue: the removal happens elsewhere.
+    Quorval::calcQueue().sync([&opened] { opened.reset(); });
+    EXPECT_TRUE(test::waitUntil([] { return WorkingFiles::pendingRemovals() == 0; }));
     EXPECT_FALSE(std::filesystem::exists(copyPath));
 }
 

@@ -1,6 +1,7 @@
 #include "streams/WorkingFiles.h"
 
 #include "analysis/tests/support/EndedProcess.h"
+#include "streams/tests/Wait.h"
 
 #include <QTemporaryDir>
 
@@ -9,8 +10,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace quorval {
@@ -107,6 +110,34 @@ TEST(WorkingFiles, trackedFilesAndFoldersAreRemovedUntilForgotten)
     WorkingFiles::track(fullFolder.string());
     WorkingFiles::removeTracked();
     EXPECT_FALSE(fs::exists(fullFolder));
+}
+
+TEST(WorkingFiles, backgroundRemovalReleasesElsewhereAndStaysTrackedUntilDone)
+{
+    OwnTemporaryFolder temporary;
+    const fs::path file = temporary.path("quorval-copy-1-c.wav");
+    touch(file);
+    WorkingFiles::track(file.string());
+    std::promise<std::thread::id> releasedOn;
+    std::promise<void> mayFinish;
+    std::shared_future<void> finishing = mayFinish.get_future().share();
+    WorkingFiles::removeInBackground(file.string(), [&releasedOn, finishing] {
+        releasedOn.set_value(std::this_thread::get_id());
+        finishing.wait();
+    });
+    EXPECT_NE(releasedOn.get_future().get(), std::this_thread::get_id());
+    EXPECT_EQ(WorkingFiles::pendingRemovals(), 1);
+    // A fatal signal while the removal waits still finds the file tracked.
+    WorkingFiles::removeTrackedNow();
+    EXPECT_FALSE(fs::exists(file));
+    touch(file);
+    mayFinish.set_value();
+    EXPECT_TRUE(test::waitUntil([] { return WorkingFiles::pendingRemovals() == 0; }));
+    EXPECT_FALSE(fs::exists(file));
+    // Forgotten once removed: a file of the same name made later is not touched.
+    touch(file);
+    WorkingFiles::removeTrackedNow();
+    EXPECT_TRUE(fs::exists(file));
 }
 
 } // namespace
