@@ -239,13 +239,18 @@ TEST(MusicStream, growsWithARecordingWhileCalculating)
     const std::vector<std::int16_t> pcm = test::toPCM(test::toneAt(57.0, 2.0));
 
     Quorval::recording = true;
-    Quorval::realtimeQueue().sync([&] {
-        for (std::size_t start = 0; start < pcm.size(); start += 1024) {
-            const std::size_t end = std::min(pcm.size(), start + 1024);
-            EXPECT_TRUE(wav->appendSamples(std::span(pcm).subspan(start, end - start)));
-        }
-    });
+    bool spectrumWhileRecording = false;
+    for (std::size_t start = 0; start < pcm.size(); start += 1024) {
+        const std::size_t end = std::min(pcm.size(), start + 1024);
+        Quorval::realtimeQueue().sync(
+            [&] { EXPECT_TRUE(wav->appendSamples(std::span(pcm).subspan(start, end - start))); });
+        // Half way, the loop has had its chance to take the newest segment's spectrum.
+        if (start < pcm.size() / 2 && end >= pcm.size() / 2)
+            spectrumWhileRecording =
+                test::waitUntil([&music] { return music->fftPitchIndex >= 0; });
+    }
     Quorval::recording = false;
+    EXPECT_TRUE(spectrumWhileRecording);
     ASSERT_TRUE(music->waitUntilCalculated(60s));
     wav->modified = false;
 
