@@ -13,6 +13,7 @@
 #include "options/dialog/OptionsMenu.h"
 #include "options/dialog/ParmViewController.h"
 #include "streams/MusicStream.h"
+#include "streams/ParallelAnalysis.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
@@ -212,8 +213,12 @@ void MainViewController::setMusicStream(std::shared_ptr<MusicStream> stream)
     stopTransport();
     clearPrompt();
     prepKey.clear();
+    // The old sound's helpers end before it goes; the new one is analysed on every core.
+    parallel.reset();
     music = std::move(stream);
     Quorval::setMusicStream(music);
+    if (music)
+        parallel = std::make_unique<ParallelAnalysis>(music, ParallelAnalysis::defaultJobs());
     needleView.setSelection(-1.0, -1.0);
     const Extent e = soundExtent();
     moveNeedle(e.lowest);

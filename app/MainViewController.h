@@ -21,6 +21,7 @@ class AppDelegate;
 class ColumnHeaderView;
 class MainView;
 class MusicStream;
+class ParallelAnalysis;
 class Player;
 class Recorder;
 class RowHeaderView;
@@ -159,6 +160,7 @@ private:
     bool keyAction(const QString &prefix, QChar c);
 
     std::shared_ptr<MusicStream> music;
+    std::unique_ptr<ParallelAnalysis> parallel; // helpers analysing `music` on the other cores
     NeedleView needleView;
     std::unique_ptr<Player> player;
     QTimer *recordTimer;

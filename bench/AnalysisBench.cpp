@@ -6,7 +6,7 @@
 
 #include "bench/BenchMain.h"
 #include "bench/GeneratedMusic.h"
-#include "cli/ParallelAnalysis.h"
+#include "streams/ParallelAnalysis.h"
 #include "options/OptionStore.h"
 #include "streams/MusicStream.h"
 #include "streams/PitchStream.h"
@@ -79,7 +79,7 @@ void BM_WholeFile(benchmark::State &state)
         const double cpuStart = cpuSeconds();
         const auto wallStart = std::chrono::steady_clock::now();
         auto music = MusicStream::create(WavStream::createFromFile(path));
-        ParallelAnalysis::analyse(*music, jobs, nullptr);
+        ParallelAnalysis::analyse(music, jobs, nullptr);
         cpu += cpuSeconds() - cpuStart;
         wall += std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
         benchmark::DoNotOptimize(music->segmentValues().size());

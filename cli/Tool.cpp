@@ -2,7 +2,7 @@
 
 #include "analysis/Check.h"
 #include "analysis/WavFileOC.h"
-#include "cli/ParallelAnalysis.h"
+#include "streams/ParallelAnalysis.h"
 #include "options/Messages.h"
 #include "options/OptionStore.h"
 #include "options/OptionsFile.h"
@@ -225,7 +225,7 @@ std::shared_ptr<MusicStream> Tool::openAndAnalyse(const CommandLine &line)
     std::shared_ptr<MusicStream> music = MusicStream::create(wav);
     const bool showProgress = stderrIsTerminal();
     int shownPercent = -1;
-    ParallelAnalysis::analyse(*music, line.jobs, [&](double fraction) {
+    ParallelAnalysis::analyse(music, line.jobs, [&](double fraction) {
         const int percent = static_cast<int>(fraction * 100.0);
         if (!showProgress || percent == shownPercent)
             return;

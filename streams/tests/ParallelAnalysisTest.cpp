@@ -1,0 +1,82 @@
+#include "streams/ParallelAnalysis.h"
+
+#include "analysis/tests/support/TestSignals.h"
+#include "streams/MusicStream.h"
+#include "streams/WavStream.h"
+#include "streams/tests/Tones.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <vector>
+
+namespace quorval {
+namespace {
+
+using namespace std::chrono_literals;
+
+std::shared_ptr<MusicStream> opened(const testsignals::TempWav &file)
+{
+    auto wav = WavStream::createFromFile(file.path());
+    EXPECT_NE(wav, nullptr);
+    return MusicStream::create(wav);
+}
+
+void expectSameResults(MusicStream &a, MusicStream &b)
+{
+    const std::vector<MusicStream::SegmentValue> first = a.segmentValues();
+    const std::vector<MusicStream::SegmentValue> second = b.segmentValues();
+    ASSERT_EQ(first.size(), second.size());
+    for (std::size_t i = 0; i < first.size(); ++i) {
+        ASSERT_NE(first[i].pitch, 0.0) << i;
+        ASSERT_EQ(first[i].pitch, second[i].pitch) << i;
+        ASSERT_EQ(first[i].goodness, second[i].goodness) << i;
+    }
+}
+
+// The window's helpers start while the sound is still being copied, share the work with the
+// loop and, after a recomputation, help again; the results are the loop's own to the last bit.
+TEST(ParallelAnalysis, helpersServeAWindowsSoundWithTheLoopsOwnResults)
+{
+    std::vector<double> samples;
+    for (double note : {48.0, 55.3, 62.0, 69.7, 76.0, 59.5})
+        samples = test::joined(samples, test::toneAt(note, 4.0));
+    const testsignals::TempWav file(samples, {}, 2);
+    ASSERT_TRUE(file.ok());
+
+    const std::shared_ptr<MusicStream> alone = opened(file);
+    ASSERT_TRUE(alone->waitUntilCalculated(120s));
+
+    const std::shared_ptr<MusicStream> helped = opened(file);
+    ParallelAnalysis helpers(helped, 3);
+    ASSERT_TRUE(helped->waitUntilCalculated(120s));
+    expectSameResults(*alone, *helped);
+    const long long firstRound = helpers.helped();
+    EXPECT_GT(firstRound, 0);
+
+    helped->recompute();
+    ASSERT_TRUE(helped->waitUntilCalculated(120s));
+    expectSameResults(*alone, *helped);
+    EXPECT_GT(helpers.helped(), firstRound);
+}
+
+// Helpers of a sound that has gone end by themselves; stopped ones leave the loop to finish.
+TEST(ParallelAnalysis, helpersEndWithTheirSoundOrWhenStopped)
+{
+    const testsignals::TempWav file(test::toneAt(60.0, 20.0), {}, 2);
+    ASSERT_TRUE(file.ok());
+    std::shared_ptr<MusicStream> music = opened(file);
+    auto helpers = std::make_unique<ParallelAnalysis>(music, 2);
+    music.reset();
+    // Joins: a helper holding no sound any more must have returned.
+    helpers.reset();
+
+    music = opened(file);
+    helpers = std::make_unique<ParallelAnalysis>(music, 2);
+    helpers.reset();
+    EXPECT_TRUE(music->waitUntilCalculated(120s));
+}
+
+} // namespace
+} // namespace quorval
