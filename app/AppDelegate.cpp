@@ -224,12 +224,16 @@ void AppDelegate::buildMenus()
         add(viewMenu, tr("&Deviations"), &AppDelegate::deviationsViewMenuItemSelected,
             QKeySequence(Qt::CTRL | Qt::Key_D));
 
-    // The sound editing commands are placeholders of the menu layout: they stay disabled.
+    // Cutting and pasting sound would edit a recording in place, which this program never does
+    // (nothing recorded may be lost): those items stay in the layout, disabled. Selecting all
+    // is what a player does before looping or exporting the whole take.
     editMenu = bar->addMenu(tr("&Edit"));
     cutSoundMenuItem = editMenu->addAction(tr("Cut Sound"));
     copySoundMenuItem = editMenu->addAction(tr("Copy Sound"));
     pasteSoundMenuItem = editMenu->addAction(tr("Paste Sound"));
-    selectAllSoundMenuItem = editMenu->addAction(tr("Select All Sound"));
+    selectAllSoundMenuItem =
+        add(editMenu, tr("Select All Sound"), &AppDelegate::selectAllSoundEditMenuItemSelected,
+            QKeySequence::SelectAll);
 
     developerMenu = bar->addMenu(tr("&Developer"));
     developerModeMenuItem =
@@ -585,6 +589,12 @@ void AppDelegate::ThrowExceptionMenuItemSelected()
         std::abort();
 }
 
+void AppDelegate::selectAllSoundEditMenuItemSelected()
+{
+    if (mainViewController->selectAll())
+        refreshMenus();
+}
+
 void AppDelegate::gettingStartedHelpMenuItemSelected()
 {
     helpViewer->showTopic(QStringLiteral("GettingStarted"));
@@ -609,9 +619,9 @@ void AppDelegate::refreshMenus()
     exportSelectionMenuItem->setEnabled(selectedFrames().has_value());
     propertiesMenuItem->setEnabled(hasSound);
     showDeviationsMenuItem->setEnabled(hasSound && !deviations.isRunning());
-    for (QAction *item :
-         {cutSoundMenuItem, copySoundMenuItem, pasteSoundMenuItem, selectAllSoundMenuItem})
+    for (QAction *item : {cutSoundMenuItem, copySoundMenuItem, pasteSoundMenuItem})
         item->setEnabled(false);
+    selectAllSoundMenuItem->setEnabled(hasSound && !Quorval::playing && !Quorval::recording);
 
     optionsMenu->refreshPresets();
     const bool developer = Quorval::developerMode();
@@ -649,6 +659,15 @@ void AppDelegate::rememberRecentFile(const QString &path)
     refreshRecentFiles();
 }
 
+void AppDelegate::forgetRecentFile(const QString &path)
+{
+    QSettings settings = windowSettings();
+    QStringList recent = settings.value(QLatin1String(kRecentFilesKey)).toStringList();
+    recent.removeAll(path);
+    settings.setValue(QLatin1String(kRecentFilesKey), recent);
+    refreshRecentFiles();
+}
+
 void AppDelegate::refreshRecentFiles()
 {
     recentFilesMenu->clear();
@@ -658,8 +677,10 @@ void AppDelegate::refreshRecentFiles()
         QAction *item = recentFilesMenu->addAction(QFileInfo(path).fileName());
         item->setToolTip(path);
         connect(item, &QAction::triggered, this, [this, path] {
-            if (shouldDiscardModifiedSound())
-                (void)openFile(path);
+            // A file that can no longer be read (moved, deleted) leaves the list after its
+            // message.
+            if (shouldDiscardModifiedSound() && !openFile(path))
+                forgetRecentFile(path);
         });
     }
     recentFilesMenu->setEnabled(!recent.isEmpty());

@@ -83,6 +83,8 @@ public:
     // View commands: 0..5 for Composite, RMS Amplitude, Amplitude, Pitch, Quality, Spectrum.
     void setViewType(int index);
     void deviationsViewMenuItemSelected();
+    // Edit commands.
+    void selectAllSoundEditMenuItemSelected();
     // Developer commands.
     void developerModeMenuItemSelected();
     void statusMenuItemSelected();
@@ -157,6 +159,7 @@ private:
     void buildMenus();
     void refreshRecentFiles();
     void rememberRecentFile(const QString &path);
+    void forgetRecentFile(const QString &path);
     // Shows stream in the window (null keeps the old one).
     void showMusic(std::shared_ptr<MusicStream> music);
     bool saveTo(const std::optional<QString> &path);

@@ -228,6 +228,19 @@ void MainViewController::setMusicStream(std::shared_ptr<MusicStream> stream)
     refreshControls();
 }
 
+bool MainViewController::selectAll()
+{
+    const Extent e = soundExtent();
+    if (!music || e.frames == 0 || Quorval::playing || Quorval::recording)
+        return false;
+    music->timeView->selectionStart = e.lowest;
+    music->timeView->selectionEnd = e.highest;
+    needleView.setSelection(e.lowest, e.highest);
+    moveNeedle(e.lowest);
+    DisplayView::requestRedraw();
+    return true;
+}
+
 bool MainViewController::oneTouch() const
 {
     return Parameters::shared().oneTouchPlayRecord.value();

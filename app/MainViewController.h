@@ -85,6 +85,8 @@ public:
 
     // Stops playing and recording (the buttons go off).
     void stopTransport();
+    // Selects the whole sound; not while playing or recording. Answers whether it did.
+    bool selectAll();
 
     // Brings every control, tooltip and the title up to the program's state, and redraws.
     void refreshControls();

@@ -311,5 +311,60 @@ TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
     EXPECT_FALSE(delegate->developerMenu->menuAction()->isVisible());
 }
 
+TEST_F(WindowTest, selectAllRecentFilesAndGeometryServeTheNextUse)
+{
+    // Select All takes the whole take, which Export Selection then writes.
+    EXPECT_FALSE(delegate->exportSelectionMenuItem->isEnabled());
+    delegate->selectAllSoundMenuItem->trigger();
+    const HView &time = *controller->musicStream()->timeView;
+    EXPECT_EQ(time.selectionStart, 0.0);
+    EXPECT_DOUBLE_EQ(time.selectionEnd, controller->musicStream()->timeRange().duration);
+    EXPECT_TRUE(delegate->exportSelectionMenuItem->isEnabled());
+    EXPECT_FALSE(delegate->cutSoundMenuItem->isEnabled());
+
+    // The last ten files opened, newest first; opening one again moves it up.
+    QStringList paths;
+    for (int i = 0; i < 12; ++i) {
+        paths.append(dir.filePath(QStringLiteral("take%1.wav").arg(i)));
+        ASSERT_TRUE(QFile::copy(demoPath, paths.last()));
+        ASSERT_TRUE(delegate->openFile(paths.last()));
+    }
+    ASSERT_TRUE(delegate->openFile(paths[5]));
+    const auto recentNames = [this] {
+        QStringList names;
+        for (const QAction *item : delegate->recentFilesMenu->actions())
+            names.append(item->text());
+        return names;
+    };
+    QStringList expected{QStringLiteral("take5.wav")};
+    for (int i = 11; i >= 2; --i)
+        if (i != 5)
+            expected.append(QStringLiteral("take%1.wav").arg(i));
+    EXPECT_EQ(recentNames(), expected);
+
+    // A file gone since leaves the list after its message, and the open sound stays.
+    ASSERT_TRUE(QFile::remove(paths[9]));
+    QAction *gone = delegate->recentFilesMenu->actions().at(expected.indexOf("take9.wav"));
+    gone->trigger();
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs[0].contains(QStringLiteral("Can't read sound file")))
+        << dialogs[0].toStdString();
+    expected.removeAll(QStringLiteral("take9.wav"));
+    EXPECT_EQ(recentNames(), expected);
+    EXPECT_TRUE(title().endsWith(QStringLiteral("take5.wav"))) << title().toStdString();
+
+    // The window's place and size come back at the next start, with the list.
+    delegate->window->setGeometry(60, 70, 900, 560);
+    const QSize size = delegate->window->size();
+    ASSERT_TRUE(delegate->window->close());
+    delegate.reset();
+    controller = nullptr;
+    delegate = std::make_unique<AppDelegate>(Parameters::shared(), AppDelegate::Panels{});
+    ASSERT_TRUE(delegate->applicationDidFinishLaunching());
+    controller = delegate->mainViewController;
+    EXPECT_EQ(delegate->window->size(), size);
+    EXPECT_EQ(recentNames(), expected);
+}
+
 } // namespace
 } // namespace quorval
