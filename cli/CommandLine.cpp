@@ -59,6 +59,7 @@ const char *CommandLine::usage()
            "  --use-settings       reads and writes the user's own option store\n"
            "  --jobs N             analysis threads (default: all cores)\n"
            "  --developer          developer mode: extra report lines\n"
+           "  --version            the program's version\n"
            "  --help               this text\n";
 }
 
@@ -80,6 +81,10 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
         };
         if (argument == QLatin1String("--help") || argument == QLatin1String("-h")) {
             line.command = Command::help;
+            return line;
+        }
+        if (argument == QLatin1String("--version")) {
+            line.command = Command::version;
             return line;
         }
         if (argument == QLatin1String("--csv")) {

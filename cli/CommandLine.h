@@ -23,6 +23,7 @@ struct CommandLine
         record,
         play,
         help,
+        version,
     };
     enum class Format
     {

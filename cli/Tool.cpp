@@ -2,7 +2,6 @@
 
 #include "analysis/Check.h"
 #include "analysis/WavFileOC.h"
-#include "streams/ParallelAnalysis.h"
 #include "options/Messages.h"
 #include "options/OptionStore.h"
 #include "options/OptionsFile.h"
@@ -11,6 +10,7 @@
 #include "streams/Deviations.h"
 #include "streams/MusicStream.h"
 #include "streams/NoteReport.h"
+#include "streams/ParallelAnalysis.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
@@ -148,6 +148,10 @@ int Tool::run(const CommandLine &line)
         print(CommandLine::usage());
         return kOk;
     }
+    if (line.command == CommandLine::Command::version) {
+        print(std::string("quorval-cli ") + QUORVAL_VERSION + "\n");
+        return kOk;
+    }
     Quorval::setDeveloperMode(line.developer);
     // The store drops a value it cannot save at once, so the run would go on without it.
     QString storeFile;
@@ -186,6 +190,7 @@ int Tool::run(const CommandLine &line)
         status = play(line);
         break;
     case CommandLine::Command::help:
+    case CommandLine::Command::version:
         break;
     }
     if (std::fflush(out) != 0 || std::ferror(out)) {

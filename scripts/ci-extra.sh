@@ -39,6 +39,10 @@ if [ -f packaging/CMakeLists.txt ]; then
     done
     if [ -f app/CMakeLists.txt ]; then
         grep -q " ./usr/bin/quorval\$" <<<"$contents" || { echo "$deb lacks quorval"; exit 1; }
+        # Installed as a user installs it, started from its menu entry, removed again.
+        if [ "$(id -u)" = 0 ]; then
+            bash scripts/package-check.sh "$deb"
+        fi
     fi
 fi
 

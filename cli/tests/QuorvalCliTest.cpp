@@ -49,9 +49,9 @@ protected:
     Outcome run(const QStringList &arguments,
                 const QString &program = QStringLiteral(QUORVAL_CLI_PATH))
     {
-        QString command = QStringLiteral("cd %1 && XDG_CONFIG_HOME=%2 TMPDIR=%3 %4")
-                              .arg(quoted(dir.path()), quoted(configHome), quoted(temporary()),
-                                   quoted(program));
+        QString command =
+            QStringLiteral("cd %1 && XDG_CONFIG_HOME=%2 TMPDIR=%3 %4")
+                .arg(quoted(dir.path()), quoted(configHome), quoted(temporary()), quoted(program));
         for (const QString &argument : arguments)
             command += " " + quoted(argument);
         command += " >" + quoted(dir.filePath("out")) + " 2>" + quoted(dir.filePath("err"));
@@ -329,6 +329,20 @@ TEST_F(QuorvalCli, refusalsSayWhatAnOptionTakes)
     const Outcome unwritable = run({"options", "--write", dir.filePath("no/such/o.plist")});
     EXPECT_EQ(unwritable.status, 1);
     EXPECT_EQ(linesOf(unwritable.err).size(), 1) << unwritable.err.toStdString();
+}
+
+TEST_F(QuorvalCli, answersVersionAndHelpWithoutAFile)
+{
+    const Outcome version = run({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_TRUE(QRegularExpression(QStringLiteral("^quorval-cli \\d+\\.\\d+\\.\\d+\n$"))
+                    .match(version.out)
+                    .hasMatch())
+        << version.out.toStdString();
+    EXPECT_TRUE(version.err.isEmpty());
+    const Outcome help = run({"pitches", "--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(help.out.contains("--version"));
 }
 
 TEST_F(QuorvalCli, saysWhenTheUsersSettingsCannotBeSaved)
