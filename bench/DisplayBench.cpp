@@ -18,6 +18,7 @@
 #include <QMetaObject>
 #include <QPainter>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include <benchmark/benchmark.h>
 
@@ -117,41 +118,74 @@ void BM_ColumnsForNewView(benchmark::State &state)
 }
 BENCHMARK(BM_ColumnsForNewView)->Arg(1920)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// A trace area shown as in the window: it paints when the display asks for a redraw, and
+// notes the first paint that shows every visible segment computed.
+class FirstScreenView : public DisplayView
+{
+public:
+    void paint(QPainter &painter, QSizeF size) override
+    {
+        DisplayView::paint(painter, size);
+        const std::shared_ptr<DisplayColumnStream> columns = columnStream;
+        if (complete || !columns)
+            return;
+        complete = Quorval::dataQueue().sync([&columns] {
+            (void)columns->nextVisibleSegment_D(*columns->musicStream->pitchStream());
+            return columns->allPitchesCalculated_D;
+        });
+        if (complete)
+            completedAt = std::chrono::steady_clock::now();
+    }
+
+    bool complete = false;
+    std::chrono::steady_clock::time_point completedAt;
+};
+
+double millisecondsBetween(std::chrono::steady_clock::time_point a,
+                           std::chrono::steady_clock::time_point b)
+{
+    return std::chrono::duration<double, std::milli>(b - a).count();
+}
+
+// case 0: the first 10 s, timed from the open while the working copy is still being made.
+// case 1: the first 10 s, timed from the moment the file has been read (its working copy
+// complete), when the window can draw from the whole sound: the figure the target is set for.
+// case 2: as 1, but the overview of the whole sound that the window shows at open, whose
+// columns sample every part of it.
 void BM_OpenToFirstScreenDrawn(benchmark::State &state)
 {
+    const bool afterRead = state.range(0) >= 1;
+    const bool firstTenSeconds = state.range(0) <= 1;
     const std::string &path = tenMinuteFile();
-    const QSizeF size(1920.0, kHeight);
-    QImage image(1920, static_cast<int>(kHeight), QImage::Format_RGB32);
+    double fromOpenTotal = 0.0;
     for (auto _ : state) {
-        const auto start = std::chrono::steady_clock::now();
+        const auto opened = std::chrono::steady_clock::now();
         std::shared_ptr<WavStream> wav = WavStream::createFromFile(path);
+        if (afterRead)
+            wav->waitForCopy();
+        const auto start = std::chrono::steady_clock::now();
         auto music = MusicStream::create(wav);
+        if (firstTenSeconds) {
+            music->timeView->leftTime = 0.0;
+            music->timeView->timeWidth = kVisibleSeconds;
+        }
         Quorval::setMusicStream(music);
         {
-            DisplayView view;
-            // Painted as the window would while the calculation runs, until a paint shows every
-            // visible segment computed.
-            bool drawn = false;
-            while (!drawn) {
-                QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
-                QPainter painter(&image);
-                view.paint(painter, size);
-                const std::shared_ptr<DisplayColumnStream> columns = view.columnStream;
-                drawn = columns && Quorval::dataQueue().sync([&columns] {
-                    (void)columns->nextVisibleSegment_D(*columns->musicStream->pitchStream());
-                    return columns->allPitchesCalculated_D;
-                });
-                if (std::chrono::steady_clock::now() - start > std::chrono::seconds(60)) {
-                    state.SkipWithError("the first screen was never complete");
-                    break;
-                }
+            FirstScreenView view;
+            view.resize(1920, static_cast<int>(kHeight));
+            view.show();
+            // Woken by the display's redraw requests, and every 100 ms regardless.
+            QTimer wake;
+            wake.start(100);
+            while (!view.complete &&
+                   std::chrono::steady_clock::now() - start < std::chrono::seconds(60))
+                QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+            if (!view.complete) {
+                state.SkipWithError("the first screen was never complete");
+                break;
             }
-            if (drawn && view.prepareNow(size)) {
-                QPainter painter(&image);
-                view.paint(painter, size);
-            }
-            state.SetIterationTime(
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+            state.SetIterationTime(millisecondsBetween(start, view.completedAt) / 1000.0);
+            fromOpenTotal += millisecondsBetween(opened, view.completedAt);
         }
         // Untimed: the copy ends and the streams go before the next round.
         Quorval::setVisibleSegmentSource(nullptr);
@@ -160,9 +194,17 @@ void BM_OpenToFirstScreenDrawn(benchmark::State &state)
         music.reset();
         wav.reset();
         Quorval::calcQueue().sync([] {});
+        QCoreApplication::processEvents();
     }
+    state.counters["from_open_ms"] =
+        benchmark::Counter(fromOpenTotal / static_cast<double>(state.iterations()));
 }
-BENCHMARK(BM_OpenToFirstScreenDrawn)->Iterations(3)->Unit(benchmark::kMillisecond)->UseManualTime();
+BENCHMARK(BM_OpenToFirstScreenDrawn)
+    ->ArgName("case")
+    ->DenseRange(0, 2)
+    ->Iterations(5)
+    ->Unit(benchmark::kMillisecond)
+    ->UseManualTime();
 
 } // namespace
 } // namespace quorval
