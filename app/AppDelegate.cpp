@@ -4,6 +4,7 @@
 #include "analysis/WavFileOC.h"
 #include "app/MainView.h"
 #include "app/MainViewController.h"
+#include "audio/Recorder.h"
 #include "display/DisplayView.h"
 #include "display/TraceArea.h"
 #include "help/ContextHelp.h"
@@ -16,6 +17,7 @@
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
+#include "streams/WorkingFiles.h"
 
 #include <QAction>
 #include <QCloseEvent>
@@ -23,6 +25,7 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QLabel>
+#include <QLocale>
 #include <QMainWindow>
 #include <QMenuBar>
 #include <QPointer>
@@ -277,10 +280,50 @@ bool AppDelegate::applicationDidFinishLaunching()
     launched = true;
 
     const std::optional<QString> initial = std::exchange(initialOpenFilePath, std::nullopt);
-    if (!initial || !openFile(*initial))
+    // A recording that a crash kept from being saved comes before anything else.
+    if (!offerRecoveries() && (!initial || !openFile(*initial)))
         newFileMenuItemSelected();
     (void)updateChecker->checkAtStartup();
     return true;
+}
+
+bool AppDelegate::offerRecoveries()
+{
+    for (const std::string &found : WorkingFiles::orphanedRecordings()) {
+        const QString path = QFile::decodeName(found.c_str());
+        const QFileInfo info(path);
+        // Recordings are made in the recorder's format behind a 44-byte header.
+        const double seconds =
+            static_cast<double>(std::max<qint64>(0, info.size() - 44)) /
+            (Recorder::sampleRate * Recorder::nChannels * (Recorder::bitDepth / 8.0));
+        const QString text =
+            tr("Quorval ended before a recording was saved: %1 of sound, recorded until %2.\n\n"
+               "Recover it to save it now, discard it for good, or decide later (it is kept "
+               "and offered again at the next start).")
+                .arg(timeText(seconds),
+                     QLocale().toString(info.lastModified(), QLocale::ShortFormat));
+        const AskViewController::Answer answer = AskViewController::ask(
+            window, tr("Recover Recording"), text, {.no = true, .cancel = true}, QString(),
+            {tr("Recover"), tr("Discard"), tr("Later")});
+        if (answer == AskViewController::Answer::no) {
+            QFile::remove(path);
+            continue;
+        }
+        if (answer == AskViewController::Answer::cancel)
+            continue;
+        std::shared_ptr<WavStream> wav = WavStream::createFromFile(found);
+        if (!wav)
+            continue; // its reason was shown; the file stays for a later start
+        // Saved only where the user says: never back into the temporary folder.
+        wav->saveURL.reset();
+        wav->fileTitle = "Recovered Recording";
+        wav->modified = true;
+        recoveredFrom = path;
+        recoveredStream = wav;
+        showMusic(MusicStream::create(std::move(wav)));
+        return true;
+    }
+    return false;
 }
 
 void AppDelegate::showMusic(std::shared_ptr<MusicStream> music)
@@ -336,6 +379,11 @@ bool AppDelegate::saveTo(const std::optional<QString> &path)
     const bool saved = path ? wav->saveAs(QFile::encodeName(*path).toStdString()) : wav->save();
     if (saved && wav->saveURL)
         rememberRecentFile(QFile::decodeName(wav->saveURL->c_str()));
+    // A recovered recording is safe once saved: its crash copy can go.
+    if (saved && recoveredFrom && recoveredStream.lock() == wav) {
+        QFile::remove(*std::exchange(recoveredFrom, std::nullopt));
+        recoveredStream.reset();
+    }
     mainViewController->refreshControls();
     refreshMenus();
     return saved;

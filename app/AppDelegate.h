@@ -33,6 +33,7 @@ class MusicStream;
 class OptionsMenu;
 class Parameters;
 class UpdateChecker;
+class WavStream;
 
 // The application: the main window with its menu bar (File, Options, View, Edit, Help and, in
 // developer mode, Developer) and status bar, and the commands behind them: new recording,
@@ -110,6 +111,9 @@ public:
     // A file to open once start-up has finished.
     std::optional<QString> initialOpenFilePath;
     std::optional<Deviations::Results> deviationsResults;
+    // The crash copy of the recovered recording shown, removed when it is saved.
+    std::optional<QString> recoveredFrom;
+    std::weak_ptr<WavStream> recoveredStream;
     bool deviationsCanceled = false;
 
     QMainWindow *window;
@@ -162,6 +166,9 @@ private:
     void forgetRecentFile(const QString &path);
     // Shows stream in the window (null keeps the old one).
     void showMusic(std::shared_ptr<MusicStream> music);
+    // Offers each recording a crash left unsaved: recover (then nothing else opens), discard
+    // or later. True when one was recovered.
+    bool offerRecoveries();
     bool saveTo(const std::optional<QString> &path);
     // The selection on the time axis, in frames; nothing without one.
     [[nodiscard]] std::optional<std::pair<std::int64_t, std::int64_t>> selectedFrames() const;

@@ -112,10 +112,16 @@ void AskViewController::helpButtonPushed()
 
 AskViewController::Answer AskViewController::ask(QWidget *parent, const QString &title,
                                                  const QString &text, Buttons buttons,
-                                                 const QString &helpTopic)
+                                                 const QString &helpTopic,
+                                                 const ButtonTitles &titles)
 {
     AskViewController dialog(title, text, buttons, parent);
     dialog.helpTopic = helpTopic;
+    for (auto [button, buttonTitle] : {std::pair{dialog.yesButton, titles.yes},
+                                       {dialog.noButton, titles.no},
+                                       {dialog.cancelButton, titles.cancel}})
+        if (!buttonTitle.isEmpty())
+            button->setText(buttonTitle);
     if (responder())
         return responder()(dialog);
     dialog.exec();

@@ -37,6 +37,14 @@ public:
         bool cancel = false;
         bool help = false;
     };
+    // Titles other than Yes (OK), No and Cancel, for a question that names its choices; an
+    // empty one keeps the usual title.
+    struct ButtonTitles
+    {
+        QString yes;
+        QString no;
+        QString cancel;
+    };
 
     // Texts longer than this many characters, or with more than kScrollLines lines, scroll.
     static constexpr int kScrollChars = 600;
@@ -48,7 +56,7 @@ public:
     // Shows a question and waits for the answer; closing the window answers cancel (no when
     // there is no cancel button).
     static Answer ask(QWidget *parent, const QString &title, const QString &text, Buttons buttons,
-                      const QString &helpTopic = QString());
+                      const QString &helpTopic = QString(), const ButtonTitles &titles = {});
     // Shows a message with OK.
     static void message(QWidget *parent, const QString &title, const QString &text);
 

@@ -4,6 +4,8 @@
 #include "streams/Quorval.h"
 
 #include <QApplication>
+#include <QFile>
+#include <QTemporaryDir>
 
 int main(int argc, char **argv)
 {
@@ -13,6 +15,12 @@ int main(int argc, char **argv)
         qputenv("QT_QPA_PLATFORM", "offscreen");
     // The start-up update check must never reach the network from a test.
     qputenv("QUORVAL_UPDATE_URL", "http://127.0.0.1:1/");
+    // Working files in a folder of this run's own: the start-up offers recordings other
+    // processes left in the shared one.
+    QTemporaryDir temporary;
+    if (!temporary.isValid())
+        return 1;
+    qputenv("TMPDIR", QFile::encodeName(temporary.path()));
     return quorval::runTestsInPrivateStore(argc, argv, [](int &argc, char **argv) {
         auto app = std::make_unique<QApplication>(argc, argv);
         QApplication *application = app.get();

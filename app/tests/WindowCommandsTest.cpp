@@ -1,3 +1,4 @@
+#include "analysis/tests/support/EndedProcess.h"
 #include "app/tests/WindowTest.h"
 #include "display/DisplayView.h"
 #include "help/HelpViewer.h"
@@ -5,6 +6,7 @@
 #include "options/dialog/OptionsMenu.h"
 #include "options/dialog/ParmViewController.h"
 #include "streams/Warnings.h"
+#include "streams/WorkingFiles.h"
 
 #include <QAction>
 #include <QDir>
@@ -364,6 +366,68 @@ TEST_F(WindowTest, selectAllRecentFilesAndGeometryServeTheNextUse)
     controller = delegate->mainViewController;
     EXPECT_EQ(delegate->window->size(), size);
     EXPECT_EQ(recentNames(), expected);
+}
+
+TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)
+{
+    // A recording whose process is gone: the demo stands in for it (16-bit mono at 44100 Hz).
+    const auto leaveOrphan = [](const QString &name) {
+        const QString path = QString::fromStdString(WorkingFiles::folder()) +
+                             QStringLiteral("/quorval-recording-%1-%2.wav")
+                                 .arg(testsignals::endedProcess())
+                                 .arg(name);
+        EXPECT_TRUE(QFile::copy(QStringLiteral(QUORVAL_DEMO_WAV), path));
+        return path;
+    };
+    const auto relaunch = [this](std::deque<AskViewController::Answer> given) {
+        if (auto wav = controller->wavStream())
+            wav->modified = false;
+        delegate.reset();
+        dialogs.clear();
+        answers = std::move(given);
+        AppDelegate::Panels panels;
+        panels.chooseFileToSave = [this](const QString &) { return savePath; };
+        delegate = std::make_unique<AppDelegate>(Parameters::shared(), std::move(panels));
+        delegate->initialOpenFilePath = demoPath;
+        ASSERT_TRUE(delegate->applicationDidFinishLaunching());
+        controller = delegate->mainViewController;
+    };
+    const QString orphan = leaveOrphan(QStringLiteral("a"));
+
+    // Later: kept, and the file asked for opens as usual.
+    relaunch({AskViewController::Answer::cancel});
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("Recover Recording | Quorval ended before")))
+        << dialogs[0].toStdString();
+    EXPECT_TRUE(dialogs[0].contains(QStringLiteral("0:14.0 of sound"))) << dialogs[0].toStdString();
+    EXPECT_TRUE(QFileInfo::exists(orphan));
+    EXPECT_TRUE(title().endsWith(QStringLiteral("demo.wav"))) << title().toStdString();
+
+    // Recover: shown as an unsaved sound, saved where the user says, then the crash copy goes.
+    relaunch({AskViewController::Answer::yes});
+    ASSERT_EQ(dialogs.size(), 1);
+    const std::shared_ptr<WavStream> recovered = controller->wavStream();
+    ASSERT_TRUE(recovered);
+    EXPECT_TRUE(recovered->modified);
+    EXPECT_FALSE(recovered->saveURL);
+    EXPECT_TRUE(title().contains(QStringLiteral("Recovered Recording"))) << title().toStdString();
+    QFile crashCopy(orphan);
+    ASSERT_TRUE(crashCopy.open(QIODevice::ReadOnly));
+    const QByteArray recorded = crashCopy.readAll();
+    crashCopy.close();
+    savePath = dir.filePath(QStringLiteral("rescued.wav"));
+    delegate->saveFileMenuItemSelected();
+    QFile rescued(*savePath);
+    ASSERT_TRUE(rescued.open(QIODevice::ReadOnly));
+    EXPECT_EQ(rescued.readAll().mid(44), recorded.mid(44));
+    EXPECT_FALSE(QFileInfo::exists(orphan));
+
+    // Discard: gone for good; nothing left to offer at the next start.
+    const QString another = leaveOrphan(QStringLiteral("b"));
+    relaunch({AskViewController::Answer::no});
+    EXPECT_FALSE(QFileInfo::exists(another));
+    relaunch({});
+    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
 }
 
 } // namespace
