@@ -5,6 +5,7 @@
 #include "app/MainView.h"
 #include "app/MainViewController.h"
 #include "audio/Recorder.h"
+#include "audio/SoundDevices.h"
 #include "display/DisplayView.h"
 #include "display/TraceArea.h"
 #include "help/ContextHelp.h"
@@ -27,6 +28,7 @@
 #include <QLabel>
 #include <QLocale>
 #include <QMainWindow>
+#include <QMediaDevices>
 #include <QMenuBar>
 #include <QPointer>
 #include <QProgressBar>
@@ -77,7 +79,7 @@ QString timeText(double seconds)
 
 AppDelegate::AppDelegate(Parameters &params, Panels filePanels)
     : panels(std::move(filePanels)), window(new QMainWindow), mainView(new MainView(window)),
-      parameters(params), statusTimer(new QTimer(this))
+      parameters(params), statusTimer(new QTimer(this)), mediaDevices(new QMediaDevices(this))
 {
     window->setAttribute(Qt::WA_DeleteOnClose, false);
     window->setCentralWidget(mainView);
@@ -268,6 +270,10 @@ bool AppDelegate::applicationDidFinishLaunching()
     }
     (void)OptionsFile::importEarlierPreferences(parameters);
     Quorval::installOptionFollowUps();
+    // The options dialog lists the inputs the server offers, as they come and go.
+    parameters.inputDevice.offerDevices(SoundDevices::inputNames());
+    connect(mediaDevices, &QMediaDevices::audioInputsChanged, this,
+            [this] { parameters.inputDevice.offerDevices(SoundDevices::inputNames()); });
     refreshRecentFiles();
     refreshMenus();
 

@@ -18,6 +18,7 @@
 class QAction;
 class QLabel;
 class QMainWindow;
+class QMediaDevices;
 class QMenu;
 class QProgressBar;
 class QProgressDialog;
@@ -179,6 +180,7 @@ private:
     Parameters &parameters;
     Deviations deviations;
     QTimer *statusTimer;
+    QMediaDevices *mediaDevices;
     bool launched = false;
     WarningHandler previousWarningHandler;
 };

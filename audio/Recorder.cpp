@@ -2,7 +2,9 @@
 
 #include "audio/SoundDevices.h"
 #include "options/Messages.h"
+#include "options/Parameters.h"
 #include "streams/Quorval.h"
+#include "streams/Warnings.h"
 #include "streams/WavStream.h"
 
 #include <QAudioFormat>
@@ -53,14 +55,29 @@ Recorder::~Recorder()
 
 bool Recorder::setup()
 {
-    if (source)
-        return true;
     const QString problem = SoundDevices::inputProblem();
     if (!problem.isEmpty()) {
         showMessage(QString(), problem);
         return false;
     }
-    device = SoundDevices::defaultInput();
+    QString fallback;
+    const std::optional<QAudioDevice> wanted =
+        SoundDevices::chosenInput(Parameters::shared().inputDevice.valueText(), &fallback);
+    if (!wanted)
+        return false;
+    // Set up for this input already; another one chosen since gets a source of its own.
+    if (source && device && device->id() == wanted->id())
+        return true;
+    if (!fallback.isEmpty())
+        showWarning(fallback);
+    if (source)
+        audio.run([this] {
+            delete source;
+            source = nullptr;
+            delete watchdog;
+            watchdog = nullptr;
+        });
+    device = wanted;
     QAudioFormat format;
     format.setSampleRate(static_cast<int>(sampleRate));
     format.setChannelCount(nChannels);

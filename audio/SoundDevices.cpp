@@ -1,10 +1,13 @@
 #include "audio/SoundDevices.h"
 
+#include <QCoreApplication>
 #include <QMediaDevices>
 #include <QString>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <thread>
 #include <unistd.h>
 
 namespace quorval::SoundDevices {
@@ -54,6 +57,65 @@ std::optional<QAudioDevice> defaultOutput()
             return device;
     }
     return outputs.front();
+}
+
+namespace {
+
+QStringList namesOf(const QList<QAudioDevice> &devices)
+{
+    QStringList names;
+    for (const QAudioDevice &device : devices)
+        names.append(device.description());
+    return names;
+}
+
+} // namespace
+
+void waitForDeviceLists()
+{
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::seconds(1);
+    QStringList seen = inputNames() + outputNames();
+    auto stableSince = Clock::now();
+    while (Clock::now() < deadline && Clock::now() - stableSince < std::chrono::milliseconds(150)) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        const QStringList now = inputNames() + outputNames();
+        if (now != seen) {
+            seen = now;
+            stableSince = Clock::now();
+        }
+    }
+}
+
+QStringList inputNames()
+{
+    return namesOf(QMediaDevices::audioInputs());
+}
+
+QStringList outputNames()
+{
+    return namesOf(QMediaDevices::audioOutputs());
+}
+
+std::optional<QAudioDevice> chosenInput(const QString &wanted, QString *fallback)
+{
+    if (fallback)
+        fallback->clear();
+    if (wanted.isEmpty() || wanted == QLatin1String("Default"))
+        return defaultInput();
+    const QList<QAudioDevice> inputs = QMediaDevices::audioInputs();
+    for (const QAudioDevice &device : inputs)
+        if (device.description() == wanted)
+            return device;
+    for (const QAudioDevice &device : inputs)
+        if (QString::fromUtf8(device.id()) == wanted)
+            return device;
+    std::optional<QAudioDevice> instead = defaultInput();
+    if (fallback && instead)
+        *fallback = QStringLiteral("The input \"%1\" is not connected; recording from \"%2\".")
+                        .arg(wanted, instead->description());
+    return instead;
 }
 
 bool serverRefusesAccess()

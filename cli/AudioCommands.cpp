@@ -4,6 +4,7 @@
 #include "audio/SoundDevices.h"
 #include "cli/Tool.h"
 #include "options/Messages.h"
+#include "options/Parameters.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
@@ -55,8 +56,39 @@ std::string levelBar(float level)
 
 } // namespace
 
+int Tool::devices()
+{
+    SoundDevices::waitForDeviceLists();
+    const auto list = [this](const char *heading, const QStringList &names,
+                             const std::optional<QAudioDevice> &chosen) {
+        std::string text = std::string(heading) + (names.isEmpty() ? " none\n" : "\n");
+        for (const QString &name : names)
+            text +=
+                (chosen && chosen->description() == name ? "* " : "  ") + name.toStdString() + "\n";
+        print(text);
+    };
+    list("Inputs:", SoundDevices::inputNames(), SoundDevices::defaultInput());
+    list("Outputs:", SoundDevices::outputNames(), SoundDevices::defaultOutput());
+    return kOk;
+}
+
 int Tool::record(const CommandLine &line)
 {
+    Parameters::InputDeviceParameter &input = Parameters::shared().inputDevice;
+    // A device chosen by name must be looked for in the whole list.
+    if (!line.device.isEmpty() || input.valueText() != input.defaultDevice())
+        SoundDevices::waitForDeviceLists();
+    if (!line.device.isEmpty()) {
+        // Named on the command line, a device must be there: no quiet fallback.
+        const QStringList inputs = SoundDevices::inputNames();
+        if (!inputs.contains(line.device)) {
+            complain(QStringLiteral("no input is named \"%1\"; the inputs are: %2")
+                         .arg(line.device,
+                              inputs.isEmpty() ? QStringLiteral("none") : inputs.join(", ")));
+            return kBadUsage;
+        }
+        (void)input.setFromText(line.device);
+    }
     Recorder recorder;
     if (!recorder.setup())
         return kFailed;

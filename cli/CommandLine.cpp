@@ -39,7 +39,8 @@ const char *CommandLine::usage()
            "  render FILE -o OUT.png\n"
            "                   draws the trace with its keyboard and ruler into a PNG (or SVG);\n"
            "                   the spectrum is that of the segment in the stretch's middle\n"
-           "  record FILE.wav  records the default input into FILE.wav until Ctrl-C\n"
+           "  record FILE.wav  records the input (\"Input device\") into FILE.wav until Ctrl-C\n"
+           "  devices          lists the sound server's inputs and outputs (* the defaults)\n"
            "  play FILE        plays the sound (the stretch of --from/--to) to the end\n"
            "  options --write FILE.plist\n"
            "                   writes the options in force to an options file\n"
@@ -52,6 +53,7 @@ const char *CommandLine::usage()
            "  --width W, --height H  trace area in points (render; default 1600 x 600)\n"
            "  --scale F            device pixel ratio of the picture (render; default 1)\n"
            "  --seconds N          record: stop after N seconds\n"
+           "  --device NAME        record: the input to record from, as devices lists it\n"
            "  --loop               play: again and again until Ctrl-C\n"
            "  --csv, --json        table formats with headers (pitches, notes)\n"
            "  --set \"Label=value\"  sets an option for this run (repeatable)\n"
@@ -104,6 +106,11 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
             if (!text)
                 return std::nullopt;
             line.optionSteps.push_back({argument == QLatin1String("--options"), *text});
+        } else if (argument == QLatin1String("--device")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            line.device = *text;
         } else if (argument == QLatin1String("--seconds")) {
             const auto text = value();
             if (!text)
@@ -179,6 +186,14 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
             positional.push_back(argument);
         }
     }
+    if (positional.size() == 1 && positional[0] == QLatin1String("devices")) {
+        line.command = Command::devices;
+        if (!line.device.isEmpty()) {
+            error = QStringLiteral("--device belongs to the record command");
+            return std::nullopt;
+        }
+        return line;
+    }
     if (positional.size() != 2) {
         error = positional.isEmpty() ? QStringLiteral("no command given")
                                      : QStringLiteral("expected a command and one file");
@@ -219,6 +234,10 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
     }
     if (line.seconds && line.command != Command::record) {
         error = QStringLiteral("--seconds belongs to the record command");
+        return std::nullopt;
+    }
+    if (!line.device.isEmpty() && line.command != Command::record) {
+        error = QStringLiteral("--device belongs to the record command");
         return std::nullopt;
     }
     if (line.loop && line.command != Command::play) {

@@ -22,6 +22,7 @@ struct CommandLine
         render,
         record,
         play,
+        devices,
         help,
         version,
     };
@@ -49,6 +50,7 @@ struct CommandLine
     double scale = 1.0;
     std::optional<double> seconds; // record: stop after this long
     bool loop = false;             // play: again and again until interrupted
+    QString device;                // record: the input to record from
     // "--set Label=value" and "--options FILE.plist", applied in the order given.
     struct OptionStep
     {

@@ -189,6 +189,9 @@ int Tool::run(const CommandLine &line)
     case CommandLine::Command::play:
         status = play(line);
         break;
+    case CommandLine::Command::devices:
+        status = devices();
+        break;
     case CommandLine::Command::help:
     case CommandLine::Command::version:
         break;

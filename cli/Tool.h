@@ -55,6 +55,7 @@ private:
     int render(const CommandLine &line);
     // Recording and playing through the sound server (AudioCommands.cpp).
     int record(const CommandLine &line);
+    int devices();
     int play(const CommandLine &line);
     void print(const std::string &text);
     static void complain(const QString &text);

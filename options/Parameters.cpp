@@ -1,10 +1,11 @@
 #include "options/Parameters.h"
 
 #include "options/DeveloperMode.h"
+#include "options/FollowUps.h"
 #include "options/Messages.h"
 #include "options/NoteNames.h"
-#include "options/FollowUps.h"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -163,6 +164,43 @@ bool Parameters::RefinePitchParameter::setValue(bool b)
     return true;
 }
 
+Parameters::InputDeviceParameter::InputDeviceParameter()
+    : ChoiceParameter(QStringLiteral("Input device"), {defaultDevice()}, std::nullopt,
+                      defaultDevice())
+{
+}
+
+QString Parameters::InputDeviceParameter::valueText() const
+{
+    return storedText().value_or(defaultDevice());
+}
+
+bool Parameters::InputDeviceParameter::setFromText(const QString &text)
+{
+    const QString name = text.trimmed();
+    if (name.isEmpty() || name.size() > 256 ||
+        std::any_of(name.begin(), name.end(), [](QChar c) { return !c.isPrint(); }))
+        return false;
+    if (name != valueText())
+        store(name);
+    return true;
+}
+
+QString Parameters::InputDeviceParameter::allowedValues() const
+{
+    return QStringLiteral("Default or an input's name as \"quorval-cli devices\" lists it");
+}
+
+void Parameters::InputDeviceParameter::offerDevices(const QStringList &names)
+{
+    QStringList offered{defaultDevice()};
+    // The chosen one stays listed while it is away, so the dialog shows what is in force.
+    for (const QString &name : names + QStringList{valueText()})
+        if (!offered.contains(name))
+            offered.append(name);
+    setChoices(offered, std::nullopt);
+}
+
 Parameters::Parameters()
     : minor(key), completeness(QStringLiteral("Completeness"),
                                strings({u"Chromatic", u"Diatonic+2", u"Diatonic"}), std::nullopt,
@@ -234,7 +272,7 @@ Parameters::Parameters()
          {&response, &frameOverlap, &numberOfInclusivePeaks, &inclusiveGoodnessThreshold,
           &minimumPeakThreshold, &peakThresholdIncrement, &dbNoiseLimit, &refinePitch}},
         {QStringLiteral("AudioTab"),
-         {&analyzeStereoChannel, &oneTouchPlayRecord, &maxAudioFileLength}},
+         {&inputDevice, &analyzeStereoChannel, &oneTouchPlayRecord, &maxAudioFileLength}},
         {QStringLiteral("FilesTab"), {&checkForModifiedFiles, &checkForUpdatesOnStartup}},
         {QString(), {&lastversion, &ignoreUpdateVersion, &lastUpdateCheck}},
     };

@@ -112,6 +112,23 @@ public:
         bool setValue(bool b) override;
     };
 
+    // "Input device": the sound server's input to record from, by its description; "Default"
+    // follows the server's default. A name the server does not list now is kept (a device
+    // plugged in later); the recorder then records from the default and says so.
+    class InputDeviceParameter : public ChoiceParameter
+    {
+    public:
+        InputDeviceParameter();
+        static QString defaultDevice() { return QStringLiteral("Default"); }
+        // The name as stored, listed or not.
+        QString valueText() const override;
+        // Any name of at most 256 printable characters.
+        bool setFromText(const QString &text) override;
+        QString allowedValues() const override;
+        // What the dialog lists: "Default" and the inputs the server offers now. Main thread.
+        void offerDevices(const QStringList &names);
+    };
+
     // One page of options; the hidden page has an empty tab identifier.
     struct Page
     {
@@ -171,6 +188,7 @@ public:
     ChoiceParameter analyzeStereoChannel;
     BooleanParameter oneTouchPlayRecord;
     MaxFileLengthParameter maxAudioFileLength;
+    InputDeviceParameter inputDevice;
     // Page "Files".
     BooleanParameter checkForModifiedFiles;
     ChoiceParameter checkForUpdatesOnStartup;

@@ -1,5 +1,7 @@
 #include "analysis/tests/support/EndedProcess.h"
 #include "app/tests/WindowTest.h"
+#include "audio/SoundDevices.h"
+#include "audio/tests/SoundServer.h"
 #include "display/DisplayView.h"
 #include "help/HelpViewer.h"
 #include "help/UpdateChecker.h"
@@ -9,6 +11,7 @@
 #include "streams/WorkingFiles.h"
 
 #include <QAction>
+#include <QComboBox>
 #include <QDir>
 #include <QFileInfo>
 #include <QMenu>
@@ -366,6 +369,34 @@ TEST_F(WindowTest, selectAllRecentFilesAndGeometryServeTheNextUse)
     controller = delegate->mainViewController;
     EXPECT_EQ(delegate->window->size(), size);
     EXPECT_EQ(recentNames(), expected);
+}
+
+TEST_F(WindowTest, optionsDialogListsTheInputsTheServerOffers)
+{
+    ParmViewController &options = delegate->optionsMenu->dialog();
+    auto *box = qobject_cast<QComboBox *>(options.control(QStringLiteral("Input device")));
+    ASSERT_NE(box, nullptr);
+    const auto items = [box] {
+        QStringList texts;
+        for (int i = 0; i < box->count(); ++i)
+            texts.append(box->itemText(i));
+        return texts;
+    };
+    QStringList expected{QStringLiteral("Default")};
+    for (const QString &name : SoundDevices::inputNames())
+        if (!expected.contains(name))
+            expected.append(name);
+    EXPECT_EQ(items(), expected);
+    if (test::soundServerPresent()) {
+        EXPECT_TRUE(expected.contains(QStringLiteral("QuorvalInput")));
+    }
+
+    // A chosen input that is unplugged stays listed, so the dialog shows what is in force.
+    Parameters &parameters = Parameters::shared();
+    ASSERT_TRUE(parameters.inputDevice.setFromText(QStringLiteral("Unplugged Mic")));
+    parameters.inputDevice.offerDevices(SoundDevices::inputNames());
+    EXPECT_EQ(items(), expected + QStringList{QStringLiteral("Unplugged Mic")});
+    parameters.inputDevice.resetToDefault();
 }
 
 TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QAudioDevice>
 #include <QByteArray>
 #include <QMediaDevices>
 #include <QProcess>
@@ -32,6 +33,7 @@ struct ChildResult
     int exitCode = -1;
     bool crashed = false;
     QString errorText;
+    QString outputText;
 };
 
 // Runs program with arguments and the environment changed by `set` ("NAME=value"), waiting up
@@ -54,6 +56,7 @@ inline ChildResult runChild(const QString &program, const QStringList &arguments
     result.crashed = result.crashed || child.exitStatus() != QProcess::NormalExit;
     result.exitCode = child.exitCode();
     result.errorText = QString::fromLocal8Bit(child.readAllStandardError());
+    result.outputText = QString::fromLocal8Bit(child.readAllStandardOutput());
     return result;
 }
 
