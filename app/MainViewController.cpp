@@ -3,6 +3,7 @@
 #include "analysis/Check.h"
 #include "app/AppDelegate.h"
 #include "app/AskViewController.h"
+#include "app/LevelMeter.h"
 #include "app/MainView.h"
 #include "audio/Player.h"
 #include "audio/Recorder.h"
@@ -161,6 +162,8 @@ void MainViewController::buildLayout()
                                                        pauseButton, recordButton, loopButton})
         bar->addWidget(w);
     bar->addSpacing(8);
+    levelMeter = new LevelMeter([this] { return recorder->levels(); }, mainView);
+    bar->addWidget(levelMeter);
     bar->addWidget(oneTouchLabel);
     bar->addStretch();
     bar->addWidget(keyLabel);
@@ -647,6 +650,7 @@ void MainViewController::refreshControls()
     const bool pause = pauseButton->isChecked();
     const bool record = recordButton->isChecked();
 
+    levelMeter->setActive(recorder->isRecording());
     playButton->setEnabled((!record || pause) && e.frames > 0);
     recordButton->setEnabled(canRecordInto());
     pauseButton->setEnabled(play || record);

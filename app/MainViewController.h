@@ -20,6 +20,7 @@ namespace quorval {
 class AppDelegate;
 class ColumnHeaderView;
 class MainView;
+class LevelMeter;
 class MusicStream;
 class ParallelAnalysis;
 class Player;
@@ -122,6 +123,7 @@ public:
     QString prepKey;
     QTimer *promptTimer;
     std::unique_ptr<Recorder> recorder;
+    LevelMeter *levelMeter; // shown while recording
 
 signals:
     // The sound's state shown in the title changed (modified, length while recording).

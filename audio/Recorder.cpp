@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <span>
@@ -51,6 +52,11 @@ Recorder::~Recorder()
         delete watchdog;
         watchdog = nullptr;
     });
+}
+
+std::int64_t Recorder::nowMs()
+{
+    return steadyMs();
 }
 
 bool Recorder::setup()
@@ -115,6 +121,8 @@ bool Recorder::start(std::shared_ptr<WavStream> target)
     droppedFrames = 0;
     failed = false;
     peak = 0.0f;
+    rms = 0.0f;
+    clippedAtMs = -1;
     recording = true;
     Quorval::recording = true;
     bool started = false;
@@ -233,10 +241,17 @@ void Recorder::appendFromRing()
             abort(kWriteFailedMessage);
             return;
         }
+        // The meter's figures, here on the realtime path: no allocation, no lock.
         int loudest = 0;
-        for (const std::int16_t sample : piece)
+        double squares = 0.0;
+        for (const std::int16_t sample : piece) {
             loudest = std::max(loudest, std::abs(int{sample}));
+            squares += static_cast<double>(sample) * static_cast<double>(sample);
+        }
         peak = static_cast<float>(loudest) / 32768.0f;
+        rms = static_cast<float>(std::sqrt(squares / static_cast<double>(count)) / 32768.0);
+        if (loudest >= 32767)
+            clippedAtMs = steadyMs();
         readFrames.store(tail + count, std::memory_order_release);
     }
 }

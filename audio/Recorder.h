@@ -74,8 +74,19 @@ public:
     [[nodiscard]] bool isRecording() const { return recording.load(); }
     // Frames appended to the stream since start().
     [[nodiscard]] std::int64_t framesAppended() const { return readFrames.load(); }
+    // The input's level over the last buffer appended: peak and RMS, 0..1 of full scale, and
+    // when a sample last reached full scale (steady clock, ms; negative: not since start()).
+    struct Levels
+    {
+        float peak = 0.0f;
+        float rms = 0.0f;
+        std::int64_t clippedAtMs = -1;
+    };
+    [[nodiscard]] Levels levels() const { return {peak.load(), rms.load(), clippedAtMs.load()}; }
     // Peak of the last buffer appended, 0..1 of full scale.
     [[nodiscard]] float level() const { return peak.load(); }
+    // The steady clock levels() measures clipping on, in ms.
+    [[nodiscard]] static std::int64_t nowMs();
 
 private:
     // Audio thread.
@@ -104,6 +115,8 @@ private:
     std::atomic<bool> recording{false};
     std::atomic<bool> failed{false};
     std::atomic<float> peak{0.0f};
+    std::atomic<float> rms{0.0f};
+    std::atomic<std::int64_t> clippedAtMs{-1};
     std::atomic<std::int64_t> frameLimit{-1};
     std::function<void()> ended;
 };

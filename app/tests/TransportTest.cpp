@@ -1,3 +1,4 @@
+#include "app/LevelMeter.h"
 #include "app/tests/WindowTest.h"
 #include "audio/tests/SoundServer.h"
 #include "display/DisplayView.h"
@@ -58,6 +59,7 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
     EXPECT_FALSE(controller->playButton->isChecked());
     WAIT_FOR(Quorval::recording, 5000);
     WAIT_FOR(frames() > before + 4410, 5000);
+    EXPECT_TRUE(controller->levelMeter->isVisible());
     EXPECT_FALSE(controller->playButton->isEnabled());
     EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
     type('p');
@@ -66,6 +68,7 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
     // Paused, play may take over: it turns record off and plays once pause is off.
     type(' ');
     EXPECT_FALSE(Quorval::recording);
+    EXPECT_FALSE(controller->levelMeter->isVisible());
     const std::int64_t recorded = frames();
     type('p');
     EXPECT_FALSE(controller->recordButton->isChecked());

@@ -142,6 +142,42 @@ TEST(SoundServer, toneRecordedBackKeepsItsPitchAndLength)
     wav->modified = false;
 }
 
+// The meter's figures against sines of known level played into the sink the input hears.
+TEST(SoundServer, levelsReadInDecibelsOfFullScaleAndMarkClipping)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    const auto levelWhilePlaying = [](const std::vector<double> &signal) {
+        testsignals::TempWav played(signal, {}, 2);
+        EXPECT_TRUE(played.ok());
+        auto wav = WavStream::createForRecording(1, 2, Recorder::sampleRate);
+        Recorder recorder;
+        EXPECT_TRUE(recorder.start(wav));
+        auto output = FilePlayer::open(played.path());
+        EXPECT_NE(output, nullptr);
+        output->play();
+        // Half a second in, the tone fills every buffer.
+        const std::int64_t from = recorder.framesAppended();
+        EXPECT_TRUE(test::waitUntil([&] { return recorder.levels().peak > 0.1f; }));
+        EXPECT_TRUE(test::waitUntil([&] { return recorder.framesAppended() > from + 22050; }));
+        const Recorder::Levels levels = recorder.levels();
+        recorder.stop();
+        wav->modified = false;
+        return levels;
+    };
+    const auto dB = [](float level) { return 20.0 * std::log10(static_cast<double>(level)); };
+
+    // Half of full scale: peak -6.02 dBFS, RMS 3.01 dB lower; no clipping.
+    const Recorder::Levels half = levelWhilePlaying(testsignals::sine(440.0, 16384.0, 3 * 44100));
+    EXPECT_NEAR(dB(half.peak), -6.02, 0.5);
+    EXPECT_NEAR(dB(half.rms), -9.03, 0.5);
+    EXPECT_LT(half.clippedAtMs, 0);
+    // Driven past full scale: flat tops at 32767, clipping marked just now.
+    const Recorder::Levels loud = levelWhilePlaying(testsignals::sine(440.0, 60000.0, 3 * 44100));
+    EXPECT_GT(dB(loud.peak), -0.1);
+    EXPECT_GE(loud.clippedAtMs, 0);
+    EXPECT_LT(Recorder::nowMs() - loud.clippedAtMs, 5000);
+}
+
 TEST(SoundServer, recordingIntoAFullRingKeepsTheNewestSound)
 {
     QUORVAL_NEED_SOUND_SERVER();
