@@ -40,6 +40,14 @@ void MainView::keyPressEvent(QKeyEvent *event)
         QWidget::keyPressEvent(event);
 }
 
+void MainView::keyReleaseEvent(QKeyEvent *event)
+{
+    if (controller && controller->keyUp(*event))
+        event->accept();
+    else
+        QWidget::keyReleaseEvent(event);
+}
+
 void MainView::dragEnterEvent(QDragEnterEvent *event)
 {
     if (!localFiles(event->mimeData()).isEmpty())

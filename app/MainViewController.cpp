@@ -7,14 +7,17 @@
 #include "app/MainView.h"
 #include "audio/Player.h"
 #include "audio/Recorder.h"
+#include "audio/ReferenceTone.h"
 #include "display/ColumnHeaderView.h"
 #include "display/RowHeaderView.h"
 #include "display/TraceArea.h"
 #include "options/Parameters.h"
 #include "options/dialog/OptionsMenu.h"
 #include "options/dialog/ParmViewController.h"
+#include "scale/Scale.h"
 #include "streams/MusicStream.h"
 #include "streams/ParallelAnalysis.h"
+#include "streams/PitchStream.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
@@ -134,6 +137,8 @@ void MainViewController::buildLayout()
         makeButton(mainView, recordIcon(), {}, tr("Record from the microphone (r)"), true);
     loopButton = makeButton(mainView, style->standardIcon(QStyle::SP_BrowserReload), {},
                             tr("Play the selection again and again"), true);
+    toneButton = makeButton(mainView, {}, QStringLiteral("\u266A"),
+                            tr("Reference tone at the nearest note of the scale (hold t)"), true);
     oneTouchLabel = new QLabel(mainView);
     oneTouchLabel->setMinimumWidth(150);
     keyLabel = new QLabel(mainView);
@@ -161,6 +166,7 @@ void MainViewController::buildLayout()
     for (QWidget *w : std::initializer_list<QWidget *>{rewindButton, fastForwardButton, playButton,
                                                        pauseButton, recordButton, loopButton})
         bar->addWidget(w);
+    bar->addWidget(toneButton);
     bar->addSpacing(8);
     levelMeter = new LevelMeter([this] { return recorder->levels(); }, mainView);
     bar->addWidget(levelMeter);
@@ -195,6 +201,14 @@ void MainViewController::buildLayout()
     connect(pauseButton, &QToolButton::clicked, this, &MainViewController::pauseButtonPushed);
     connect(recordButton, &QToolButton::clicked, this, &MainViewController::recordButtonPushed);
     connect(loopButton, &QToolButton::clicked, this, &MainViewController::loopButtonPushed);
+    connect(toneButton, &QToolButton::toggled, this,
+            [this](bool on) { on ? startReferenceTone() : stopReferenceTone(); });
+    toneTimer = new QTimer(this);
+    toneTimer->setInterval(100);
+    connect(toneTimer, &QTimer::timeout, this, [this] {
+        if (tone && tone->isSounding())
+            tone->setFrequency(referenceFrequency());
+    });
     connect(tuningCheckbox, &QCheckBox::clicked, this, &MainViewController::tuningBoxChecked);
     connect(keyButton, &QPushButton::clicked, this, &MainViewController::keyButtonPushed);
     connect(optionsButton, &QPushButton::clicked, this, &MainViewController::optionsButtonPushed);
@@ -575,6 +589,57 @@ bool MainViewController::keyDown(const QKeyEvent &event)
     return keyAction(prefix, text.front());
 }
 
+bool MainViewController::keyUp(const QKeyEvent &event)
+{
+    if (event.key() != Qt::Key_T || event.isAutoRepeat())
+        return false;
+    // The button keeps the tone on after the key is let go.
+    if (!toneButton->isChecked())
+        stopReferenceTone();
+    return true;
+}
+
+void MainViewController::startReferenceTone()
+{
+    if (!tone)
+        tone = ReferenceTone::make();
+    if (!tone) {
+        showPrompt(tr("No sound output for the reference tone"));
+        return;
+    }
+    tone->start(referenceFrequency());
+    toneTimer->start();
+}
+
+void MainViewController::stopReferenceTone()
+{
+    toneTimer->stop();
+    if (tone)
+        tone->stop();
+}
+
+bool MainViewController::referenceToneSounding() const
+{
+    return tone && tone->isSounding();
+}
+
+double MainViewController::referenceFrequency()
+{
+    const Scale scale = Scale::current();
+    if (const std::shared_ptr<PitchStream> pitch = music ? music->pitchStream() : nullptr) {
+        const double at = Quorval::needleTime / pitch->xScale - pitch->overlap;
+        const auto count = static_cast<double>(pitch->maximumIndex());
+        if (std::isfinite(at) && at >= 0.0 && at < count) {
+            const double p = music->pitchAt(static_cast<std::int64_t>(at));
+            if (p > 0.0)
+                lastTonePitch = p;
+        }
+    }
+    // Without a pitch heard yet: the tonic above middle C.
+    const double p = lastTonePitch > 0.0 ? lastTonePitch : 60.0 + scale.settings().keyPitchClass;
+    return scale.frequency(p - scale.deviation(p));
+}
+
 bool MainViewController::keyAction(const QString &prefix, QChar c)
 {
     auto click = [](QAbstractButton *button) {
@@ -624,6 +689,9 @@ bool MainViewController::keyAction(const QString &prefix, QChar c)
         return click(hZoomOutButton);
     case 'u':
         return click(tuningCheckbox);
+    case 't':
+        startReferenceTone();
+        return true;
     case 'k':
         return click(keyButton);
     case 'o':

@@ -21,6 +21,7 @@ class AppDelegate;
 class ColumnHeaderView;
 class MainView;
 class LevelMeter;
+class ReferenceTone;
 class MusicStream;
 class ParallelAnalysis;
 class Player;
@@ -80,6 +81,15 @@ public:
 
     // Handles a key press of the window; false when it is none of the window's keys.
     bool keyDown(const QKeyEvent &event);
+    // Key releases: the end of a held "t".
+    bool keyUp(const QKeyEvent &event);
+
+    // The reference tone: the grid note nearest the pitch at the needle (else the last pitch
+    // heard, else the tonic) in the key, temperament, tuning and "A Frequency" in force.
+    void startReferenceTone();
+    void stopReferenceTone();
+    [[nodiscard]] double referenceFrequency();
+    [[nodiscard]] bool referenceToneSounding() const;
 
     // Sets the display's prompt and clears it a second later.
     void showPrompt(const QString &message);
@@ -124,12 +134,17 @@ public:
     QTimer *promptTimer;
     std::unique_ptr<Recorder> recorder;
     LevelMeter *levelMeter; // shown while recording
+    QToolButton *toneButton;
 
 signals:
     // The sound's state shown in the title changed (modified, length while recording).
     void soundChanged();
 
 private:
+    std::unique_ptr<ReferenceTone> tone;
+    QTimer *toneTimer;           // follows the needle while the tone sounds
+    double lastTonePitch = -1.0; // the last pitch found at the needle
+
     // The player's view of the display: the needle is Quorval::needleTime, the selection a
     // copy the main thread keeps current.
     class NeedleView : public SharedPlayerView

@@ -1,15 +1,18 @@
 #include "audio/Player.h"
 #include "audio/PlayerView.h"
 #include "audio/Recorder.h"
+#include "audio/ReferenceTone.h"
 #include "audio/SoundDevices.h"
 #include "cli/Tool.h"
 #include "options/Messages.h"
 #include "options/Parameters.h"
+#include "scale/Scale.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QRegularExpression>
 
 #include <atomic>
 #include <chrono>
@@ -17,6 +20,7 @@
 #include <csignal>
 #include <cstdio>
 #include <limits>
+#include <optional>
 #include <thread>
 #include <unistd.h>
 
@@ -55,6 +59,63 @@ std::string levelBar(float level)
 }
 
 } // namespace
+
+namespace {
+
+// A note number from "A4", "F#3", "Bb2", "C♯5" (middle C is C4, note 60) or a plain number.
+std::optional<int> noteNumberOf(const QString &text)
+{
+    bool isNumber = false;
+    const int number = text.toInt(&isNumber);
+    if (isNumber)
+        return number >= 0 && number <= 127 ? std::optional(number) : std::nullopt;
+    static const QRegularExpression pattern(
+        QStringLiteral("^([A-Ga-g])([#b\u266F\u266D]?)(-?[0-9])$"));
+    const QRegularExpressionMatch match = pattern.match(text);
+    if (!match.hasMatch())
+        return std::nullopt;
+    static constexpr int kLetterSemitones[] = {9, 11, 0, 2, 4, 5, 7}; // A B C D E F G
+    const QChar letter = match.captured(1).front().toUpper();
+    int n = kLetterSemitones[letter.unicode() - 'A'] + 12 * (match.captured(3).toInt() + 1);
+    const QString sign = match.captured(2);
+    if (sign == QLatin1String("#") || sign == QStringLiteral("\u266F"))
+        ++n;
+    else if (!sign.isEmpty())
+        --n;
+    return n >= 0 && n <= 127 ? std::optional(n) : std::nullopt;
+}
+
+} // namespace
+
+int Tool::tone(const CommandLine &line)
+{
+    const std::optional<int> note = noteNumberOf(line.file);
+    if (!note) {
+        complain(QStringLiteral("\"%1\" is no note: give a name such as A4, F#3 or Bb2, or a "
+                                "note number from 0 to 127")
+                     .arg(line.file));
+        return kBadUsage;
+    }
+    const Scale scale = Scale::current();
+    const double frequency = scale.frequency(scale.gridPitch(*note));
+    const double seconds = line.seconds.value_or(3.0);
+    auto output = ReferenceTone::make();
+    if (!output) {
+        complain(QStringLiteral("there is no sound output"));
+        return kFailed;
+    }
+    std::fprintf(stderr, "%s (note %d): %.3f Hz\n", scale.noteName(*note).toUtf8().constData(),
+                 *note, frequency);
+    catchInterrupt();
+    output->start(frequency);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!interrupted && std::chrono::steady_clock::now() < end)
+        pause();
+    output->stop();
+    // The fade out, heard before the output goes.
+    std::this_thread::sleep_for(std::chrono::duration<double>(2 * ReferenceTone::kFadeSeconds));
+    return kOk;
+}
 
 int Tool::devices()
 {

@@ -41,6 +41,8 @@ const char *CommandLine::usage()
            "                   the spectrum is that of the segment in the stretch's middle\n"
            "  record FILE.wav  records the input (\"Input device\") into FILE.wav until Ctrl-C\n"
            "  devices          lists the sound server's inputs and outputs (* the defaults)\n"
+           "  tone NOTE        plays the scale's grid pitch of NOTE (A4, F#3, Bb2 or a note\n"
+           "                   number) in the key, temperament and A frequency in force\n"
            "  play FILE        plays the sound (the stretch of --from/--to) to the end\n"
            "  options --write FILE.plist\n"
            "                   writes the options in force to an options file\n"
@@ -52,7 +54,7 @@ const char *CommandLine::usage()
            "                       (render; default: the \"View type\" option)\n"
            "  --width W, --height H  trace area in points (render; default 1600 x 600)\n"
            "  --scale F            device pixel ratio of the picture (render; default 1)\n"
-           "  --seconds N          record: stop after N seconds\n"
+           "  --seconds N          record: stop after N seconds; tone: play N seconds (3)\n"
            "  --device NAME        record: the input to record from, as devices lists it\n"
            "  --loop               play: again and again until Ctrl-C\n"
            "  --csv, --json        table formats with headers (pitches, notes)\n"
@@ -215,6 +217,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
         line.command = Command::record;
     else if (command == QLatin1String("play"))
         line.command = Command::play;
+    else if (command == QLatin1String("tone"))
+        line.command = Command::tone;
     else if (command == QLatin1String("options") && writeOptions)
         line.command = Command::options;
     else {
@@ -232,8 +236,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
                                           : QStringLiteral("-o belongs to the render command");
         return std::nullopt;
     }
-    if (line.seconds && line.command != Command::record) {
-        error = QStringLiteral("--seconds belongs to the record command");
+    if (line.seconds && line.command != Command::record && line.command != Command::tone) {
+        error = QStringLiteral("--seconds belongs to the record and tone commands");
         return std::nullopt;
     }
     if (!line.device.isEmpty() && line.command != Command::record) {

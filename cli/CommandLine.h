@@ -23,6 +23,7 @@ struct CommandLine
         record,
         play,
         devices,
+        tone,
         help,
         version,
     };

@@ -192,6 +192,9 @@ int Tool::run(const CommandLine &line)
     case CommandLine::Command::devices:
         status = devices();
         break;
+    case CommandLine::Command::tone:
+        status = tone(line);
+        break;
     case CommandLine::Command::help:
     case CommandLine::Command::version:
         break;

@@ -56,6 +56,7 @@ private:
     // Recording and playing through the sound server (AudioCommands.cpp).
     int record(const CommandLine &line);
     int devices();
+    int tone(const CommandLine &line);
     int play(const CommandLine &line);
     void print(const std::string &text);
     static void complain(const QString &text);

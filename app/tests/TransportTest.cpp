@@ -2,6 +2,8 @@
 #include "app/tests/WindowTest.h"
 #include "audio/tests/SoundServer.h"
 #include "display/DisplayView.h"
+#include "scale/Scale.h"
+#include "streams/PitchStream.h"
 
 #include <QAudioDevice>
 #include <QLabel>
@@ -107,6 +109,36 @@ TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
     // Played to its end, it comes back prepared.
     WAIT_FOR(!Quorval::playing, 10000);
     WAIT_FOR(controller->oneTouchLabel->text() == QStringLiteral("Touch space to play"), 5000);
+}
+
+// Held "t" sounds the grid note nearest the pitch at the needle; the button keeps it on.
+TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    // The demo's first note, a little into it.
+    Quorval::needleTime = 0.5;
+    const double frequency = controller->referenceFrequency();
+    const Scale scale = Scale::current();
+    const double note = scale.noteNumber(frequency);
+    EXPECT_NEAR(scale.deviation(note), 0.0, 1e-9);
+    const double heard = controller->musicStream()->pitchAt(
+        static_cast<std::int64_t>(0.5 / controller->musicStream()->pitchStream()->xScale));
+    ASSERT_GT(heard, 0.0);
+    EXPECT_LE(std::abs(note - heard), 0.5 + 1e-9);
+
+    QTest::sendKeyEvent(QTest::Press, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
+                        Qt::NoModifier);
+    EXPECT_TRUE(controller->referenceToneSounding());
+    QTest::sendKeyEvent(QTest::Release, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
+                        Qt::NoModifier);
+    EXPECT_FALSE(controller->referenceToneSounding());
+    controller->toneButton->click();
+    EXPECT_TRUE(controller->referenceToneSounding());
+    QTest::sendKeyEvent(QTest::Release, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
+                        Qt::NoModifier);
+    EXPECT_TRUE(controller->referenceToneSounding());
+    controller->toneButton->click();
+    EXPECT_FALSE(controller->referenceToneSounding());
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "audio/SoundDevices.h"
 #include "options/Messages.h"
 #include "options/Parameters.h"
+#include "scale/Scale.h"
 #include "streams/MusicStream.h"
 #include "streams/PitchStream.h"
 #include "streams/Quorval.h"
@@ -25,6 +26,8 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cmath>
+#include <map>
 #include <mutex>
 #include <signal.h>
 
@@ -176,6 +179,68 @@ TEST(SoundServer, levelsReadInDecibelsOfFullScaleAndMarkClipping)
     EXPECT_GT(dB(loud.peak), -0.1);
     EXPECT_GE(loud.clippedAtMs, 0);
     EXPECT_LT(Recorder::nowMs() - loud.clippedAtMs, 5000);
+}
+
+// A clean sine's frequency from its upward zero crossings, interpolated between samples: over a
+// second, far finer than a cent.
+double sineFrequency(const std::vector<double> &samples, double rate)
+{
+    double first = -1.0;
+    double last = -1.0;
+    int crossings = 0;
+    for (std::size_t i = 1; i < samples.size(); ++i) {
+        const double a = samples[i - 1];
+        const double b = samples[i];
+        if (a < 0.0 && b >= 0.0) {
+            const double at = static_cast<double>(i - 1) + a / (a - b);
+            if (first < 0.0)
+                first = at;
+            last = at;
+            ++crossings;
+        }
+    }
+    return crossings > 1 ? (crossings - 1) * rate / (last - first) : 0.0;
+}
+
+// The tone the command line plays, as the input hears it, against the scale's grid pitch.
+TEST(SoundServer, referenceToneSoundsTheGridPitchOfEachTemperament)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    Parameters &parameters = Parameters::shared();
+    ASSERT_TRUE(parameters.key.setValue(QStringLiteral("D")));
+    std::map<QString, double> heard;
+    for (const QString &temperament : {QStringLiteral("Equal"), QStringLiteral("Just")}) {
+        ASSERT_TRUE(parameters.temperament.setValue(temperament));
+        const Scale scale = Scale::current();
+        const double expected = scale.frequency(scale.gridPitch(66));
+
+        QProcess player;
+        player.setReadChannel(QProcess::StandardError);
+        player.start(kCli, {"--set", "Key=D", "--set", "Temperament=" + temperament, "tone", "F#4",
+                            "--seconds", "3"});
+        ASSERT_TRUE(player.waitForReadyRead(10000)); // says what it plays as it starts
+        auto wav = WavStream::createForRecording(1, 2, Recorder::sampleRate);
+        Recorder recorder;
+        ASSERT_TRUE(recorder.start(wav));
+        ASSERT_TRUE(test::waitUntil([&] { return recorder.framesAppended() > 66150; }));
+        recorder.stop();
+        player.waitForFinished();
+        EXPECT_EQ(player.exitCode(), 0);
+        // The second after the fade in.
+        std::vector<double> samples(44100);
+        ASSERT_TRUE(Quorval::dataQueue().sync([&] {
+            return wav->wavFile_D().getSamples(samples.data(), wav->byteLocOf(11025), 44100);
+        }));
+        heard[temperament] = sineFrequency(samples, Recorder::sampleRate);
+        EXPECT_NEAR(1200.0 * std::log2(heard[temperament] / expected), 0.0, 0.5)
+            << temperament.toStdString() << ": " << heard[temperament] << " Hz, grid " << expected
+            << " Hz";
+        wav->modified = false;
+    }
+    // The just major third lies 13.7 cents below the equal one.
+    EXPECT_NEAR(1200.0 * std::log2(heard["Just"] / heard["Equal"]), -13.69, 0.5);
+    parameters.key.resetToDefault();
+    parameters.temperament.resetToDefault();
 }
 
 TEST(SoundServer, recordingIntoAFullRingKeepsTheNewestSound)
