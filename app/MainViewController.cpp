@@ -23,6 +23,7 @@
 
 #include <QApplication>
 #include <QCheckBox>
+#include <QComboBox>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -139,6 +140,12 @@ void MainViewController::buildLayout()
                             tr("Play the selection again and again"), true);
     toneButton = makeButton(mainView, {}, QStringLiteral("\u266A"),
                             tr("Reference tone at the nearest note of the scale (hold t)"), true);
+    speedBox = new QComboBox(mainView);
+    // Fastest first, as the keys step through them.
+    for (auto it = Player::kSpeeds.rbegin(); it != Player::kSpeeds.rend(); ++it)
+        speedBox->addItem(QString::number(*it) + QStringLiteral("\u00D7"), *it);
+    speedBox->setToolTip(tr("Playing speed, at the same pitch ([ slower, ] faster)"));
+    speedBox->setFocusPolicy(Qt::NoFocus);
     oneTouchLabel = new QLabel(mainView);
     oneTouchLabel->setMinimumWidth(150);
     keyLabel = new QLabel(mainView);
@@ -166,6 +173,7 @@ void MainViewController::buildLayout()
     for (QWidget *w : std::initializer_list<QWidget *>{rewindButton, fastForwardButton, playButton,
                                                        pauseButton, recordButton, loopButton})
         bar->addWidget(w);
+    bar->addWidget(speedBox);
     bar->addWidget(toneButton);
     bar->addSpacing(8);
     levelMeter = new LevelMeter([this] { return recorder->levels(); }, mainView);
@@ -201,6 +209,8 @@ void MainViewController::buildLayout()
     connect(pauseButton, &QToolButton::clicked, this, &MainViewController::pauseButtonPushed);
     connect(recordButton, &QToolButton::clicked, this, &MainViewController::recordButtonPushed);
     connect(loopButton, &QToolButton::clicked, this, &MainViewController::loopButtonPushed);
+    connect(speedBox, &QComboBox::currentIndexChanged, this,
+            [this](int i) { (void)player->setSpeed(speedBox->itemData(i).toDouble()); });
     connect(toneButton, &QToolButton::toggled, this,
             [this](bool on) { on ? startReferenceTone() : stopReferenceTone(); });
     toneTimer = new QTimer(this);
@@ -618,6 +628,17 @@ void MainViewController::stopReferenceTone()
         tone->stop();
 }
 
+void MainViewController::stepSpeed(int step)
+{
+    speedBox->setCurrentIndex(
+        std::clamp(speedBox->currentIndex() + step, 0, speedBox->count() - 1));
+}
+
+double MainViewController::playingSpeed() const
+{
+    return player->playingSpeed();
+}
+
 bool MainViewController::referenceToneSounding() const
 {
     return tone && tone->isSounding();
@@ -691,6 +712,12 @@ bool MainViewController::keyAction(const QString &prefix, QChar c)
         return click(tuningCheckbox);
     case 't':
         startReferenceTone();
+        return true;
+    case '[':
+        stepSpeed(+1);
+        return true;
+    case ']':
+        stepSpeed(-1);
         return true;
     case 'k':
         return click(keyButton);

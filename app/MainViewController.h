@@ -9,6 +9,7 @@
 #include <memory>
 
 class QCheckBox;
+class QComboBox;
 class QKeyEvent;
 class QLabel;
 class QPushButton;
@@ -91,6 +92,10 @@ public:
     [[nodiscard]] double referenceFrequency();
     [[nodiscard]] bool referenceToneSounding() const;
 
+    // One practice speed slower or faster ("[" and "]").
+    void stepSpeed(int step);
+    [[nodiscard]] double playingSpeed() const;
+
     // Sets the display's prompt and clears it a second later.
     void showPrompt(const QString &message);
 
@@ -135,6 +140,7 @@ public:
     std::unique_ptr<Recorder> recorder;
     LevelMeter *levelMeter; // shown while recording
     QToolButton *toneButton;
+    QComboBox *speedBox; // practice speed: 1, 0.75 or 0.5 at the same pitch
 
 signals:
     // The sound's state shown in the title changed (modified, length while recording).

@@ -16,6 +16,10 @@ public:
     virtual void setCurrentTime(double seconds) = 0;
     // How many more times the file is played from its start after reaching its end.
     virtual void setNumberOfLoops(int loops) = 0;
+    // Plays slower at the same pitch: speed from kSlowestSpeed to 1; currentTime stays the
+    // file's time. False when refused (the speed stays).
+    static constexpr double kSlowestSpeed = 0.25;
+    virtual bool setSpeed(double speed) { return speed == 1.0; }
     virtual void play() = 0;
     virtual void pause() = 0;
     // Called once each time playing reaches the file's end with no loops left, on a thread of

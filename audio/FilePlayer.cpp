@@ -9,6 +9,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <rubberband/RubberBandStretcher.h>
+#include <vector>
 
 namespace quorval {
 
@@ -31,14 +36,117 @@ public:
         position = std::clamp<qint64>(byte - byte % frameBytes, 0, dataBytes);
         wrapsTaken = 0;
         reachedEnd = false;
+        rawEnded = false;
+        if (stretcher)
+            stretcher->reset();
     }
 
     int loopsLeft = 0;
     int wrapsTaken = 0; // times round to the start since rewindTo
     bool reachedEnd = false;
 
+    // Playing speed, 0.25 to 1: below 1 the sound is stretched in time at its own pitch. Set
+    // while the output is stopped; the stretch starts afresh.
+    void setSpeed(double newSpeed, int channels, double sampleRate, bool eightBit)
+    {
+        speed = newSpeed;
+        if (speed == 1.0)
+            return;
+        if (!stretcher) {
+            using RubberBand::RubberBandStretcher;
+            stretcher = std::make_unique<RubberBandStretcher>(
+                static_cast<std::size_t>(sampleRate), static_cast<std::size_t>(channels),
+                RubberBandStretcher::OptionProcessRealTime |
+                    RubberBandStretcher::OptionPitchHighConsistency,
+                1.0 / speed);
+            stretcher->setMaxProcessSize(kStretchFrames);
+            // Every buffer made here, once: the output's pulls allocate nothing.
+            rawBytes.resize(static_cast<std::size_t>(kStretchFrames) * frameBytes);
+            planes.assign(static_cast<std::size_t>(channels),
+                          std::vector<float>(static_cast<std::size_t>(kStretchFrames)));
+            for (std::vector<float> &plane : planes)
+                planePointers.push_back(plane.data());
+            unsigned8 = eightBit;
+        }
+        stretcher->reset();
+        stretcher->setTimeRatio(1.0 / speed);
+        rawEnded = false;
+    }
+    [[nodiscard]] double playingSpeed() const { return speed; }
+
 protected:
     qint64 readData(char *data, qint64 maxBytes) override
+    {
+        if (speed == 1.0 || !stretcher)
+            return readFile(data, maxBytes);
+        return readStretched(data, maxBytes);
+    }
+
+private:
+    static constexpr int kStretchFrames = 4096;
+
+    // The file's frames, stretched: the stretcher is fed until it holds what is asked for.
+    qint64 readStretched(char *data, qint64 maxBytes)
+    {
+        const std::size_t channels = planes.size();
+        const int sampleBytes = frameBytes / static_cast<int>(channels);
+        qint64 wanted = maxBytes / frameBytes;
+        while (stretcher->available() <
+                   static_cast<int>(std::min<qint64>(wanted, kStretchFrames)) &&
+               !rawEnded) {
+            const std::size_t need =
+                std::clamp<std::size_t>(stretcher->getSamplesRequired(), 256, kStretchFrames);
+            const qint64 got =
+                readFile(rawBytes.data(), static_cast<qint64>(need) * frameBytes) / frameBytes;
+            for (qint64 i = 0; i < got; ++i)
+                for (std::size_t c = 0; c < channels; ++c)
+                    planes[c][static_cast<std::size_t>(i)] =
+                        sampleAt(rawBytes.data() + i * frameBytes + c * sampleBytes);
+            rawEnded = got < static_cast<qint64>(need);
+            stretcher->process(planePointers.data(), static_cast<std::size_t>(got), rawEnded);
+        }
+        // The output's end comes when the stretch is spent too.
+        reachedEnd = rawEnded && stretcher->available() <= 0;
+        qint64 total = 0;
+        while (wanted > 0 && stretcher->available() > 0) {
+            const std::size_t take = static_cast<std::size_t>(
+                std::min<qint64>({wanted, stretcher->available(), kStretchFrames}));
+            const std::size_t got = stretcher->retrieve(planePointers.data(), take);
+            for (std::size_t i = 0; i < got; ++i)
+                for (std::size_t c = 0; c < channels; ++c)
+                    putSample(data + (total + static_cast<qint64>(i)) * frameBytes +
+                                  static_cast<qint64>(c) * sampleBytes,
+                              planes[c][i]);
+            total += static_cast<qint64>(got);
+            wanted -= static_cast<qint64>(got);
+            if (got == 0)
+                break;
+        }
+        return total * frameBytes;
+    }
+
+    [[nodiscard]] float sampleAt(const char *at) const
+    {
+        if (unsigned8)
+            return (static_cast<float>(static_cast<unsigned char>(*at)) - 128.0f) / 128.0f;
+        std::int16_t sample = 0;
+        std::memcpy(&sample, at, 2);
+        return static_cast<float>(sample) / 32768.0f;
+    }
+
+    void putSample(char *at, float value) const
+    {
+        const float clipped = std::clamp(value, -1.0f, 32767.0f / 32768.0f);
+        if (unsigned8) {
+            *at =
+                static_cast<char>(static_cast<unsigned char>(std::lround(clipped * 128.0f) + 128));
+            return;
+        }
+        const auto sample = static_cast<std::int16_t>(std::lround(clipped * 32768.0f));
+        std::memcpy(at, &sample, 2);
+    }
+
+    qint64 readFile(char *data, qint64 maxBytes)
     {
         qint64 total = 0;
         maxBytes -= maxBytes % frameBytes;
@@ -68,12 +176,18 @@ protected:
     }
     qint64 writeData(const char *, qint64) override { return -1; }
 
-private:
     QFile file;
     qint64 headerBytes;
     qint64 dataBytes;
     int frameBytes;
     qint64 position = 0;
+    double speed = 1.0;
+    std::unique_ptr<RubberBand::RubberBandStretcher> stretcher;
+    std::vector<char> rawBytes;
+    std::vector<std::vector<float>> planes;
+    std::vector<float *> planePointers;
+    bool unsigned8 = false;
+    bool rawEnded = false;
 };
 
 FilePlayer::FilePlayer() = default;
@@ -146,7 +260,9 @@ double FilePlayer::currentTime_A() const
 {
     if (!playing)
         return startSeconds;
-    double t = startSeconds + static_cast<double>(sink->processedUSecs()) * 1e-6;
+    // What was heard, in the file's own time: slower playback covers less of it.
+    double t =
+        startSeconds + static_cast<double>(sink->processedUSecs()) * 1e-6 * source->playingSpeed();
     if (durationSeconds > 0.0 && t >= durationSeconds) {
         // Round to the start only as often as the source has actually gone round.
         const double wraps =
@@ -180,6 +296,24 @@ void FilePlayer::setCurrentTime(double seconds)
         if (wasPlaying)
             play();
     });
+}
+
+bool FilePlayer::setSpeed(double speed)
+{
+    if (!(speed >= kSlowestSpeed && speed <= 1.0))
+        return false;
+    audio.run([&] {
+        if (speed == source->playingSpeed())
+            return;
+        const bool wasPlaying = playing;
+        if (wasPlaying)
+            stopOutput_A();
+        source->setSpeed(speed, format.channelCount(), format.sampleRate(),
+                         format.sampleFormat() == QAudioFormat::UInt8);
+        if (wasPlaying)
+            play();
+    });
+    return true;
 }
 
 void FilePlayer::setNumberOfLoops(int loops)

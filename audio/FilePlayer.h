@@ -31,6 +31,7 @@ public:
     [[nodiscard]] double currentTime() override;
     void setCurrentTime(double seconds) override;
     void setNumberOfLoops(int loops) override;
+    bool setSpeed(double speed) override;
     void play() override;
     void pause() override;
     void setFinishCallback(std::function<void()> callback) override;

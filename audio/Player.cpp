@@ -4,6 +4,7 @@
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
+#include <algorithm>
 #include <cmath>
 #include <optional>
 
@@ -57,6 +58,7 @@ bool Player::start(WavStream &wav, std::function<void()> finish)
             });
         });
         finishCallback = std::move(finish);
+        (void)audioPlayer->setSpeed(speed);
         minX = static_cast<double>(first) * wav.xScale;
         maxX = static_cast<double>(last) * wav.xScale;
         maxRange = static_cast<double>(wav.maxFrames) * wav.xScale;
@@ -95,6 +97,28 @@ void Player::stop()
         playing = false;
         Quorval::playing = false;
     });
+}
+
+bool Player::setSpeed(double newSpeed)
+{
+    if (!isPracticeSpeed(newSpeed))
+        return false;
+    Quorval::displayQueue().sync([this, newSpeed] {
+        speed = newSpeed;
+        if (audioPlayer)
+            (void)audioPlayer->setSpeed(speed);
+    });
+    return true;
+}
+
+double Player::playingSpeed()
+{
+    return Quorval::displayQueue().sync([this] { return speed; });
+}
+
+bool Player::isPracticeSpeed(double speed)
+{
+    return std::find(kSpeeds.begin(), kSpeeds.end(), speed) != kSpeeds.end();
 }
 
 void Player::beginPass()

@@ -4,6 +4,7 @@
 #include "audio/PlayerView.h"
 #include "audio/QueueTimer.h"
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -43,6 +44,13 @@ public:
     // Stops at once where it is: the mark stays, no finish call. Idempotent.
     void stop();
 
+    // Practice speeds: slower at the same pitch, the mark still on the sound's own time.
+    static constexpr std::array<double, 3> kSpeeds{0.5, 0.75, 1.0};
+    [[nodiscard]] static bool isPracticeSpeed(double speed);
+    // Takes effect at once when playing. False (and nothing changes) for a speed not in kSpeeds.
+    bool setSpeed(double speed);
+    [[nodiscard]] double playingSpeed();
+
     // The display timer's handler. "display" queue.
     void tick();
     // The audio player reached the file's end with no loops left. "display" queue.
@@ -62,6 +70,7 @@ public:
     double endTime = 0.0;
     double startMark = 0.0;
     bool playing = false;
+    double speed = 1.0;
 
     // The timer's interval.
     static constexpr std::chrono::milliseconds kTickInterval{30};

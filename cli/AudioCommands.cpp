@@ -215,6 +215,7 @@ int Tool::play(const CommandLine &line)
     catchInterrupt();
     {
         Player player(view);
+        (void)player.setSpeed(line.speed.value_or(1.0));
         if (!player.start(*wav, [&finished] { finished = true; })) {
             complain(line.file + QStringLiteral(": can't be played"));
             return kFailed;

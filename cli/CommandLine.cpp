@@ -57,6 +57,7 @@ const char *CommandLine::usage()
            "  --seconds N          record: stop after N seconds; tone: play N seconds (3)\n"
            "  --device NAME        record: the input to record from, as devices lists it\n"
            "  --loop               play: again and again until Ctrl-C\n"
+           "  --speed F            play: 0.5 or 0.75 for slower at the same pitch (1)\n"
            "  --csv, --json        table formats with headers (pitches, notes)\n"
            "  --set \"Label=value\"  sets an option for this run (repeatable)\n"
            "  --options FILE.plist imports an options file for this run\n"
@@ -108,6 +109,16 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
             if (!text)
                 return std::nullopt;
             line.optionSteps.push_back({argument == QLatin1String("--options"), *text});
+        } else if (argument == QLatin1String("--speed")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            bool ok = false;
+            line.speed = text->toDouble(&ok);
+            if (!ok || !(*line.speed == 0.5 || *line.speed == 0.75 || *line.speed == 1.0)) {
+                error = QStringLiteral("--speed takes 0.5, 0.75 or 1, not \"%1\"").arg(*text);
+                return std::nullopt;
+            }
         } else if (argument == QLatin1String("--device")) {
             const auto text = value();
             if (!text)
@@ -242,6 +253,10 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
     }
     if (!line.device.isEmpty() && line.command != Command::record) {
         error = QStringLiteral("--device belongs to the record command");
+        return std::nullopt;
+    }
+    if (line.speed && line.command != Command::play) {
+        error = QStringLiteral("--speed belongs to the play command");
         return std::nullopt;
     }
     if (line.loop && line.command != Command::play) {

@@ -52,6 +52,7 @@ struct CommandLine
     std::optional<double> seconds; // record: stop after this long
     bool loop = false;             // play: again and again until interrupted
     QString device;                // record: the input to record from
+    std::optional<double> speed;   // play: 0.5, 0.75 or 1
     // "--set Label=value" and "--options FILE.plist", applied in the order given.
     struct OptionStep
     {

@@ -6,6 +6,7 @@
 #include "streams/PitchStream.h"
 
 #include <QAudioDevice>
+#include <QComboBox>
 #include <QLabel>
 #include <QToolButton>
 
@@ -139,6 +140,21 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
     EXPECT_TRUE(controller->referenceToneSounding());
     controller->toneButton->click();
     EXPECT_FALSE(controller->referenceToneSounding());
+}
+
+// "[" and "]" step through the practice speeds shown beside the transport; the player takes
+// each up.
+TEST_F(WindowTest, bracketKeysStepThePlayingSpeed)
+{
+    EXPECT_EQ(controller->playingSpeed(), 1.0);
+    std::vector<double> speeds;
+    for (char c : {'[', '[', '[', ']', ']', ']'}) {
+        type(c);
+        speeds.push_back(controller->playingSpeed());
+    }
+    EXPECT_EQ(speeds, (std::vector<double>{0.75, 0.5, 0.5, 0.75, 1.0, 1.0}));
+    EXPECT_EQ(controller->speedBox->currentText(), QStringLiteral("1\u00D7"));
+    EXPECT_TRUE(controller->speedBox->toolTip().contains(QLatin1Char('[')));
 }
 
 } // namespace

@@ -243,6 +243,51 @@ TEST(SoundServer, referenceToneSoundsTheGridPitchOfEachTemperament)
     parameters.temperament.resetToDefault();
 }
 
+// Practice speed: a second of A4 played at half speed lasts two seconds at the same pitch.
+TEST(SoundServer, slowPlaybackKeepsThePitchAndStretchesTheTime)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    const auto gap = testsignals::silence(8820);
+    const std::vector<double> signal =
+        test::joined(test::joined(gap, testsignals::sine(440.0, 16384.0, 44100)), gap);
+    testsignals::TempWav played(signal, {}, 2);
+    ASSERT_TRUE(played.ok());
+
+    auto wav = WavStream::createForRecording(1, 2, Recorder::sampleRate);
+    Recorder recorder;
+    ASSERT_TRUE(recorder.start(wav));
+    const test::ChildResult result =
+        test::runChild(kCli, {"play", QString::fromStdString(played.path()), "--speed", "0.5"});
+    EXPECT_EQ(result.exitCode, 0) << result.errorText.toStdString();
+    const std::int64_t heard = recorder.framesAppended();
+    ASSERT_TRUE(test::waitUntil([&] { return recorder.framesAppended() > heard + 13230; }));
+    recorder.stop();
+    const auto frames = static_cast<int>(wav->maximumIndex());
+    std::vector<double> samples(static_cast<std::size_t>(frames));
+    ASSERT_TRUE(Quorval::dataQueue().sync(
+        [&] { return wav->wavFile_D().getSamples(samples.data(), wav->byteLocOf(0), frames); }));
+    wav->modified = false;
+
+    // Where the tone sounds: 10 ms windows above half its RMS (0.35 of full scale at -6 dBFS).
+    constexpr int kWindow = 441;
+    int first = -1;
+    int last = -1;
+    for (int w = 0; w + kWindow <= frames; w += kWindow) {
+        double squares = 0.0;
+        for (int i = w; i < w + kWindow; ++i)
+            squares += samples[static_cast<std::size_t>(i)] * samples[static_cast<std::size_t>(i)];
+        if (std::sqrt(squares / kWindow) > 0.5 * 0.354 * 32768.0) {
+            first = first < 0 ? w : first;
+            last = w + kWindow;
+        }
+    }
+    ASSERT_GE(first, 0);
+    EXPECT_NEAR((last - first) / 44100.0, 2.0, 0.04);
+    const std::vector<double> middle(samples.begin() + first + 22050,
+                                     samples.begin() + last - 22050);
+    EXPECT_NEAR(1200.0 * std::log2(sineFrequency(middle, 44100.0) / 440.0), 0.0, 2.0);
+}
+
 TEST(SoundServer, recordingIntoAFullRingKeepsTheNewestSound)
 {
     QUORVAL_NEED_SOUND_SERVER();
