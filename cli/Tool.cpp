@@ -382,15 +382,17 @@ int Tool::notes(const CommandLine &line)
                 note.meanGoodness);
     }
     text += json ? "\n ],\n \"degrees\": ["
-                 : "\ndegree,name,notes,time_s,cents,spread_cents,worst_note_start_s\n";
+                 : "\ndegree,number,name,notes,time_s,cents,spread_cents,worst_note_start_s\n";
     for (std::size_t k = 0; k < report->degrees.size(); ++k) {
         const NoteReport::Degree &degree = report->degrees[k];
         const std::string name = json ? jsonString(degree.name) : degree.name;
+        const std::string number = json ? jsonString(degree.number) : degree.number;
         appendf(text,
-                json ? "%s\n  {\"degree\": %d, \"name\": %s, \"notes\": %d, \"time_s\": %f, "
-                       "\"cents\": %.1f, \"spread_cents\": %.1f, \"worst_note_start_s\": %f}"
-                     : "%s%d,%s,%d,%f,%.1f,%.1f,%f\n",
-                json && k > 0 ? "," : "", degree.degree, name.c_str(), degree.notes,
+                json ? "%s\n  {\"degree\": %d, \"number\": %s, \"name\": %s, \"notes\": %d, "
+                       "\"time_s\": %f, \"cents\": %.1f, \"spread_cents\": %.1f, "
+                       "\"worst_note_start_s\": %f}"
+                     : "%s%d,%s,%s,%d,%f,%.1f,%.1f,%f\n",
+                json && k > 0 ? "," : "", degree.degree, number.c_str(), name.c_str(), degree.notes,
                 degree.totalSeconds, degree.meanCents, degree.spreadCents,
                 report->notes[degree.worstNote].startSeconds);
     }

@@ -130,6 +130,7 @@ NoteReport NoteReport::fromSegments(const std::vector<Segment> &segments, double
             continue;
         Degree row;
         row.degree = static_cast<int>(degree);
+        row.number = degreeNumber(row.degree, scale.settings().minor);
         row.name = report.notes[members.front()].name;
         row.notes = static_cast<int>(members.size());
         row.totalSeconds = byDegree[degree].count * segmentSeconds;
@@ -143,6 +144,16 @@ NoteReport NoteReport::fromSegments(const std::vector<Segment> &segments, double
         report.degrees.push_back(std::move(row));
     }
     return report;
+}
+
+std::string NoteReport::degreeNumber(int semitones, bool minor)
+{
+    static const char *const inMajor[12] = {"1", "\u266D2", "2", "\u266D3", "3", "4", "\u266F4",
+                                            "5", "\u266D6", "6", "\u266D7", "7"};
+    static const char *const inMinor[12] = {
+        "1", "\u266D2", "2", "3", "\u266E3", "4", "\u266F4", "5", "6", "\u266E6", "7", "\u266E7"};
+    const int i = ((semitones % 12) + 12) % 12;
+    return minor ? inMinor[i] : inMajor[i];
 }
 
 std::optional<NoteReport> NoteReport::compute(MusicStream &music, double t0, double t1,
@@ -173,13 +184,13 @@ std::string NoteReport::text() const
                 note.endSeconds, padded(note.name, 4).c_str(),
                 static_cast<long long>(note.noteNumber), note.meanCents, note.spreadCents,
                 note.meanGoodness);
-    text += "\nScale degrees\n  Degree  Notes   Time (s)   Cents  Spread  Worst note\n";
+    text += "\nScale degrees\n  Degree    Notes   Time (s)   Cents  Spread  Worst note\n";
     for (const Degree &degree : degrees) {
         const Note &worst = notes[degree.worstNote];
         appendf(text, "  %s %5d %10.3f  %+6.1f  %6.1f  %s (%lld) at %.3f s, %+.1f\n",
-                padded(degree.name, 6).c_str(), degree.notes, degree.totalSeconds, degree.meanCents,
-                degree.spreadCents, worst.name.c_str(), static_cast<long long>(worst.noteNumber),
-                worst.startSeconds, worst.meanCents);
+                padded(degree.number + " " + degree.name, 8).c_str(), degree.notes,
+                degree.totalSeconds, degree.meanCents, degree.spreadCents, worst.name.c_str(),
+                static_cast<long long>(worst.noteNumber), worst.startSeconds, worst.meanCents);
     }
     return text;
 }

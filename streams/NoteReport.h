@@ -38,8 +38,9 @@ public:
     };
     struct Degree
     {
-        int degree = 0;   // semitones above the tonic, 0 .. 11
-        std::string name; // as the grid names it in the current key
+        int degree = 0;     // semitones above the tonic, 0 .. 11
+        std::string number; // in the key's major or minor scale: "1", "♭3", "♯4", "♮7"
+        std::string name;   // as the grid names it in the current key
         int notes = 0;
         double totalSeconds = 0.0;
         double meanCents = 0.0;    // weighted by time
@@ -48,7 +49,11 @@ public:
     };
 
     std::vector<Note> notes;     // in time order
-    std::vector<Degree> degrees; // the degrees played, tonic first
+    std::vector<Degree> degrees; // the degrees played, in scale order from the tonic
+
+    // A degree's number in the major or minor scale: the scale's own notes 1 to 7, the notes
+    // between them with the accidental that names them most often.
+    static std::string degreeNumber(int semitones, bool minor);
 
     // One segment as the note cutting needs it.
     struct Segment

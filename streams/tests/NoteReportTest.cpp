@@ -85,10 +85,13 @@ TEST_F(NoteReportTest, findsEachNoteWithItsDetuneAndGathersThemByDegree)
     ASSERT_EQ(report.degrees.size(), 5u);
     const int expectedDegrees[] = {0, 2, 4, 5, 7};
     const char *expectedNames[] = {"C", "D", "E", "F", "G"};
+    const char *expectedNumbers[] = {"1", "2", "3", "4", "5"};
     for (std::size_t k = 0; k < 5; ++k) {
         EXPECT_EQ(report.degrees[k].degree, expectedDegrees[k]);
         EXPECT_EQ(report.degrees[k].name, expectedNames[k]);
+        EXPECT_EQ(report.degrees[k].number, expectedNumbers[k]);
     }
+    EXPECT_NE(report.text().find("  3 E "), std::string::npos) << report.text();
     const NoteReport::Degree &tonic = report.degrees[0];
     EXPECT_EQ(tonic.notes, 2);
     EXPECT_EQ(tonic.worstNote, 5u);
@@ -164,6 +167,34 @@ TEST(NoteReport, cutsRunsAtLineChangesGapsAndShortRuns)
     EXPECT_NEAR(report.notes[2].meanCents, -45.0, 1e-9);
     ASSERT_EQ(report.degrees.size(), 3u);
     EXPECT_EQ(report.degrees[2].name, "E\u266d");
+    // E flat is no note of C major: a lowered third.
+    EXPECT_EQ(report.degrees[2].number, "\u266D3");
+}
+
+// Every semitone of the octave has its number in both modes, the scale's own notes 1 to 7 in
+// order.
+TEST(NoteReport, degreeNumbersFollowTheMode)
+{
+    std::vector<std::string> major;
+    std::vector<std::string> minor;
+    for (int semitones = 0; semitones < 12; ++semitones) {
+        major.push_back(NoteReport::degreeNumber(semitones, false));
+        minor.push_back(NoteReport::degreeNumber(semitones, true));
+    }
+    const auto plain = [](const std::vector<std::string> &numbers) {
+        std::string found;
+        for (const std::string &n : numbers)
+            if (n.size() == 1)
+                found += n;
+        return found;
+    };
+    EXPECT_EQ(plain(major), "1234567");
+    EXPECT_EQ(plain(minor), "1234567");
+    EXPECT_EQ(major[4], "3");
+    EXPECT_EQ(minor[3], "3");        // the minor third is the minor key's own
+    EXPECT_EQ(minor[11], "\u266E7"); // the leading note, raised
+    EXPECT_EQ(major[10], "\u266D7");
+    EXPECT_EQ(NoteReport::degreeNumber(-1, false), major[11]);
 }
 
 } // namespace
