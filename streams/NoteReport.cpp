@@ -86,6 +86,29 @@ NoteReport NoteReport::fromSegments(const std::vector<Segment> &segments, double
     std::array<Sums, 12> byDegree;
     std::array<std::vector<std::size_t>, 12> notesOfDegree;
 
+    // Each counted segment's line; then the short interruptions a held note bridges.
+    const std::size_t n = segments.size();
+    std::vector<qint64> lines(n, 0);
+    for (std::size_t k = 0; k < n; ++k)
+        if (segments[k].counts)
+            lines[k] = lineOf(scale, segments[k].pitch, scale.deviation(segments[k].pitch));
+    const auto onLine = [&](std::size_t k, qint64 line) {
+        return segments[k].counts && lines[k] == line;
+    };
+    std::vector<bool> bridged(n, false);
+    for (std::size_t k = 1; k < n; ++k) {
+        if (!segments[k - 1].counts || onLine(k, lines[k - 1]))
+            continue;
+        std::size_t j = k;
+        while (j < n && j - k < kMaxBridge && !onLine(j, lines[k - 1]))
+            ++j;
+        if (j < n && onLine(j, lines[k - 1])) {
+            std::fill(bridged.begin() + static_cast<std::ptrdiff_t>(k),
+                      bridged.begin() + static_cast<std::ptrdiff_t>(j), true);
+            k = j;
+        }
+    }
+
     Sums run;
     qint64 runLine = 0;
     std::size_t runStart = 0;
@@ -102,16 +125,19 @@ NoteReport NoteReport::fromSegments(const std::vector<Segment> &segments, double
             note.segments = run.count;
             const auto degree = static_cast<std::size_t>(scale.degree(runLine));
             for (std::size_t k = runStart; k < end; ++k)
-                byDegree[degree].add(scale.deviation(segments[k].pitch) * 100.0, 0.0);
+                if (!bridged[k])
+                    byDegree[degree].add(scale.deviation(segments[k].pitch) * 100.0, 0.0);
             notesOfDegree[degree].push_back(report.notes.size());
             report.notes.push_back(std::move(note));
         }
         run = {};
     };
-    for (std::size_t k = 0; k < segments.size(); ++k) {
+    for (std::size_t k = 0; k < n; ++k) {
+        if (bridged[k])
+            continue;
         const Segment &segment = segments[k];
         const double d = segment.counts ? scale.deviation(segment.pitch) : 0.0;
-        const qint64 line = segment.counts ? lineOf(scale, segment.pitch, d) : 0;
+        const qint64 line = lines[k];
         if (run.count > 0 && (!segment.counts || line != runLine))
             closeRun(k);
         if (!segment.counts)

@@ -19,11 +19,14 @@ class Scale;
 // A note is a run of at least kMinSegments consecutive segments that are loud enough (the
 // volume floor of the deviation statistics), have a pitch whose goodness reaches "Quality
 // threshold", and share the nearest shown grid line; vibrato that stays nearest to one line
-// stays in its note. Deviations are in cents, + sharp. Names are UTF-8.
+// stays in its note. A held note is not cut by up to kMaxBridge segments between two parts on
+// its line (a wobble past the half-way mark, a one-segment octave slip, a bad segment): those
+// are left out of its figures instead. Deviations are in cents, + sharp. Names are UTF-8.
 class NoteReport
 {
 public:
     static constexpr int kMinSegments = 3;
+    static constexpr int kMaxBridge = 2;
 
     struct Note
     {

@@ -171,6 +171,48 @@ TEST(NoteReport, cutsRunsAtLineChangesGapsAndShortRuns)
     EXPECT_EQ(report.degrees[2].number, "\u266D3");
 }
 
+// A held D slips an octave for one segment, wobbles over the half-way mark for two, and loses
+// one segment: still one note, measured without those. Three segments of E are a note of their
+// own, and the D after them a new one.
+TEST(NoteReport, aHeldNoteBridgesWobblesSlipsAndDropouts)
+{
+    const Scale scale(Scale::Settings{2, false, 0, 0, 440.0, 0.0});
+    std::vector<NoteReport::Segment> segments;
+    const auto add = [&segments](double pitch, int count, bool counts = true) {
+        for (int i = 0; i < count; ++i) {
+            NoteReport::Segment s;
+            s.counts = counts;
+            s.pitch = pitch;
+            s.goodness = 500.0;
+            s.timeSeconds = 0.01 * static_cast<double>(segments.size());
+            segments.push_back(s);
+        }
+    };
+    add(62.1, 4);
+    add(74.1, 1); // an octave up
+    add(62.2, 4);
+    add(62.6, 2); // nearer to 63
+    add(62.1, 3);
+    add(0.0, 1, false);
+    add(62.0, 3);
+    add(64.0, 3);
+    add(62.0, 3);
+    const NoteReport report = NoteReport::fromSegments(segments, 0.01, scale);
+    ASSERT_EQ(report.notes.size(), 3u);
+    const NoteReport::Note &held = report.notes[0];
+    EXPECT_EQ(held.noteNumber, 62);
+    EXPECT_EQ(held.segments, 14);
+    EXPECT_NEAR(held.meanCents, (4 * 10.0 + 4 * 20.0 + 3 * 10.0) / 14.0, 1e-9);
+    EXPECT_NEAR(held.startSeconds, 0.0, 1e-12);
+    EXPECT_NEAR(held.endSeconds, 0.18, 1e-12);
+    EXPECT_EQ(report.notes[1].noteNumber, 64);
+    EXPECT_EQ(report.notes[2].noteNumber, 62);
+    EXPECT_EQ(report.notes[2].segments, 3);
+    // The tonic's figures leave out the bridged segments too.
+    ASSERT_FALSE(report.degrees.empty());
+    EXPECT_NEAR(report.degrees[0].meanCents, (40.0 + 80.0 + 30.0) / 17.0, 1e-9);
+}
+
 // Every semitone of the octave has its number in both modes, the scale's own notes 1 to 7 in
 // order.
 TEST(NoteReport, degreeNumbersFollowTheMode)
