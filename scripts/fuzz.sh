@@ -37,7 +37,8 @@ TMPDIR="$scratch" "$build/fuzz/options_file_fuzz" \
     -dict=fuzz/plist.dict -print_final_stats=1 -artifact_prefix="$build/artifacts/" \
     "$@" fuzz/corpus-options-run fuzz/options-seeds
 
-# Whole short sounds, large enough for odd rates, many channels and the decoder's formats.
+# Whole short sounds, large enough for odd rates, many channels and the decoder's formats; the
+# inputs that once failed (import-regressions) run first every time.
 import_seeds="$build/import-seeds"
 rm -rf "$import_seeds"
 mkdir -p "$import_seeds" fuzz/corpus-import
@@ -45,4 +46,4 @@ mkdir -p "$import_seeds" fuzz/corpus-import
 TMPDIR="$scratch" "$build/fuzz/import_fuzz" \
     -max_total_time="$seconds" -timeout=30 -rss_limit_mb=4096 -max_len=65536 \
     -print_final_stats=1 -artifact_prefix="$build/artifacts/" \
-    "$@" fuzz/corpus-import "$import_seeds" "$seeds"
+    "$@" fuzz/corpus-import "$import_seeds" "$seeds" fuzz/import-regressions

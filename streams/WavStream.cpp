@@ -211,11 +211,13 @@ std::shared_ptr<WavStream> WavStream::createFromFile(const std::string &path)
 void WavStream::applyFrameLimit(std::int64_t fileFrames, bool estimated)
 {
     const std::int64_t limitFrames = frameLimit(sampleRate(), bytesPerFrame);
+    // No working file holds more than a WAV file can, whatever a damaged header claims.
+    const std::int64_t mostFrames = std::numeric_limits<std::int32_t>::max() / bytesPerFrame;
+    fileFrames = std::clamp<std::int64_t>(fileFrames, 0, mostFrames);
     // The decoder's length is only an estimate for some formats (MP3): a sound beyond the frame
     // limit gets room for an eighth more than the estimate, and the import ends with the ring.
     if (estimated && fileFrames > limitFrames)
-        fileFrames = std::min<std::int64_t>(
-            fileFrames + fileFrames / 8, std::numeric_limits<std::int32_t>::max() / bytesPerFrame);
+        fileFrames = std::min(fileFrames + fileFrames / 8, mostFrames);
     if (fileFrames <= limitFrames) {
         maxFrames = limitFrames;
         wavFile->setMaxByteLength(static_cast<int>(limitFrames * bytesPerFrame));
