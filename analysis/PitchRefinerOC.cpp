@@ -3,6 +3,7 @@
 #include "analysis/FFTOC.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 #include <utility>
@@ -31,6 +32,17 @@ constexpr double kWideSpacingBins = 18.0;
 // Harmonics weaker than kPredictingPower of it count towards the shares but not the estimate.
 constexpr double kPriorPower = 0.01;
 constexpr double kPredictingPower = 1e-4;
+// The harmonic search's pitch may be this far off (relative; 20 cents): the consensus looks for
+// each harmonic that far either side of where the search puts it.
+constexpr double kStartSpread = 0.0116;
+// Harmonics whose frequency over their number is this far from their consensus (relative; 15
+// cents) or more are misread: a vibrato sweeping a partial through a resonance of the body can
+// shift one harmonic's phase advance by tens of cents while the others stay true.
+constexpr double kAgreement = 0.0087;
+// Harmonics weaker than this share of the strongest bin's power have no say in the consensus:
+// noise at 10 dB SNR lies near a thousandth, and with the weight of a high harmonic it could
+// outvote a lone fundamental.
+constexpr double kConsensusPower = 0.01;
 // Bins this far below the strongest are left out altogether: 90 dB down they change no share.
 constexpr double kNegligiblePower = 1e-9;
 
@@ -58,6 +70,9 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     uIm.assign(half + 1 + 2 * kTaps, 0.0);
     twiddleRe.assign(half, 0.0);
     twiddleIm.assign(half, 0.0);
+    reading.assign(half, 0.0);
+    readAt.assign(half, 0u);
+    transformCount = 0;
     for (std::size_t k = 0; k < half; k++) {
         twiddleRe[k] = std::cos(twoPi * static_cast<double>(k) / frames);
         twiddleIm[k] = -std::sin(twoPi * static_cast<double>(k) / frames);
@@ -115,29 +130,50 @@ void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
     }
     // The windowed transform: a cosine-sum window multiplies by a few complex exponentials,
     // which in the spectrum is a sum over neighbouring bins. Each bin's power, and the strongest.
-    // Taps whose coefficient is 0 (two of Hann's three) are left out.
-    int taps = kTaps;
-    while (taps > 0 && coefficients[taps] == 0.0)
-        taps--;
-    strongest = 0.0;
+    // Hann needs one tap of three; a loop with the taps fixed lets the compiler vectorise it.
+    if (coefficients[2] == 0.0 && coefficients[3] == 0.0)
+        applyWindow<1>(m);
+    else
+        applyWindow<kTaps>(m);
+    strongest = *std::max_element(powers.begin() + 2, powers.begin() + m);
+    // Bin readings of the previous transform are stale from here on.
+    if (++transformCount == 0) {
+        std::fill(readAt.begin(), readAt.end(), 0u);
+        transformCount = 1;
+    }
+}
+
+template <int taps> void PitchRefinerOC::applyWindow(int m)
+{
+    const double *re = uRe.data() + kTaps;
+    const double *im = uIm.data() + kTaps;
+    double c[taps + 1];
+    for (int j = 0; j <= taps; j++)
+        c[j] = coefficients[j];
     for (int k = 1; k < m; k++) {
-        const auto at = static_cast<std::size_t>(k + kTaps);
-        double xr = coefficients[0] * uRe[at];
-        double xi = coefficients[0] * uIm[at];
+        double xr = c[0] * re[k];
+        double xi = c[0] * im[k];
         for (int j = 1; j <= taps; j++) {
-            xr += coefficients[j] * (uRe[at - j] + uRe[at + j]);
-            xi += coefficients[j] * (uIm[at - j] + uIm[at + j]);
+            xr += c[j] * (re[k - j] + re[k + j]);
+            xi += c[j] * (im[k - j] + im[k + j]);
         }
-        const auto bin = static_cast<std::size_t>(k);
-        x1Re[bin] = xr;
-        x1Im[bin] = xi;
-        powers[bin] = xr * xr + xi * xi;
-        if (k >= 2)
-            strongest = std::max(strongest, powers[bin]);
+        x1Re[static_cast<std::size_t>(k)] = xr;
+        x1Im[static_cast<std::size_t>(k)] = xi;
+        powers[static_cast<std::size_t>(k)] = xr * xr + xi * xi;
     }
 }
 
 double PitchRefinerOC::binOf(int k) const
+{
+    // The consensus and the estimate ask for many of the same bins.
+    const auto cached = static_cast<std::size_t>(k);
+    if (readAt[cached] == transformCount)
+        return reading[cached];
+    readAt[cached] = transformCount;
+    return reading[cached] = phaseAdvanceBin(k);
+}
+
+double PitchRefinerOC::phaseAdvanceBin(int k) const
 {
     // The transform of the segment under the window one sample later, w(n - 1): its taps turn
     // by e^(-ijθ), θ = 2π / nFrames. Against x1 it turns by the frequency's offset from the bin's
@@ -173,67 +209,145 @@ double PitchRefinerOC::binOf(int k) const
     return k + offset * nFrames / (2.0 * std::numbers::pi);
 }
 
+double PitchRefinerOC::harmonicNear(double p, double tolerance, double &bin) const
+{
+    // The strongest of the bins within one of p whose frequency points at p. The phase is the
+    // costly part: bins are tried from the strongest down, and the first that points right is
+    // the one.
+    int bins[3] = {0, 0, 0};
+    int count = 0;
+    for (int k = static_cast<int>(std::ceil(p - 1.0)); k <= static_cast<int>(p + 1.0) && count < 3;
+         k++) {
+        if (!(powers[static_cast<std::size_t>(k)] > kNegligiblePower * strongest))
+            continue;
+        int at = count++;
+        for (; at > 0 &&
+               powers[static_cast<std::size_t>(bins[at - 1])] < powers[static_cast<std::size_t>(k)];
+             at--)
+            bins[at] = bins[at - 1];
+        bins[at] = k;
+    }
+    for (int c = 0; c < count; c++) {
+        const double b = binOf(bins[c]);
+        if (std::abs(b - p) <= tolerance) {
+            bin = b;
+            return powers[static_cast<std::size_t>(bins[c])];
+        }
+    }
+    return 0.0;
+}
+
+double PitchRefinerOC::consensus(double freqBins) const
+{
+    // Every harmonic read on its own, each where freqBins puts it give or take the error the
+    // harmonic search may make: no harmonic leads the others astray, as one misread strong
+    // harmonic would when each prediction rests on those before it.
+    //
+    // Each harmonic's value (its frequency over its number, bins), its say in the median (a vote
+    // each: one loud misread partial is still one) and its weight in the mean (power × number²,
+    // as in the final estimate). The start itself has half a vote, to break a tie.
+    std::array<double, kMaxHarmonics + 1> values{};
+    std::array<double, kMaxHarmonics + 1> votes{};
+    std::array<double, kMaxHarmonics + 1> weights{};
+    values[0] = freqBins;
+    votes[0] = 0.5;
+    weights[0] = kPriorPower * strongest;
+    double total = votes[0];
+    std::size_t n = 1;
+    const double lastBin = nFrames / 2 - 2;
+    for (int h = 1; h <= kMaxHarmonics; h++) {
+        const double p = h * freqBins;
+        if (p > lastBin)
+            break;
+        if (p < 2.0)
+            continue;
+        double bin = 0.0;
+        const double power = harmonicNear(p, std::clamp(p * kStartSpread, kBinTolerance, 1.0), bin);
+        if (!(power >= kConsensusPower * strongest))
+            continue;
+        // Sorted as they come in.
+        std::size_t at = n++;
+        for (; at > 0 && values[at - 1] > bin / h; at--) {
+            values[at] = values[at - 1];
+            votes[at] = votes[at - 1];
+            weights[at] = weights[at - 1];
+        }
+        values[at] = bin / h;
+        votes[at] = 1.0;
+        weights[at] = power * h * h;
+        total += 1.0;
+    }
+    // The median, then a few steps of Tukey's biweight about it: harmonics that disagree with
+    // the rest by kAgreement or more have no say.
+    double centre = values[0];
+    double below = 0.0;
+    for (std::size_t i = 0; i < n; i++) {
+        below += votes[i];
+        if (2.0 * below >= total) {
+            centre = values[i];
+            break;
+        }
+    }
+    for (int step = 0; step < 4; step++) {
+        const double c = kAgreement * centre;
+        double sum = 0.0;
+        double weightSum = 0.0;
+        for (std::size_t i = 0; i < n; i++) {
+            const double u = (values[i] - centre) / c;
+            if (std::abs(u) >= 1.0)
+                continue;
+            const double w = weights[i] * (1.0 - u * u) * (1.0 - u * u);
+            sum += w * values[i];
+            weightSum += w;
+        }
+        if (!(weightSum > 0.0))
+            break;
+        centre = sum / weightSum;
+    }
+    return centre;
+}
+
 PitchRefinerOC::Measurement PitchRefinerOC::measure(double freq) const
 {
     Measurement m;
     if (!(freq > 0.0))
         return m;
-    // The estimate so far predicts where the next harmonic lies: a few cents of error in the
-    // starting value would put high harmonics bins away. The answer is the harmonics' alone.
-    double estimate = freq;
+    // The harmonics' consensus is the start; then each harmonic is found where the estimate so
+    // far predicts it, since a few cents of error in the start would put high harmonics bins
+    // away. Harmonics off the consensus by kAgreement or more count towards the shares (they are
+    // there) but not the estimate. The answer is the harmonics' alone.
+    const double start = consensus(freq / hzPerBin);
+    double estimate = start;
     const double priorWeight = kPriorPower * strongest;
-    const double priorBins = priorWeight * freq / hzPerBin;
+    const double priorBins = priorWeight * start;
     double weightSum = 0.0;
     double weightedBins = 0.0;
     double odd = 0.0;
     double other = 0.0;
     const double lastBin = nFrames / 2 - 2;
     for (int h = 1; h <= kMaxHarmonics; h++) {
-        const double p = h * estimate / hzPerBin;
+        const double p = h * estimate;
         if (p > lastBin)
             break;
         if (p < 2.0)
             continue;
-        // The strongest of the bins within one of p whose frequency points at p. The phase is
-        // the costly part: bins are tried from the strongest down, and the first that points
-        // right is the one.
-        int bins[3] = {0, 0, 0};
-        int count = 0;
-        for (int k = static_cast<int>(std::ceil(p - 1.0));
-             k <= static_cast<int>(p + 1.0) && count < 3; k++) {
-            if (!(powers[static_cast<std::size_t>(k)] > kNegligiblePower * strongest))
-                continue;
-            int at = count++;
-            for (; at > 0 && powers[static_cast<std::size_t>(bins[at - 1])] <
-                                 powers[static_cast<std::size_t>(k)];
-                 at--)
-                bins[at] = bins[at - 1];
-            bins[at] = k;
-        }
-        double bestPower = 0.0;
-        double bestBin = 0.0;
-        for (int c = 0; c < count; c++) {
-            const double bin = binOf(bins[c]);
-            if (std::abs(bin - p) <= kBinTolerance) {
-                bestPower = powers[static_cast<std::size_t>(bins[c])];
-                bestBin = bin;
-                break;
-            }
-        }
-        if (!(bestPower > 0.0))
+        double bin = 0.0;
+        const double power = harmonicNear(p, kBinTolerance, bin);
+        if (!(power > 0.0))
             continue;
-        m.power += bestPower;
+        m.power += power;
         if (h % 2 == 1)
-            odd += bestPower;
+            odd += power;
         if (h % 3 != 0)
-            other += bestPower;
+            other += power;
         m.used++;
-        if (bestPower < kPredictingPower * strongest)
+        if (power < kPredictingPower * strongest ||
+            !(std::abs(bin / h - start) < kAgreement * start))
             continue;
-        const double weight = bestPower * h * h;
+        const double weight = power * h * h;
         weightSum += weight;
-        weightedBins += weight * bestBin / h;
-        estimate = (weightedBins + priorBins) / (weightSum + priorWeight) * hzPerBin;
+        weightedBins += weight * bin / h;
+        estimate = (weightedBins + priorBins) / (weightSum + priorWeight);
     }
     if (!(weightSum > 0.0) || !std::isfinite(weightedBins) || !std::isfinite(m.power))
         return Measurement{};

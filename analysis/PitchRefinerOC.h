@@ -20,10 +20,13 @@ namespace quorval {
 //   is its octave above (likewise the harmonics that are no multiple of three for the twelfth);
 //   when the odd harmonics of the octave below (or the non-multiples of three of the twelfth
 //   below) hold a fair share, the pitch is that one.
-// - Precision: the fundamental is the mean of each matched harmonic's frequency over its number,
-//   weighted by power × number² (the inverse of each estimate's variance in white noise). A
-//   phase advance is the power-weighted mean of the instantaneous frequency over the window, so
-//   vibrato shifts a segment's value only by the curvature of its course, which averages out.
+// - Precision: the harmonics first vote on a start (a median, then Tukey's biweight about it), so
+//   that one loud partial read tens of cents off (a vibrato sweeping it through a resonance)
+//   cannot lead the rest astray. The fundamental is then the mean of each matched harmonic's
+//   frequency over its number, leaving out those far off the start, weighted by power × number²
+//   (the inverse of each estimate's variance in white noise). A phase advance is the
+//   power-weighted mean of the instantaneous frequency over the window, so vibrato shifts a
+//   segment's value only by the curvature of its course, which averages out.
 //
 // Window: Hann (Hann's main lobe is two bins wide on each side, so harmonics four bins apart, the
 // closest the segmentation gives, stay apart) or, where harmonics are far apart, a four-term
@@ -74,11 +77,20 @@ private:
     static constexpr int kTaps = 3;
     // The segment's spectrum under the cosine-sum window with these coefficients.
     void transform(const double (&window)[kTaps + 1]);
+    // x1, powers from u(k) under the window's first taps + 1 coefficients (the rest are 0).
+    template <int taps> void applyWindow(int m);
     [[nodiscard]] Measurement measure(double freq) const;
+    // The fundamental (in bins) the harmonics near freqBins agree on.
+    [[nodiscard]] double consensus(double freqBins) const;
+    // The power of the strongest bin within one of p (in bins) that points within tolerance of
+    // p, and in bin its frequency (in bins); 0 when there is none.
+    [[nodiscard]] double harmonicNear(double p, double tolerance, double &bin) const;
     // The greatest power within a bin of each harmonic of freq that is no multiple of divisor.
     [[nodiscard]] double powerBetween(double freq, int divisor) const;
     // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.
+    // Remembered for the present transform; phaseAdvanceBin computes it.
     [[nodiscard]] double binOf(int k) const;
+    [[nodiscard]] double phaseAdvanceBin(int k) const;
 
     int nFrames = 0;
     double hzPerBin = 0.0;
@@ -95,6 +107,10 @@ private:
     double coefficients[kTaps + 1] = {}; // the window of the present transform
     FFTOC fft;                           // the half-length transform of the packed segment
     double strongest = 0.0;              // the greatest power of a bin in the present transform
+    // binOf's answers for the present transform: reading[k] holds when readAt[k] is its count.
+    mutable std::vector<double> reading;
+    mutable std::vector<unsigned> readAt;
+    unsigned transformCount = 0;
     int harmonicsUsed = 0;
 };
 

@@ -133,6 +133,30 @@ TEST(PitchRefinerOC, measuresDetunedTonesToAFifthOfACent)
     EXPECT_GT(worstSearch, 0.2);
 }
 
+TEST(PitchRefinerOC, aStrongPartialOffTheSeriesDoesNotLeadTheOthersAstray)
+{
+    // A bowed string's vibrato sweeps each partial through the body's resonances, and within one
+    // segment the loudest partial can read tens of cents off the others. Stand-in: the second
+    // partial, the loudest, 35 cents sharp of a series of twelve. (Six bins from its neighbours
+    // it still pulls them by a cent or so through the window's side lobes.)
+    PitchRefinerOC refiner;
+    ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
+    for (const double note : {60.0, 63.5, 67.0}) {
+        const double f = noteToHz(note);
+        std::vector<double> amplitudes(12);
+        for (std::size_t k = 0; k < amplitudes.size(); k++)
+            amplitudes[k] = k == 1 ? 0.0 : 3000.0 / static_cast<double>(k + 1);
+        std::vector<double> segment = harmonics(f, amplitudes, kSegLength);
+        mix(segment, sine(detuneHz(2.0 * f, 35.0), 6000.0, kSegLength));
+        refiner.setSamples(segment.data());
+        for (const double startCents : {-3.0, 3.0})
+            EXPECT_NEAR(
+                centsBetween(refiner.refine(detuneHz(f, startCents), kFreqMin, kFreqMax), f), 0.0,
+                2.0)
+                << "note " << note << ", starting " << startCents << " cents off";
+    }
+}
+
 TEST(PitchRefinerOC, keepsTheMeanOfVibrato)
 {
     // Ten whole cycles of ±30 cents at 5 Hz: the segments' mean is the centre pitch, as the mean
