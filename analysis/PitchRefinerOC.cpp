@@ -43,6 +43,8 @@ constexpr double kAgreement = 0.0087;
 // noise at 10 dB SNR lies near a thousandth, and with the weight of a high harmonic it could
 // outvote a lone fundamental.
 constexpr double kConsensusPower = 0.01;
+// The harmonics that vote: the first dozen decide as well as all and cost half as much.
+constexpr int kConsensusHarmonics = 12;
 // Bins this far below the strongest are left out altogether: 90 dB down they change no share.
 constexpr double kNegligiblePower = 1e-9;
 
@@ -105,7 +107,9 @@ void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
     uIm[kTaps] = 0.0;
     uRe[static_cast<std::size_t>(m + kTaps)] = z[0].re - z[0].im;
     uIm[static_cast<std::size_t>(m + kTaps)] = 0.0;
-    for (int k = 1; k < m; k++) {
+    // Bins k and m - k share their inputs, and their twiddles differ only in the sign of the
+    // real part: one pass over the lower half fills both.
+    for (int k = 1; 2 * k <= m; k++) {
         const FFTOC::Complex a = z[k];
         const FFTOC::Complex b = z[m - k];
         const double er = 0.5 * (a.re + b.re);
@@ -114,9 +118,14 @@ void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
         const double oi = 0.5 * (b.re - a.re);
         const double tr = twiddleRe[static_cast<std::size_t>(k)];
         const double ti = twiddleIm[static_cast<std::size_t>(k)];
+        const double turnedRe = orr * tr - oi * ti;
+        const double turnedIm = orr * ti + oi * tr;
         const auto to = static_cast<std::size_t>(k + kTaps);
-        uRe[to] = er + orr * tr - oi * ti;
-        uIm[to] = ei + orr * ti + oi * tr;
+        const auto mirror = static_cast<std::size_t>(m - k + kTaps);
+        uRe[mirror] = er - turnedRe;
+        uIm[mirror] = turnedIm - ei;
+        uRe[to] = er + turnedRe;
+        uIm[to] = ei + turnedIm;
     }
     for (int j = 1; j <= kTaps; j++) {
         const auto below = static_cast<std::size_t>(kTaps - j);
@@ -246,16 +255,16 @@ double PitchRefinerOC::consensus(double freqBins) const
     // Each harmonic's value (its frequency over its number, bins), its say in the median (a vote
     // each: one loud misread partial is still one) and its weight in the mean (power × number²,
     // as in the final estimate). The start itself has half a vote, to break a tie.
-    std::array<double, kMaxHarmonics + 1> values{};
-    std::array<double, kMaxHarmonics + 1> votes{};
-    std::array<double, kMaxHarmonics + 1> weights{};
+    std::array<double, kConsensusHarmonics + 1> values{};
+    std::array<double, kConsensusHarmonics + 1> votes{};
+    std::array<double, kConsensusHarmonics + 1> weights{};
     values[0] = freqBins;
     votes[0] = 0.5;
     weights[0] = kPriorPower * strongest;
     double total = votes[0];
     std::size_t n = 1;
     const double lastBin = nFrames / 2 - 2;
-    for (int h = 1; h <= kMaxHarmonics; h++) {
+    for (int h = 1; h <= kConsensusHarmonics; h++) {
         const double p = h * freqBins;
         if (p > lastBin)
             break;

@@ -53,9 +53,9 @@ double centsBetween(double f, double reference)
     return 1200.0 * std::log2(f / reference);
 }
 
-// A render's note is a reference only where its first partials stray less than this (cents,
-// RMS over the note's segments) from the harmonic series of its pitch.
-constexpr double kReferenceSpread = 6.0;
+// A render's segment has a reference only where its first partials stray less than this (cents,
+// RMS) from the harmonic series of its pitch; a note, only where most of its segments have one.
+constexpr double kReferenceSpread = 4.0;
 
 // Uniform in [lo, hi) from the generator's raw output, the same on every platform.
 double uniform(std::mt19937 &random, double lo, double hi)
@@ -100,7 +100,9 @@ struct Sound
     std::vector<Note> notes;
     double lowestNote = 0.0;
     double highestNote = 0.0;
-    int droppedNotes = 0;       // renders' notes left without a reference
+    int droppedNotes = 0;    // renders' notes left without a reference
+    int droppedSegments = 0; // and segments of the notes kept
+    int keptSegments = 0;
     bool heldToTargets = true;  // false: no single pitch to the cent (stretched partials)
     bool measuredTruth = false; // the truth is the offline reference, not the generator's
 };
@@ -516,17 +518,28 @@ bool renderInstrument(const std::string &name, int program, int lowKey, int high
                                           note.pitchHz);
                   });
     // The two references must agree on each note's mean.
-    // A note is a reference only where its partials follow one harmonic series: the comb over
-    // the first four harmonics and over all of them agree.
-    std::erase_if(sound.notes, [&sound](const Note &note) {
-        double sum = 0.0;
-        for (double spread : note.spreadsCents)
-            sum += spread;
-        const double spread = note.spreadsCents.empty() ? INFINITY : sum / note.spreadsCents.size();
-        const bool harmonic = spread <= kReferenceSpread;
-        if (!harmonic)
+    // The segments without a reference are left out, and the notes left with fewer than half.
+    std::erase_if(sound.notes, [&sound](Note &note) {
+        const std::size_t before = note.starts.size();
+        std::size_t kept = 0;
+        for (std::size_t i = 0; i < before; i++)
+            if (note.spreadsCents[i] <= kReferenceSpread) {
+                note.starts[kept] = note.starts[i];
+                note.truthsHz[kept] = note.truthsHz[i];
+                note.spreadsCents[kept] = note.spreadsCents[i];
+                kept++;
+            }
+        note.starts.resize(kept);
+        note.truthsHz.resize(kept);
+        note.spreadsCents.resize(kept);
+        const bool dropped = 2 * kept < before || kept == 0;
+        if (dropped) {
             sound.droppedNotes++;
-        return !harmonic;
+        } else {
+            sound.droppedSegments += static_cast<int>(before - kept);
+            sound.keptSegments += static_cast<int>(kept);
+        }
+        return dropped;
     });
     return true;
 }
@@ -600,6 +613,19 @@ bool octaveOff(double cents)
     return false;
 }
 
+// The mean error of a note's segments within 50 cents, cents.
+double meanWithin50(const Note &note)
+{
+    double sum = 0.0;
+    int count = 0;
+    for (double c : note.segments)
+        if (std::abs(c) < 50.0) {
+            sum += c;
+            count++;
+        }
+    return count > 0 ? sum / count : NAN;
+}
+
 Row score(const std::vector<Note> &notes)
 {
     Row row;
@@ -608,21 +634,17 @@ Row score(const std::vector<Note> &notes)
     int accurate = 0;
     int octaves = 0;
     for (const Note &note : notes) {
-        double sum = 0.0;
-        int count = 0;
         for (double c : note.segments) {
             row.segments++;
             if (std::abs(c) < 50.0) {
                 accurate++;
                 good.push_back(std::abs(c));
-                sum += c;
-                count++;
             } else if (octaveOff(c)) {
                 octaves++;
             }
         }
-        if (count > 0)
-            noteMeans.push_back(std::abs(sum / count));
+        if (const double mean = meanWithin50(note); std::isfinite(mean))
+            noteMeans.push_back(std::abs(mean));
     }
     if (row.segments == 0)
         return row;
@@ -680,13 +702,16 @@ int main(int argc, char **argv)
 {
     int noteCount = 12;
     bool renders = false;
+    bool eachNote = false; // each note's mean error under its group's row
     for (int i = 1; i < argc; i++) {
         if (std::strcmp(argv[i], "--notes") == 0 && i + 1 < argc)
             noteCount = std::max(1, std::atoi(argv[++i]));
         else if (std::strcmp(argv[i], "--renders") == 0)
             renders = true;
+        else if (std::strcmp(argv[i], "--each-note") == 0)
+            eachNote = true;
         else {
-            std::fprintf(stderr, "usage: %s [--notes N] [--renders]\n", argv[0]);
+            std::fprintf(stderr, "usage: %s [--notes N] [--renders] [--each-note]\n", argv[0]);
             return 2;
         }
     }
@@ -759,6 +784,10 @@ int main(int argc, char **argv)
         if (row.segments == 0)
             continue; // every note left out: see below
         printRow(group, row, score(other));
+        if (eachNote)
+            for (std::size_t i = 0; i < notes.size(); i++)
+                std::printf("    %9.2f Hz %6.2f %6.2f\n", notes[i].pitchHz, meanWithin50(notes[i]),
+                            meanWithin50(other[i]));
         if (heldToTargets[group]) {
             all.insert(all.end(), notes.begin(), notes.end());
             allRefined.insert(allRefined.end(), other.begin(), other.end());
@@ -768,14 +797,15 @@ int main(int argc, char **argv)
     if (renders) {
         std::printf("\n* Partials stretched: the pitch depends on which partials one weighs, so "
                     "the row is shown but not held to the targets.\n");
+        std::printf("Left out where the first partials stray more than %.0f cents RMS from one "
+                    "harmonic series (layers beating, vibrato through resonances):\n",
+                    kReferenceSpread);
         for (const Sound &sound : sounds)
-            if (sound.droppedNotes > 0)
-                std::printf("%s: %d of %d notes left out, their first partials straying more than "
-                            "%.0f cents RMS from one harmonic series (layers beating, vibrato "
-                            "through resonances).\n",
+            if (sound.measuredTruth)
+                std::printf("  %-16s %3d of %3d notes, %4d of %4d segments of the rest\n",
                             sound.group.c_str(), sound.droppedNotes,
                             sound.droppedNotes + static_cast<int>(sound.notes.size()),
-                            kReferenceSpread);
+                            sound.droppedSegments, sound.droppedSegments + sound.keptSegments);
         printReferenceCheck(sounds);
     }
     return 0;
