@@ -7,8 +7,35 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
+#include <cstdlib>
+#include <new>
 #include <vector>
+
+// Every allocation of the test program counted, so that a test can show a stretch of code makes
+// none.
+namespace {
+std::atomic<long> allocations{0};
+} // namespace
+
+void *operator new(std::size_t size)
+{
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    if (void *p = std::malloc(size > 0 ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+
+void operator delete(void *p) noexcept
+{
+    std::free(p);
+}
+
+void operator delete(void *p, std::size_t) noexcept
+{
+    std::free(p);
+}
 
 namespace quorval {
 namespace {
@@ -205,6 +232,28 @@ TEST(PitchRefinerOC, refusesBadSizesAndAnswersTheGivenPitchWhenItCannotMeasure)
     EXPECT_EQ(refiner.refine(-5.0, kFreqMin, kFreqMax), -5.0);
     // A pitch the range leaves out is not taken.
     EXPECT_EQ(refiner.refine(441.0, kFreqMin, 400.0), 441.0);
+}
+
+TEST(PitchRefinerOC, refinesWithoutAllocating)
+{
+    PitchRefinerOC refiner;
+    ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
+    // Tones that take every path: plain refinement, octave moves up and down, a lone sine, noise.
+    std::vector<std::vector<double>> segments;
+    for (const Timbre timbre : allTimbres())
+        segments.push_back(tone(Tone{.freqHz = noteToHz(66.3), .timbre = timbre}, kSegLength));
+    segments.push_back(whiteNoise(3000.0, kSegLength, 5));
+    const double f = noteToHz(66.3);
+    const long before = allocations.load();
+    double sum = 0.0;
+    for (const auto &segment : segments) {
+        refiner.setSamples(segment.data());
+        for (const double start : {f, f / 2.0, f * 2.0, f / 3.0})
+            sum += refiner.refine(start, kFreqMin, kFreqMax);
+    }
+    const long during = allocations.load() - before;
+    EXPECT_TRUE(std::isfinite(sum));
+    EXPECT_EQ(during, 0);
 }
 
 } // namespace
