@@ -34,7 +34,8 @@ if [ -f packaging/CMakeLists.txt ]; then
     dpkg-deb --field "$deb" Depends | grep -q libqt6widgets6
     contents=$(dpkg-deb --contents "$deb")
     for wanted in ./usr/bin/quorval-cli ./usr/share/applications/org.quorval.Quorval.desktop \
-        ./usr/share/metainfo/org.quorval.Quorval.metainfo.xml ./usr/share/man/man1/quorval-cli.1; do
+        ./usr/share/metainfo/org.quorval.Quorval.metainfo.xml ./usr/share/man/man1/quorval-cli.1 \
+        ./usr/share/doc/quorval/copyright; do
         grep -q " $wanted\$" <<<"$contents" || { echo "$deb lacks $wanted"; exit 1; }
     done
     if [ -f app/CMakeLists.txt ]; then
