@@ -32,9 +32,10 @@ constexpr double kWideSpacingBins = 18.0;
 // Harmonics weaker than kPredictingPower of it count towards the shares but not the estimate.
 constexpr double kPriorPower = 0.01;
 constexpr double kPredictingPower = 1e-4;
-// The harmonic search's pitch may be this far off (relative; 20 cents): the consensus looks for
-// each harmonic that far either side of where the search puts it.
-constexpr double kStartSpread = 0.0116;
+// The harmonic search's pitch may be this far off (relative; 50 cents, as it is now and then on a
+// lone partial in noise): the consensus looks for each harmonic that far either side of where the
+// search puts it.
+constexpr double kStartSpread = 0.0293;
 // Harmonics whose frequency over their number is this far from their consensus (relative; 15
 // cents) or more are misread: a vibrato sweeping a partial through a resonance of the body can
 // shift one harmonic's phase advance by tens of cents while the others stay true.

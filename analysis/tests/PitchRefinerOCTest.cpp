@@ -184,6 +184,28 @@ TEST(PitchRefinerOC, aStrongPartialOffTheSeriesDoesNotLeadTheOthersAstray)
     }
 }
 
+TEST(PitchRefinerOC, findsThePitchFromAStartFortyCentsOff)
+{
+    // The search misses a lone partial in noise by up to half a semitone now and then; its
+    // harmonics are still where the refinement looks.
+    PitchRefinerOC refiner;
+    ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
+    for (const Timbre timbre : {Timbre::sine, Timbre::sawtooth}) {
+        for (const double note : {62.0, 71.5, 83.0}) {
+            const double f = noteToHz(note);
+            std::vector<double> segment = tone(Tone{.freqHz = f, .timbre = timbre}, kSegLength);
+            mix(segment, whiteNoise(800.0, kSegLength, 11));
+            refiner.setSamples(segment.data());
+            for (const double startCents : {-40.0, 40.0})
+                EXPECT_NEAR(
+                    centsBetween(refiner.refine(detuneHz(f, startCents), kFreqMin, kFreqMax), f),
+                    0.0, 0.5)
+                    << timbreName(timbre) << " at note " << note << ", starting " << startCents
+                    << " cents off";
+        }
+    }
+}
+
 TEST(PitchRefinerOC, keepsTheMeanOfVibrato)
 {
     // Ten whole cycles of ±30 cents at 5 Hz: the segments' mean is the centre pitch, as the mean
