@@ -309,10 +309,10 @@ std::string midiFile(int program, const std::vector<int> &keys, const std::vecto
 }
 
 // --- An offline reference -----------------------------------------------------------------
-// Two estimates that share no code with the analysis: each segment's pitch as the peak of a
-// harmonic comb over its own samples, and each note's pitch from a long window over its steady
-// part. Where the two disagree on a note, the note's pitch is not steady enough to be a
-// reference (vibrato deeper than the note, a layered sample beating) and the note is left out.
+// It shares no code with the analysis. A long window over each note's steady part finds roughly
+// where the note lies (the SoundFont's samples are not tuned to the cent); each segment's pitch
+// is then the peak of a harmonic comb over its own samples near there, and its first partials,
+// each on its own peak, say how well one pitch describes the segment at all.
 
 std::vector<double> hannWindowed(const double *x, std::size_t n)
 {
@@ -383,9 +383,10 @@ double maximise(const Function &fn, double lo, double hi, double step, double to
     return 0.5 * (a + b);
 }
 
-// The pitch of a long steady stretch: each of the first harmonics located to a thousandth of a
-// hertz on its own spectral peak, combined weighted by power × number², the weighting under which
-// a least-squares fit of a harmonic series weighs them.
+// The pitch of a long steady stretch, where the segments' search starts: each of the first
+// harmonics on its own spectral peak, combined weighted by power × number² (as a least-squares
+// fit of a harmonic series weighs them). Vibrato smears the peaks, so this is good to a few
+// cents, not to the fraction the segments need.
 double notePitch(const std::vector<double> &x, double guessHz)
 {
     const std::vector<double> windowed = hannWindowed(x.data(), x.size());
