@@ -78,6 +78,13 @@ struct SegmentReference
     double spreadCents = 0.0;
 };
 
+// A segment wholly inside a note: its first sample and its truth.
+struct PlacedSegment
+{
+    std::size_t start = 0;
+    SegmentReference truth;
+};
+
 struct Note
 {
     double startSeconds = 0.0;
@@ -85,11 +92,8 @@ struct Note
     double pitchHz = 0.0;      // the centre pitch
     double vibratoCents = 0.0; // depth (peak)
     double vibratoPhase = 0.0; // radians at the start
-    // The segments wholly inside the note: first sample and true pitch (Hz) of each.
-    std::vector<std::size_t> starts;
-    std::vector<double> truthsHz;
-    std::vector<double> spreadsCents; // of each segment's reference
-    std::vector<double> segments;     // filled while scoring: signed error of each, cents
+    std::vector<PlacedSegment> placed;
+    std::vector<double> segments; // filled while scoring: signed error of each, cents
 };
 
 struct Sound
@@ -100,9 +104,8 @@ struct Sound
     std::vector<Note> notes;
     double lowestNote = 0.0;
     double highestNote = 0.0;
-    int droppedNotes = 0;    // renders' notes left without a reference
-    int droppedSegments = 0; // and segments of the notes kept
-    int keptSegments = 0;
+    int droppedNotes = 0;       // renders' notes left without a reference
+    int droppedSegments = 0;    // and segments of the notes kept
     bool heldToTargets = true;  // false: no single pitch to the cent (stretched partials)
     bool measuredTruth = false; // the truth is the offline reference, not the generator's
 };
@@ -151,12 +154,8 @@ void placeSegments(std::vector<Note> &notes, std::size_t sampleCount, const Segm
         const double from = static_cast<double>(start) / kSampleRate;
         const double to = from + s.segLength / kSampleRate;
         for (Note &note : notes)
-            if (from >= note.startSeconds + 0.02 && to <= note.endSeconds - 0.02) {
-                const SegmentReference truth = truthHz(note, start);
-                note.starts.push_back(start);
-                note.truthsHz.push_back(truth.pitchHz);
-                note.spreadsCents.push_back(truth.spreadCents);
-            }
+            if (from >= note.startSeconds + 0.02 && to <= note.endSeconds - 0.02)
+                note.placed.push_back({start, truthHz(note, start)});
     }
 }
 
@@ -518,28 +517,18 @@ bool renderInstrument(const std::string &name, int program, int lowKey, int high
                                           static_cast<std::size_t>(segmentation.segLength),
                                           note.pitchHz);
                   });
-    // The two references must agree on each note's mean.
     // The segments without a reference are left out, and the notes left with fewer than half.
     std::erase_if(sound.notes, [&sound](Note &note) {
-        const std::size_t before = note.starts.size();
-        std::size_t kept = 0;
-        for (std::size_t i = 0; i < before; i++)
-            if (note.spreadsCents[i] <= kReferenceSpread) {
-                note.starts[kept] = note.starts[i];
-                note.truthsHz[kept] = note.truthsHz[i];
-                note.spreadsCents[kept] = note.spreadsCents[i];
-                kept++;
-            }
-        note.starts.resize(kept);
-        note.truthsHz.resize(kept);
-        note.spreadsCents.resize(kept);
+        const std::size_t before = note.placed.size();
+        std::erase_if(note.placed, [](const PlacedSegment &segment) {
+            return segment.truth.spreadCents > kReferenceSpread;
+        });
+        const std::size_t kept = note.placed.size();
         const bool dropped = 2 * kept < before || kept == 0;
-        if (dropped) {
+        if (dropped)
             sound.droppedNotes++;
-        } else {
+        else
             sound.droppedSegments += static_cast<int>(before - kept);
-            sound.keptSegments += static_cast<int>(kept);
-        }
         return dropped;
     });
     return true;
@@ -570,8 +559,8 @@ void analyse(const Sound &sound, bool refined, Scores &scores)
     (void)refiner.setupWithNFrames(s.segLength, kSampleRate / s.segLength);
     std::vector<Note> notes = sound.notes;
     for (Note &note : notes)
-        for (std::size_t i = 0; i < note.starts.size(); i++) {
-            const double *samples = sound.samples.data() + note.starts[i];
+        for (const PlacedSegment &segment : note.placed) {
+            const double *samples = sound.samples.data() + segment.start;
             result.setupWithSamples(samples, fft, &peaks, 2, s.freqMin, s.freqMax, 0.9,
                                     PeakDataSetOC::kDbLimit);
             result.compute();
@@ -580,7 +569,7 @@ void analyse(const Sound &sound, bool refined, Scores &scores)
                 refiner.setSamples(samples);
                 f = refiner.refine(f, s.freqMin, s.freqMax);
             }
-            note.segments.push_back(f > 0.0 ? centsBetween(f, note.truthsHz[i]) : NAN);
+            note.segments.push_back(f > 0.0 ? centsBetween(f, segment.truth.pitchHz) : NAN);
         }
     auto &group = scores.byGroup[sound.group];
     group.insert(group.end(), notes.begin(), notes.end());
@@ -674,12 +663,12 @@ void printReferenceCheck(const std::vector<Sound> &sounds)
             continue;
         const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
         for (const Note &note : sound.notes)
-            for (std::size_t i = 0; i < note.starts.size(); i++) {
+            for (const PlacedSegment &segment : note.placed) {
                 const SegmentReference reference =
-                    segmentPitch(sound.samples.data() + note.starts[i],
+                    segmentPitch(sound.samples.data() + segment.start,
                                  static_cast<std::size_t>(s.segLength), note.pitchHz);
                 errors[sound.kind].push_back(
-                    std::abs(centsBetween(reference.pitchHz, note.truthsHz[i])));
+                    std::abs(centsBetween(reference.pitchHz, segment.truth.pitchHz)));
             }
     }
     std::printf("\nThe offline reference against the generated tones' truth, |cents|:\n");
@@ -801,12 +790,17 @@ int main(int argc, char **argv)
         std::printf("Left out where the first partials stray more than %.0f cents RMS from one "
                     "harmonic series (layers beating, vibrato through resonances):\n",
                     kReferenceSpread);
-        for (const Sound &sound : sounds)
-            if (sound.measuredTruth)
-                std::printf("  %-16s %3d of %3d notes, %4d of %4d segments of the rest\n",
-                            sound.group.c_str(), sound.droppedNotes,
-                            sound.droppedNotes + static_cast<int>(sound.notes.size()),
-                            sound.droppedSegments, sound.droppedSegments + sound.keptSegments);
+        for (const Sound &sound : sounds) {
+            if (!sound.measuredTruth)
+                continue;
+            int kept = 0;
+            for (const Note &note : sound.notes)
+                kept += static_cast<int>(note.placed.size());
+            std::printf("  %-16s %3d of %3d notes, %4d of %4d segments of the rest\n",
+                        sound.group.c_str(), sound.droppedNotes,
+                        sound.droppedNotes + static_cast<int>(sound.notes.size()),
+                        sound.droppedSegments, sound.droppedSegments + kept);
+        }
         printReferenceCheck(sounds);
     }
     return 0;
