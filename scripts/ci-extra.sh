@@ -3,6 +3,8 @@
 # evaluation, and the fuzz targets for a bounded time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# Cached compiles are shared between checkouts: paths inside the checkout are hashed relative.
+export CCACHE_BASEDIR="$PWD"
 
 cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUORVAL_WERROR=ON \
     -DQUORVAL_TESTS=OFF -DQUORVAL_BENCHMARKS=ON

@@ -9,7 +9,7 @@ packages=(
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good
     pulseaudio pulseaudio-utils xvfb xauth
     sox libsox-fmt-mp3 python3
-    desktop-file-utils appstream dpkg-dev
+    desktop-file-utils appstream dpkg-dev ccache
 )
 
 sudo_cmd=()

@@ -3,6 +3,8 @@
 # and runs every test. Usage: scripts/test.sh [ctest arguments...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
+# Cached compiles are shared between checkouts: paths inside the checkout are hashed relative.
+export CCACHE_BASEDIR="$PWD"
 
 bash scripts/setup.sh
 cmake -S . -B build/test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUORVAL_WERROR=ON \
