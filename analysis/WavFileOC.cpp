@@ -1,6 +1,7 @@
 #include "analysis/WavFileOC.h"
 
 #include "analysis/Check.h"
+#include "analysis/RegularFile.h"
 #include "analysis/VolumeResultOC.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include <filesystem>
 #include <limits>
 #include <random>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <system_error>
 #include <unistd.h>
@@ -144,7 +146,8 @@ std::int64_t WavFileOC::FileHandle::copyAt(std::int64_t offset, const FileHandle
 // ---- Set-up
 
 bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int newBytesPerSample,
-                                    int newMaxDataBytes, const std::optional<std::string> &path)
+                                    int newMaxDataBytes, const std::optional<std::string> &path,
+                                    Access access)
 {
     QUORVAL_CHECK(newSampleRate >= 1.0 && newSampleRate <= static_cast<double>(kInt32Max));
     QUORVAL_CHECK(newNChannels == 1 || newNChannels == 2);
@@ -154,7 +157,7 @@ bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int 
     nChannels = newNChannels;
     bytesPerSample = newBytesPerSample;
     maxDataBytes = newMaxDataBytes;
-    if (!createWavFileAtPath(path ? *path : createTempFilePath()))
+    if (!createWavFileAtPath(path ? *path : createTempFilePath(), access))
         return false;
 
     headerLength = kHeaderLength;
@@ -175,8 +178,10 @@ bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int 
     outputInt(static_cast<std::int32_t>(kData));
     outputInt(fileDataLength);
     QUORVAL_CHECK(headerCursor == kHeaderLength);
-    if (!writeHandle.writeAt(0, header, kHeaderLength))
+    if (!writeHandle.writeAt(0, header, kHeaderLength)) {
+        reason = reasonOf(errno);
         return false;
+    }
     verified = true;
     return true;
 }
@@ -184,11 +189,7 @@ bool WavFileOC::setupWithSampleRate(double newSampleRate, int newNChannels, int 
 bool WavFileOC::setupFromPath(const std::string &path)
 {
     filePath = path;
-    // Only a regular file counts: opening a pipe or a device could block or never end.
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(path, error))
-        return false;
-    if (!openHandles(false))
+    if (!openHandles(false, Access::ownerOnly))
         return false;
 
     unsigned char riff[20];
@@ -259,9 +260,10 @@ bool WavFileOC::setupFromPath(const std::string &path)
     return true;
 }
 
-bool WavFileOC::setupFromWavFile(const WavFileOC &source, const std::optional<std::string> &path)
+bool WavFileOC::setupFromWavFile(const WavFileOC &source, const std::optional<std::string> &path,
+                                 Access access)
 {
-    if (!createWavFileAtPath(path ? *path : createTempFilePath()))
+    if (!createWavFileAtPath(path ? *path : createTempFilePath(), access))
         return false;
     sampleRate = source.sampleRate;
     nChannels = source.nChannels;
@@ -300,20 +302,62 @@ std::string WavFileOC::createTempFilePath()
     return (directory / (uuid + ".wav")).string();
 }
 
-bool WavFileOC::createWavFileAtPath(const std::string &path)
+bool WavFileOC::createWavFileAtPath(const std::string &path, Access access)
 {
     filePath = path;
-    return openHandles(true);
+    return openHandles(true, access);
 }
 
-bool WavFileOC::openHandles(bool create)
+bool WavFileOC::copyPermissionsFrom(const std::string &path) const
 {
-    const int writeFlags = O_RDWR | O_CLOEXEC | (create ? O_CREAT | O_TRUNC : 0);
-    writeHandle = FileHandle(::open(filePath.c_str(), writeFlags, 0644));
-    if (create && !writeHandle.isOpen())
+    struct stat status
+    {
+    };
+    if (::stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode))
         return false;
-    readHandle = FileHandle(::open(filePath.c_str(), O_RDONLY | O_CLOEXEC));
-    return readHandle.isOpen();
+    return ::fchmod(writeHandle.descriptor(), status.st_mode & 0777) == 0;
+}
+
+bool WavFileOC::openHandles(bool create, Access access)
+{
+    reason.clear();
+    if (create) {
+        // The mode is given at creation, so the file is never readable by others for a moment.
+        const mode_t mode = access == Access::ownerOnly ? 0600 : 0666;
+        writeHandle =
+            FileHandle(::open(filePath.c_str(), O_RDWR | O_CLOEXEC | O_CREAT | O_TRUNC, mode));
+        if (!writeHandle.isOpen()) {
+            reason = reasonOf(errno);
+            return false;
+        }
+        // A file of that name made earlier keeps its mode through O_TRUNC.
+        if (access == Access::ownerOnly && ::fchmod(writeHandle.descriptor(), mode) != 0) {
+            reason = reasonOf(errno);
+            return false;
+        }
+        readHandle = FileHandle(::open(filePath.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!readHandle.isOpen())
+            reason = reasonOf(errno);
+        return readHandle.isOpen();
+    }
+    // Only a regular file is read: a FIFO or a device could block or never end.
+    readHandle = FileHandle(openRegularFile(filePath, O_RDONLY, reason));
+    if (!readHandle.isOpen())
+        return false;
+    // A file the user may only read still opens; every write to it then fails.
+    std::string ignored;
+    writeHandle = FileHandle(openRegularFile(filePath, O_RDWR, ignored));
+    struct stat read
+    {
+    };
+    struct stat written
+    {
+    };
+    if (writeHandle.isOpen() && (::fstat(readHandle.descriptor(), &read) != 0 ||
+                                 ::fstat(writeHandle.descriptor(), &written) != 0 ||
+                                 read.st_ino != written.st_ino || read.st_dev != written.st_dev))
+        writeHandle = FileHandle();
+    return true;
 }
 
 void WavFileOC::outputInt(std::int32_t value)

@@ -31,6 +31,15 @@ class VolumeResultOC;
 class WavFileOC
 {
 public:
+    // Who may read a file this object creates. Working files and recordings hold what the user
+    // played: nobody else reads them. A file written for the user gets what the umask allows,
+    // like any file the user makes.
+    enum class Access
+    {
+        ownerOnly,     // 0600
+        asUmaskAllows, // 0666 less the umask
+    };
+
     // Chunk identifiers as little-endian 32-bit words.
     static constexpr std::uint32_t kRiff = 0x46464952;
     static constexpr std::uint32_t kWave = 0x45564157;
@@ -51,31 +60,44 @@ public:
     // Makes a new, empty WAV file at path (a temporary path when none is given) and writes its
     // 44-byte header. sampleRate in Hz (1 .. 2^31 - 1), nChannels 1 or 2, bytesPerSample 1 or
     // 2, maxDataBytes ≥ 0 the ring capacity; other values are broken invariants. False when the
-    // file cannot be created or the header cannot be written.
+    // file cannot be created or the header cannot be written (failureReason() says why).
     [[nodiscard]] bool setupWithSampleRate(double sampleRate, int nChannels, int bytesPerSample,
                                            int maxDataBytes,
-                                           const std::optional<std::string> &path = std::nullopt);
+                                           const std::optional<std::string> &path = std::nullopt,
+                                           Access access = Access::ownerOnly);
 
-    // Opens an existing WAV file (a regular file) and checks its header. A format body shorter
-    // than 16 bytes is accepted at once without reading any format, so that a caller finding the
-    // object unverified (every format field 0) hands the file to a decoder instead of refusing it.
-    // A file that can be read but not written opens, and every write to it fails. The checks do not
-    // bound bits per sample from below: 0 bits (block align < channels) passes as 8-bit, negative
-    // bits as a format that reads as silence.
+    // Opens an existing WAV file and checks its header. Anything but a regular file is refused
+    // without blocking (failureReason() says "not a regular file", or why it cannot be opened). A
+    // format body shorter than 16 bytes is accepted at once without reading any format, so that a
+    // caller finding the object unverified (every format field 0) hands the file to a decoder
+    // instead of refusing it. A file that can be read but not written opens, and every write to it
+    // fails. The checks do not bound bits per sample from below: 0 bits (block align < channels)
+    // passes as 8-bit, negative bits as a format that reads as silence.
     [[nodiscard]] bool setupFromPath(const std::string &path);
 
     // Makes a new file (at path, or at a temporary path) that is to become a copy of source and
     // takes source's format fields; writes nothing. Follow with copyHeadersFromWavFile and
     // copyDataFromWavFile.
     [[nodiscard]] bool setupFromWavFile(const WavFileOC &source,
-                                        const std::optional<std::string> &path);
+                                        const std::optional<std::string> &path,
+                                        Access access = Access::ownerOnly);
 
     // "<system temporary directory>/<random UUID>.wav"; the directory is TMPDIR or /tmp.
     [[nodiscard]] static std::string createTempFilePath();
 
     // Stores path, creates an empty file there (replacing one of that name) and opens the
     // handles on it.
-    [[nodiscard]] bool createWavFileAtPath(const std::string &path);
+    [[nodiscard]] bool createWavFileAtPath(const std::string &path,
+                                           Access access = Access::ownerOnly);
+
+    // Gives the file this object created the permission bits of the regular file at path (the
+    // file it is about to replace). False when path is no regular file or they cannot be set.
+    [[nodiscard]] bool copyPermissionsFrom(const std::string &path) const;
+
+    // Why the last set-up failed, in a few lower-case words for the user ("the disk is full", "not
+    // a regular file (a FIFO)"); empty when the file was refused for its contents. disk", "not a
+    // regular file (a FIFO)"); empty when the file was refused for its contents.
+    [[nodiscard]] const std::string &failureReason() const { return reason; }
 
     // Little-endian field readers: 32-bit unsigned, and 16-bit signed widened with its sign.
     [[nodiscard]] static std::uint32_t inputLong(const unsigned char *bytes, int byteOffset);
@@ -152,6 +174,7 @@ private:
         ~FileHandle();
 
         [[nodiscard]] bool isOpen() const { return fd >= 0; }
+        [[nodiscard]] int descriptor() const { return fd; }
         // Reads up to count bytes at offset; the bytes read (fewer at the end of the file), or
         // -1 on an error.
         [[nodiscard]] std::int64_t readAt(std::int64_t offset, unsigned char *bytes,
@@ -169,7 +192,7 @@ private:
         int fd = -1;
     };
 
-    [[nodiscard]] bool openHandles(bool create);
+    [[nodiscard]] bool openHandles(bool create, Access access);
     void outputInt(std::int32_t value);
     void outputShort(std::int16_t value);
     [[nodiscard]] bool usableFormat() const;
@@ -189,6 +212,7 @@ private:
     int bytesPerSample = 0;
     bool verified = false;
     std::string filePath;
+    std::string reason; // why the last set-up failed
     int headerLength = 0;
     int fileDataLength = 0;
     int maxDataBytes = 0;

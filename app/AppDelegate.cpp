@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include "analysis/Check.h"
+#include "analysis/RegularFile.h"
 #include "analysis/WavFileOC.h"
 #include "app/MainView.h"
 #include "app/MainViewController.h"
@@ -22,6 +23,7 @@
 
 #include <QAction>
 #include <QCloseEvent>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
@@ -41,10 +43,12 @@
 #include <QTimer>
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
+#include <unistd.h>
 
 namespace quorval {
 
@@ -295,24 +299,32 @@ bool AppDelegate::applicationDidFinishLaunching()
 
 bool AppDelegate::offerRecoveries()
 {
-    for (const std::string &found : WorkingFiles::orphanedRecordings()) {
+    const std::vector<std::string> orphans = WorkingFiles::orphanedRecordings();
+    const int offers = std::min<int>(kRecoveryOffers, static_cast<int>(orphans.size()));
+    for (int i = 0; i < offers; ++i) {
+        const std::string &found = orphans[static_cast<std::size_t>(i)];
         const QString path = QFile::decodeName(found.c_str());
         const QFileInfo info(path);
         // Recordings are made in the recorder's format behind a 44-byte header.
         const double seconds =
             static_cast<double>(std::max<qint64>(0, info.size() - 44)) /
             (Recorder::sampleRate * Recorder::nChannels * (Recorder::bitDepth / 8.0));
-        const QString text =
+        QString text =
             tr("Quorval ended before a recording was saved: %1 of sound, recorded until %2.\n\n"
                "Recover it to save it now, discard it for good, or decide later (it is kept "
                "and offered again at the next start).")
                 .arg(timeText(seconds),
                      QLocale().toString(info.lastModified(), QLocale::ShortFormat));
+        if (orphans.size() > 1)
+            text += tr("\n\nThis is %1 of %2 recordings kept.").arg(i + 1).arg(orphans.size());
         const AskViewController::Answer answer = AskViewController::ask(
             window, tr("Recover Recording"), text, {.no = true, .cancel = true}, QString(),
             {tr("Recover"), tr("Discard"), tr("Later")});
         if (answer == AskViewController::Answer::no) {
-            QFile::remove(path);
+            if (::unlink(found.c_str()) != 0)
+                AskViewController::message(window, QString(),
+                                           tr("Can't discard the recording %1: %2")
+                                               .arg(path, QString::fromStdString(reasonOf(errno))));
             continue;
         }
         if (answer == AskViewController::Answer::cancel)
@@ -336,9 +348,23 @@ void AppDelegate::showMusic(std::shared_ptr<MusicStream> music)
 {
     if (!music)
         return;
+    forgetDiscardedSound();
     mainViewController->setMusicStream(std::move(music));
     refreshMenus();
     refreshStatus();
+}
+
+void AppDelegate::forgetDiscardedSound()
+{
+    const std::shared_ptr<WavStream> discarded = std::exchange(discardedStream, {}).lock();
+    if (!discarded || discarded != mainViewController->wavStream())
+        return;
+    // Unmodified, its working file goes with it; a recovered take's crash copy goes now.
+    discarded->modified = false;
+    if (recoveredFrom && recoveredStream.lock() == discarded) {
+        QFile::remove(*std::exchange(recoveredFrom, std::nullopt));
+        recoveredStream.reset();
+    }
 }
 
 void AppDelegate::newFileMenuItemSelected()
@@ -451,13 +477,17 @@ void AppDelegate::exportSelectionMenuItemSelected()
     wav->waitForCopy();
     const std::string target = QFile::encodeName(*path).toStdString();
     const std::string partial = target + ".partial";
+    // A file replaced keeps who may read it; a new one gets what the umask allows.
+    const bool replacing = QFileInfo(*path).isFile();
     const bool written = Quorval::dataQueue().sync([&] {
         const std::int64_t bytes = (frames->second - frames->first) * wav->bytesPerFrame;
         if (bytes > std::numeric_limits<std::int32_t>::max())
             return false;
         WavFileOC out;
         if (!out.setupWithSampleRate(wav->sampleRate(), wav->nChannels(), wav->bytesPerSample(),
-                                     static_cast<int>(bytes), partial))
+                                     static_cast<int>(bytes), partial,
+                                     replacing ? WavFileOC::Access::ownerOnly
+                                               : WavFileOC::Access::asUmaskAllows))
             return false;
         // The working file is a ring: a stretch may run over its end to its start.
         int from = wav->byteLocOf(frames->first);
@@ -474,7 +504,8 @@ void AppDelegate::exportSelectionMenuItemSelected()
             from += copied;
             to += copied;
         }
-        return out.finalizeWithByteSize(static_cast<int>(bytes));
+        return out.finalizeWithByteSize(static_cast<int>(bytes)) &&
+               (!replacing || out.copyPermissionsFrom(target));
     });
     if (!written || std::rename(partial.c_str(), target.c_str()) != 0) {
         std::remove(partial.c_str());
@@ -503,6 +534,7 @@ QString AppDelegate::soundName() const
 bool AppDelegate::shouldDiscardModifiedSound()
 {
     const std::shared_ptr<WavStream> wav = mainViewController->wavStream();
+    discardedStream.reset();
     if (!parameters.checkForModifiedFiles.value() || !wav || !wav->modified)
         return true;
     const AskViewController::Answer answer = AskViewController::ask(
@@ -515,6 +547,9 @@ bool AppDelegate::shouldDiscardModifiedSound()
         // A save that failed or was cancelled keeps the sound.
         return !wav->modified;
     case AskViewController::Answer::no:
+        // Removed only once another sound takes its place (or the window closes): the command
+        // may still fail and leave it shown.
+        discardedStream = wav;
         return true;
     case AskViewController::Answer::cancel:
         return false;
@@ -524,7 +559,19 @@ bool AppDelegate::shouldDiscardModifiedSound()
 
 bool AppDelegate::applicationShouldTerminate()
 {
-    return mainViewController->windowShouldClose();
+    if (!mainViewController->windowShouldClose())
+        return false;
+    forgetDiscardedSound();
+    return true;
+}
+
+void AppDelegate::terminateWithoutAsking()
+{
+    mainViewController->stopTransport();
+    cancelDeviations();
+    windowSettings().setValue(QLatin1String(kGeometryKey), window->saveGeometry());
+    // Every event loop ends, a dialog's included: nobody is there to answer it.
+    QCoreApplication::exit(0);
 }
 
 bool AppDelegate::eventFilter(QObject *watched, QEvent *event)

@@ -101,6 +101,13 @@ public:
     bool shouldDiscardModifiedSound();
     // The modified-sound check before quitting; true when the application may terminate.
     bool applicationShouldTerminate();
+    // Ends the application without asking, as the session does at logout (SIGTERM, SIGHUP,
+    // SIGINT): the transport stops, a take with sound is kept for recovery at the next start,
+    // and what holds nothing of the user's goes as at Quit.
+    void terminateWithoutAsking();
+
+    // Recoveries offered at one start at most; the rest wait for a later start.
+    static constexpr int kRecoveryOffers = 3;
 
     // Enabled states, preset checks, developer mode and the view type's check mark.
     void refreshMenus();
@@ -115,6 +122,8 @@ public:
     // The crash copy of the recovered recording shown, removed when it is saved.
     std::optional<QString> recoveredFrom;
     std::weak_ptr<WavStream> recoveredStream;
+    // The sound the user chose not to save ("No"): gone for good once replaced.
+    std::weak_ptr<WavStream> discardedStream;
     bool deviationsCanceled = false;
 
     QMainWindow *window;
@@ -167,8 +176,10 @@ private:
     void forgetRecentFile(const QString &path);
     // Shows stream in the window (null keeps the old one).
     void showMusic(std::shared_ptr<MusicStream> music);
-    // Offers each recording a crash left unsaved: recover (then nothing else opens), discard
-    // or later. True when one was recovered.
+    // Lets the sound the user chose not to save go for good, if it is still the one shown.
+    void forgetDiscardedSound();
+    // Offers each recording a crash left unsaved (kRecoveryOffers at most): recover (then
+    // nothing else opens), discard or later. True when one was recovered.
     bool offerRecoveries();
     bool saveTo(const std::optional<QString> &path);
     // The selection on the time axis, in frames; nothing without one.

@@ -10,12 +10,17 @@
 
 #include <QApplication>
 #include <QMainWindow>
+#include <QSocketNotifier>
 #include <QTimer>
 
+#include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <optional>
+#include <unistd.h>
 
 namespace {
 
@@ -57,6 +62,46 @@ void closeAfterPicture(quorval::AppDelegate &delegate, const QString &path)
         delegate.window->close();
     });
     timer->start();
+}
+
+// The write end of the pipe the ending signals are handed over through.
+int signalPipeInput = -1;
+
+void onEndingSignal(int)
+{
+    const int savedErrno = errno;
+    const char byte = 1;
+    // Non-blocking: a full pipe already holds a wake-up.
+    (void)!::write(signalPipeInput, &byte, 1);
+    errno = savedErrno;
+}
+
+// The session ends the program with SIGTERM or SIGHUP (logout, a closed terminal), a terminal
+// with SIGINT: each closes the window as Quit does, without asking, since nobody is there to
+// answer. The handler only writes to a pipe; the event loop reads it and does the work.
+void closeOnEndingSignals(quorval::AppDelegate &delegate)
+{
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+        std::perror("quorval: pipe2");
+        return;
+    }
+    signalPipeInput = ends[1];
+    auto *notifier = new QSocketNotifier(ends[0], QSocketNotifier::Read, &delegate);
+    QObject::connect(notifier, &QSocketNotifier::activated, &delegate, [&delegate, ends] {
+        char bytes[16];
+        while (::read(ends[0], bytes, sizeof bytes) > 0) {
+        }
+        delegate.terminateWithoutAsking();
+    });
+    struct sigaction action
+    {
+    };
+    action.sa_handler = onEndingSignal;
+    ::sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (const int signal : {SIGTERM, SIGHUP, SIGINT})
+        (void)::sigaction(signal, &action, nullptr);
 }
 
 } // namespace
@@ -104,6 +149,7 @@ int main(int argc, char **argv)
     {
         quorval::AppDelegate delegate(quorval::Parameters::shared());
         quorval::Document document(delegate);
+        closeOnEndingSignals(delegate);
         if (!arguments.picture)
             (void)document.listen();
         if (!arguments.files.isEmpty())

@@ -1,6 +1,7 @@
 #include "streams/WavStream.h"
 
 #include "analysis/Check.h"
+#include "analysis/RegularFile.h"
 #include "options/Messages.h"
 #include "options/Parameters.h"
 #include "options/SaveTarget.h"
@@ -18,11 +19,13 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <limits>
 #include <mutex>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace quorval {
 
@@ -83,14 +86,21 @@ struct DataExtent
 };
 std::optional<DataExtent> riffDataExtent(const std::string &path)
 {
-    std::error_code error;
-    const std::uintmax_t fileSize = std::filesystem::file_size(path, error);
-    if (error)
+    std::string why;
+    const int fd = openRegularFile(path, O_RDONLY, why);
+    if (fd < 0)
         return std::nullopt;
-    std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(std::fopen(path.c_str(), "rb"),
-                                                          std::fclose);
-    if (!file)
+    std::unique_ptr<std::FILE, int (*)(std::FILE *)> file(::fdopen(fd, "rb"), std::fclose);
+    if (!file) {
+        ::close(fd);
         return std::nullopt;
+    }
+    struct stat status
+    {
+    };
+    if (::fstat(fd, &status) != 0)
+        return std::nullopt;
+    const auto fileSize = static_cast<std::uint64_t>(status.st_size);
     const auto word = [](const unsigned char *b) {
         return std::uint32_t{b[0]} | std::uint32_t{b[1]} << 8 | std::uint32_t{b[2]} << 16 |
                std::uint32_t{b[3]} << 24;
@@ -159,7 +169,8 @@ WavStream::~WavStream()
     // A recording never saved is left behind, so that nothing recorded is lost.
     // The last reference can drop on the calculation's path: closing and removing a long copy
     // there would delay the next sound's first results.
-    if ((!isSetup || !modified) && fileURL != "/")
+    // A take with nothing in it is nothing to recover either.
+    if ((!isSetup || !modified || maxIndex_D == 0) && fileURL != "/")
         WorkingFiles::removeInBackground(
             fileURL,
             [file = std::shared_ptr<WavFileOC>(std::move(wavFile))]() mutable { file.reset(); });
@@ -173,12 +184,24 @@ std::shared_ptr<WavStream> WavStream::createForRecording(int channels, int bytes
     stream->fileTitle = "New File";
     stream->maxFrames = frameLimit(sampleRate, stream->bytesPerFrame);
     const std::int64_t maxBytes = stream->maxFrames * stream->bytesPerFrame;
-    // Named as a recording's, so that it is never taken for scratch and can be recovered.
+    // Named as a recording's, so that it is never taken for scratch and can be recovered. A
+    // file the user named is the user's to share; a working file is not.
+    const std::string filePath =
+        path ? *path : WorkingFiles::newPath(WorkingFiles::Kind::recording);
     stream->isSetup = stream->wavFile->setupWithSampleRate(
-        sampleRate, channels, bytesPerSample, static_cast<int>(maxBytes),
-        path ? *path : WorkingFiles::newPath(WorkingFiles::Kind::recording));
+        sampleRate, channels, bytesPerSample, static_cast<int>(maxBytes), filePath,
+        path ? WavFileOC::Access::asUmaskAllows : WavFileOC::Access::ownerOnly);
     if (!stream->isSetup) {
-        showMessage("", "Can't create .wav file -- internal error");
+        // What a failed creation left (an empty file on a full disk) is no take to offer.
+        if (!path)
+            (void)::unlink(filePath.c_str());
+        const std::string &why = stream->wavFile->failureReason();
+        const std::string folder = std::filesystem::path(filePath).parent_path().string();
+        showMessage("", QStringLiteral("Can't create .wav file -- internal error") +
+                            (why.empty() ? QString()
+                                         : QStringLiteral(": %1, in the folder %2")
+                                               .arg(QString::fromStdString(why),
+                                                    QFile::decodeName(folder.c_str()))));
         return nullptr;
     }
     stream->fileURL = stream->wavFile->getFilePath();
@@ -190,7 +213,14 @@ std::shared_ptr<WavStream> WavStream::createFromFile(const std::string &path)
 {
     auto source = std::make_unique<WavFileOC>();
     std::shared_ptr<WavStream> stream;
-    if (source->setupFromPath(path) && source->isVerified()) {
+    const bool opened = source->setupFromPath(path);
+    // No decoder reads what cannot be opened, or what is no regular file.
+    if (!opened && !source->failureReason().empty()) {
+        showMessage("", QStringLiteral("Can't read sound file: ") +
+                            QString::fromStdString(source->failureReason()));
+        return nullptr;
+    }
+    if (opened && source->isVerified()) {
         if (rateRefused(source->getSampleRate()))
             return nullptr;
         stream = openWav(std::move(source), path);
@@ -372,7 +402,11 @@ std::shared_ptr<WavStream> WavStream::importWithSndfile(const std::string &path,
 {
     const FileStamp stamp = stampOf(path);
     SF_INFO info{};
-    SNDFILE *opened = sf_open(path.c_str(), SFM_READ, &info);
+    std::string why;
+    const int fd = openRegularFile(path, O_RDONLY, why);
+    if (fd < 0)
+        return nullptr;
+    SNDFILE *opened = sf_open_fd(fd, SFM_READ, &info, SF_TRUE);
     if (!opened)
         return nullptr;
     std::shared_ptr<SNDFILE> file(opened, sf_close);
@@ -514,10 +548,16 @@ std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
     if (error)
         return std::nullopt;
     const std::string partPath = (partFolder / partName).string();
+    // A file replaced keeps who may read it; a new one gets what the umask allows. The part file
+    // is the owner's alone until then.
+    const bool replacing = kind == SaveTarget::replace && std::filesystem::exists(target, error);
+    const auto access = kind == SaveTarget::replace && !replacing ? WavFileOC::Access::asUmaskAllows
+                                                                  : WavFileOC::Access::ownerOnly;
     const std::optional<std::int64_t> written =
         Quorval::dataQueue().sync([&]() -> std::optional<std::int64_t> {
             WavFileOC out;
-            if (!out.setupFromWavFile(*wavFile, partPath) || !out.copyHeadersFromWavFile(*wavFile))
+            if (!out.setupFromWavFile(*wavFile, partPath, access) ||
+                !out.copyHeadersFromWavFile(*wavFile))
                 return std::nullopt;
             const std::int64_t first = minIndex_D;
             const std::int64_t frames = maxIndex_D - minIndex_D;
@@ -542,6 +582,8 @@ std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
             // length: its RIFF size may count chunks after the data that were not copied.
             if (!out.finalizeWithByteSize(static_cast<int>(totalBytes) + 1) ||
                 !out.finalizeWithByteSize(static_cast<int>(totalBytes)))
+                return std::nullopt;
+            if (replacing && !out.copyPermissionsFrom(target.string()))
                 return std::nullopt;
             return maxIndex_D;
         });

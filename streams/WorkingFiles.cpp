@@ -1,5 +1,8 @@
 #include "streams/WorkingFiles.h"
 
+#include "analysis/RegularFile.h"
+#include "analysis/WavFileOC.h"
+
 #include <QUuid>
 
 #include <algorithm>
@@ -9,9 +12,13 @@
 #include <csignal>
 #include <cstring>
 #include <deque>
+#include <dirent.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <system_error>
 #include <thread>
@@ -53,6 +60,77 @@ long ownerOf(const std::string &name, const char *prefix)
     for (; i < name.size() && name[i] >= '0' && name[i] <= '9' && pid < (1L << 40); ++i)
         pid = pid * 10 + (name[i] - '0');
     return i > length && i < name.size() && name[i] == '-' ? pid : -1;
+}
+
+// Exactly a name newPath() gives: "<prefix><pid>-<uuid>.wav", the uuid in QUuid's text without
+// braces (8-4-4-4-12 lower-case hex digits).
+bool isWorkingName(const std::string &name, const char *prefix)
+{
+    if (ownerOf(name, prefix) < 0)
+        return false;
+    const std::size_t dash = name.find('-', std::strlen(prefix));
+    const std::string rest = name.substr(dash + 1);
+    constexpr std::size_t kUuidChars = 36;
+    if (rest.size() != kUuidChars + 4 || rest.compare(kUuidChars, 4, ".wav") != 0)
+        return false;
+    for (std::size_t i = 0; i < kUuidChars; ++i) {
+        const char c = rest[i];
+        const bool wanted = i == 8 || i == 13 || i == 18 || i == 23
+                                ? c == '-'
+                                : (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f');
+        if (!wanted)
+            return false;
+    }
+    return true;
+}
+
+// Removes an options folder of this user: its regular files of this user (a run makes no
+// folders or links in it), then the folder, which stays when anything else is left in it.
+bool removeOptionsFolder(int parentFd, const std::string &name, uid_t self)
+{
+    const int fd =
+        ::openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    if (DIR *listing = ::fdopendir(fd)) {
+        while (const dirent *item = ::readdir(listing)) {
+            struct stat status
+            {
+            };
+            if (::fstatat(fd, item->d_name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISREG(status.st_mode) && status.st_uid == self)
+                (void)::unlinkat(fd, item->d_name, 0);
+        }
+        ::closedir(listing);
+    } else {
+        ::close(fd);
+    }
+    return ::unlinkat(parentFd, name.c_str(), AT_REMOVEDIR) == 0;
+}
+
+// The modification time (ns) of a recording worth offering at path: a regular file of this
+// user, reached without following a link, holding at least one frame after its header.
+std::optional<std::int64_t> recordingWithSound(const std::string &path)
+{
+    std::string why;
+    const int fd = openRegularFile(path, O_RDONLY | O_NOFOLLOW, why);
+    if (fd < 0)
+        return std::nullopt;
+    struct stat status
+    {
+    };
+    unsigned char header[WavFileOC::kHeaderLength];
+    const bool read = ::fstat(fd, &status) == 0 &&
+                      ::pread(fd, header, sizeof header, 0) == static_cast<ssize_t>(sizeof header);
+    ::close(fd);
+    if (!read || status.st_uid != ::geteuid() || status.st_size <= WavFileOC::kHeaderLength)
+        return std::nullopt;
+    // The recorder keeps the header's data size current: 0 means nothing was recorded.
+    if (WavFileOC::inputLong(header, 0) != WavFileOC::kRiff ||
+        WavFileOC::inputLong(header, 8) != WavFileOC::kWave ||
+        WavFileOC::inputLong(header, WavFileOC::kHeaderLength - 4) == 0)
+        return std::nullopt;
+    return std::int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec;
 }
 
 std::string prefixFor(WorkingFiles::Kind kind)
@@ -249,30 +327,45 @@ void WorkingFiles::removeTrackedNow() noexcept
 int WorkingFiles::removeStale()
 {
     int removed = 0;
+    const uid_t self = ::geteuid();
+    const int folderFd = ::open(folder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folderFd < 0)
+        return 0;
     std::error_code error;
     for (const auto &entry : std::filesystem::directory_iterator(folder(), error)) {
         const std::string name = entry.path().filename().string();
-        const bool isCopy = ownerOf(name, kCopyPrefix) >= 0 && entry.path().extension() == ".wav";
+        const bool isCopy = isWorkingName(name, kCopyPrefix);
         const long owner = isCopy ? ownerOf(name, kCopyPrefix) : ownerOf(name, kOptionsPrefix);
         if (owner < 0 || !processIsGone(owner))
             continue;
-        std::error_code ignored;
-        if (std::filesystem::remove_all(entry.path(), ignored) > 0)
+        // Only what this user made, as it was made: never another user's entry named like ours
+        // (run as root, this one could remove it), never a link or what it points to.
+        struct stat status
+        {
+        };
+        if (::fstatat(folderFd, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+            status.st_uid != self)
+            continue;
+        if (isCopy && S_ISREG(status.st_mode) && ::unlinkat(folderFd, name.c_str(), 0) == 0)
+            ++removed;
+        else if (!isCopy && S_ISDIR(status.st_mode) && removeOptionsFolder(folderFd, name, self))
             ++removed;
     }
+    ::close(folderFd);
     return removed;
 }
 
 std::vector<std::string> WorkingFiles::orphanedRecordings()
 {
-    std::vector<std::pair<std::filesystem::file_time_type, std::string>> found;
+    std::vector<std::pair<std::int64_t, std::string>> found;
     std::error_code error;
     for (const auto &entry : std::filesystem::directory_iterator(folder(), error)) {
         const std::string name = entry.path().filename().string();
-        if (!processIsGone(ownerOf(name, kRecordingPrefix)))
+        if (!isWorkingName(name, kRecordingPrefix) ||
+            !processIsGone(ownerOf(name, kRecordingPrefix)))
             continue;
-        std::error_code ignored;
-        found.emplace_back(entry.last_write_time(ignored), entry.path().string());
+        if (const std::optional<std::int64_t> modified = recordingWithSound(entry.path().string()))
+            found.emplace_back(*modified, entry.path().string());
     }
     std::sort(found.begin(), found.end());
     std::vector<std::string> paths;

@@ -56,10 +56,14 @@ public:
     [[nodiscard]] static int pendingRemovals();
 
     // Removes the scratch (copies and options folders) of processes that are gone; answers how
-    // many entries were removed. Recordings are never touched.
+    // many entries were removed. Only this user's own entries go, as this program makes them (a
+    // copy is a regular file, an options folder holds regular files): other users' entries,
+    // links and folders named like copies stay, even when run as root. Recordings are never
+    // touched.
     static int removeStale();
     // Recordings left by processes that are gone, oldest first: what the window offers to
-    // recover.
+    // recover. Only files named exactly as newPath() names them, regular files of this user
+    // (a link is not followed) with at least one frame recorded.
     [[nodiscard]] static std::vector<std::string> orphanedRecordings();
 
     // The temporary folder used.

@@ -20,6 +20,7 @@
 #include <QSignalSpy>
 #include <QTabWidget>
 #include <QToolButton>
+#include <QUuid>
 
 #include <cmath>
 #include <csignal>
@@ -405,11 +406,11 @@ TEST_F(WindowTest, optionsDialogListsTheInputsTheServerOffers)
 TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)
 {
     // A recording whose process is gone: the demo stands in for it (16-bit mono at 44100 Hz).
-    const auto leaveOrphan = [](const QString &name) {
+    const auto leaveOrphan = [] {
         const QString path = QString::fromStdString(WorkingFiles::folder()) +
                              QStringLiteral("/quorval-recording-%1-%2.wav")
                                  .arg(testsignals::endedProcess())
-                                 .arg(name);
+                                 .arg(QUuid::createUuid().toString(QUuid::WithoutBraces));
         EXPECT_TRUE(QFile::copy(QStringLiteral(QUORVAL_DEMO_WAV), path));
         return path;
     };
@@ -439,10 +440,12 @@ TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)
         ::kill(static_cast<pid_t>(owner), SIGKILL);
         recording.waitForFinished();
         orphan = QString::fromStdString(WorkingFiles::folder()) +
-                 QStringLiteral("/quorval-recording-%1-a.wav").arg(owner);
+                 QStringLiteral("/quorval-recording-%1-%2.wav")
+                     .arg(owner)
+                     .arg(QUuid::createUuid().toString(QUuid::WithoutBraces));
         ASSERT_TRUE(QFile::rename(cut, orphan));
     } else {
-        orphan = leaveOrphan(QStringLiteral("a"));
+        orphan = leaveOrphan();
     }
 
     // Later: kept, and the file asked for opens as usual.
@@ -480,11 +483,66 @@ TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)
     EXPECT_FALSE(QFileInfo::exists(orphan));
 
     // Discard: gone for good; nothing left to offer at the next start.
-    const QString another = leaveOrphan(QStringLiteral("b"));
+    const QString another = leaveOrphan();
     relaunch({AskViewController::Answer::no});
     EXPECT_FALSE(QFileInfo::exists(another));
     relaunch({});
     EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
+
+    // Many at once are not many questions at each start: a few, each saying how many wait.
+    QStringList many;
+    for (int i = 0; i < 10; ++i)
+        many.append(leaveOrphan());
+    relaunch(std::deque<AskViewController::Answer>(10, AskViewController::Answer::cancel));
+    ASSERT_EQ(dialogs.size(), AppDelegate::kRecoveryOffers);
+    EXPECT_TRUE(dialogs[0].contains(QStringLiteral("1 of 10 recordings")))
+        << dialogs[0].toStdString();
+    for (const QString &path : many)
+        EXPECT_TRUE(QFile::remove(path)) << path.toStdString();
+}
+
+TEST_F(WindowTest, aTakeTheUserDiscardsIsGoneAtOnceAndAnEmptyOneIsNeverKept)
+{
+    // A take with sound in it, as the recorder appends it.
+    const auto recordTake = [this] {
+        delegate->newFileMenuItemSelected();
+        const std::shared_ptr<WavStream> take = controller->wavStream();
+        EXPECT_TRUE(take && take->appendSamples(std::vector<std::int16_t>(4410, 1000)));
+        return take ? QFile::decodeName(take->fileURL.c_str()) : QString();
+    };
+    const auto gone = [](const QString &path) {
+        return QTest::qWaitFor([&path] { return !QFileInfo::exists(path); }, 10000);
+    };
+
+    // "No" before New, and before Open: removed as soon as another sound takes its place.
+    QString take = recordTake();
+    ASSERT_TRUE(QFileInfo::exists(take));
+    answers = {AskViewController::Answer::no};
+    delegate->newFileMenuItemSelected();
+    EXPECT_TRUE(gone(take)) << take.toStdString();
+    take = recordTake();
+    answers = {AskViewController::Answer::no};
+    openPath = demoPath;
+    delegate->openFileMenuItemSelected();
+    EXPECT_TRUE(gone(take)) << take.toStdString();
+
+    // "Cancel" keeps it, shown and on disk.
+    take = recordTake();
+    answers = {AskViewController::Answer::cancel};
+    delegate->newFileMenuItemSelected();
+    EXPECT_EQ(QFile::decodeName(controller->wavStream()->fileURL.c_str()), take);
+    EXPECT_TRUE(QFileInfo::exists(take));
+
+    // A new recording with nothing in it goes when replaced, even once marked as changed.
+    answers = {AskViewController::Answer::no};
+    delegate->newFileMenuItemSelected();
+    std::shared_ptr<WavStream> empty = controller->wavStream();
+    ASSERT_TRUE(empty);
+    const QString emptyPath = QFile::decodeName(empty->fileURL.c_str());
+    empty->modified = true;
+    empty.reset();
+    ASSERT_TRUE(delegate->openFile(demoPath));
+    EXPECT_TRUE(gone(emptyPath)) << emptyPath.toStdString();
 }
 
 } // namespace

@@ -470,9 +470,11 @@ TEST_F(QuorvalCli, leavesNoWorkingFilesWhenStoppedOrCutOff)
     }
 
     // What a run killed outright left is removed by the next, but never a recording.
-    const QString stale = QStringLiteral("quorval-copy-%1-x.wav").arg(testsignals::endedProcess());
+    const QString stale = QStringLiteral("quorval-copy-%1-0b5c3f1e-8d2a-4c6b-9e7f-1a2b3c4d5e6f.wav")
+                              .arg(testsignals::endedProcess());
     const QString recording =
-        QStringLiteral("quorval-recording-%1-y.wav").arg(testsignals::endedProcess());
+        QStringLiteral("quorval-recording-%1-0b5c3f1e-8d2a-4c6b-9e7f-1a2b3c4d5e6f.wav")
+            .arg(testsignals::endedProcess());
     writeFile("tmp/" + stale, "RIFF");
     writeFile("tmp/" + recording, "RIFF");
     EXPECT_EQ(run({"info", sound}).status, 0);

@@ -12,13 +12,17 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace quorval {
 namespace {
@@ -235,7 +239,7 @@ TEST(WavStream, importsWhatTheWavReaderRefusesAsMono16Bit)
     }
 }
 
-TEST(WavStream, whatNothingCanReadIsRefusedWithAMessage)
+TEST(WavStream, whatNothingCanReadIsRefusedWithAMessageAndNeverWaitedOn)
 {
     QTemporaryDir dir;
     const std::string text = QDir(dir.path()).filePath("notes.wav").toStdString();
@@ -246,12 +250,33 @@ TEST(WavStream, whatNothingCanReadIsRefusedWithAMessage)
     const std::string empty = QDir(dir.path()).filePath("empty.mp3").toStdString();
     std::ofstream(empty).close();
     const std::string missing = QDir(dir.path()).filePath("missing.wav").toStdString();
+    // Opening a FIFO for reading waits for a writer: nothing may ever do that.
+    const std::string fifo = QDir(dir.path()).filePath("fifo.wav").toStdString();
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
 
-    for (const std::string &path : {text, empty, missing, dir.path().toStdString()}) {
+    const std::pair<std::string, std::string> refused[] = {
+        {text, ""},
+        {empty, ""},
+        {missing, ": no such file"},
+        {dir.path().toStdString(), ": not a regular file (a folder)"},
+        {fifo, ": not a regular file (a FIFO)"},
+        {"/dev/zero", ": not a regular file (a device)"},
+        {"/dev/urandom", ": not a regular file (a device)"}};
+    for (const auto &[path, why] : refused) {
         MessageCatcher messages;
-        EXPECT_EQ(WavStream::createFromFile(path), nullptr) << path;
+        auto opening = std::async(std::launch::async,
+                                  [&path] { return WavStream::createFromFile(path) == nullptr; });
+        if (opening.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+            // Lets a blocked open go, so that the test ends.
+            const int writer = ::open(fifo.c_str(), O_WRONLY | O_NONBLOCK);
+            opening.wait();
+            ::close(writer);
+            ADD_FAILURE() << path << " was waited on";
+            continue;
+        }
+        EXPECT_TRUE(opening.get()) << path;
         ASSERT_EQ(messages.texts.size(), 1u) << path;
-        EXPECT_EQ(messages.texts[0], "Can't read sound file");
+        EXPECT_EQ(messages.texts[0].toStdString(), "Can't read sound file" + why);
     }
 }
 
