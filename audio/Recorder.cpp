@@ -9,6 +9,7 @@
 
 #include <QAudioFormat>
 #include <QAudioSource>
+#include <QMediaDevices>
 #include <QTimer>
 
 #include <algorithm>
@@ -46,12 +47,18 @@ Recorder::Recorder() : ring(static_cast<std::size_t>(kRingFrames))
 Recorder::~Recorder()
 {
     stop();
+    dropSource();
+}
+
+void Recorder::dropSource()
+{
     audio.run([this] {
         delete source;
         source = nullptr;
         delete watchdog;
         watchdog = nullptr;
     });
+    device.reset();
 }
 
 std::int64_t Recorder::nowMs()
@@ -76,13 +83,7 @@ bool Recorder::setup()
         return true;
     if (!fallback.isEmpty())
         showWarning(fallback);
-    if (source)
-        audio.run([this] {
-            delete source;
-            source = nullptr;
-            delete watchdog;
-            watchdog = nullptr;
-        });
+    dropSource();
     device = wanted;
     QAudioFormat format;
     format.setSampleRate(static_cast<int>(sampleRate));
@@ -97,7 +98,7 @@ bool Recorder::setup()
         QObject::connect(source, &QAudioSource::stateChanged, source, [this](QAudio::State state) {
             // A source that stops by itself with an error has lost its device or server.
             if (state == QAudio::StoppedState && source->error() != QAudio::NoError && recording)
-                abort("Recording aborted: no data");
+                abort(QStringLiteral("Recording aborted: no data"));
         });
         watchdog = new QTimer(audio.context());
         watchdog->setInterval(250);
@@ -139,6 +140,9 @@ bool Recorder::start(std::shared_ptr<WavStream> target)
         recording = false;
         Quorval::recording = false;
         stream.reset();
+        // A source whose server went away never starts again: the next start makes a new one,
+        // on the server there is then.
+        dropSource();
         showMessage(QString(), QStringLiteral("failed to initialize recorder -- internal error."));
         return false;
     }
@@ -203,8 +207,22 @@ void Recorder::readInput()
 
 void Recorder::checkStillDelivering()
 {
-    if (recording && steadyMs() - lastDataMs > static_cast<std::int64_t>(kNoDataSeconds * 1000))
-        abort("Recording aborted: no data");
+    if (!recording)
+        return;
+    // The server would go on from another input without a word.
+    if (device && !QMediaDevices::audioInputs().contains(*device)) {
+        abort(inputGoneMessage(device->description()));
+        return;
+    }
+    if (steadyMs() - lastDataMs > static_cast<std::int64_t>(kNoDataSeconds * 1000))
+        abort(QStringLiteral("Recording aborted: no data"));
+}
+
+QString Recorder::inputGoneMessage(const QString &input)
+{
+    return QStringLiteral("Recording stopped: the input \"%1\" went away. Everything recorded "
+                          "before this point is kept.")
+        .arg(input);
 }
 
 void Recorder::drain()
@@ -228,7 +246,7 @@ void Recorder::appendFromRing()
             return;
         const std::int64_t limit = frameLimit.load();
         if (limit >= 0 && tail >= limit) {
-            abort(nullptr);
+            abort({});
             return;
         }
         const std::int64_t at = tail % kRingFrames;
@@ -238,7 +256,7 @@ void Recorder::appendFromRing()
         const std::span<const std::int16_t> piece(ring.data() + at,
                                                   static_cast<std::size_t>(count));
         if (!stream->appendSamples(piece)) {
-            abort(kWriteFailedMessage);
+            abort(QString::fromUtf8(kWriteFailedMessage));
             return;
         }
         // The meter's figures, here on the realtime path: no allocation, no lock.
@@ -256,15 +274,15 @@ void Recorder::appendFromRing()
     }
 }
 
-void Recorder::abort(const char *message)
+void Recorder::abort(const QString &message)
 {
     if (failed.exchange(true))
         return;
     audio.post([this] { stopSource(); });
     recording = false;
     Quorval::recording = false;
-    if (message)
-        showMessage(QString(), QString::fromUtf8(message));
+    if (!message.isEmpty())
+        showMessage(QString(), message);
     if (ended)
         ended();
 }

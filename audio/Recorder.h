@@ -28,7 +28,9 @@ class WavStream;
 // is allocated per buffer and the input thread takes no lock.
 //
 // A source that stops delivering (device gone, server gone) ends the recording with
-// "Recording aborted: no data"; a write that fails ends it with kWriteFailedMessage. Either
+// "Recording aborted: no data", an input the server no longer lists with inputGoneMessage()
+// (the server would carry on from another input), and a write that fails with
+// kWriteFailedMessage. Either
 // way what was written before stays in the stream and its file. Messages go through
 // showMessage, from the thread that noticed.
 //
@@ -44,6 +46,9 @@ public:
     static constexpr const char *kWriteFailedMessage =
         "Recording stopped: can't write the sound file (disk full, file too large or folder "
         "gone). Everything recorded before this point is kept.";
+
+    // Why a recording stopped when its input (by description) went away.
+    static QString inputGoneMessage(const QString &input);
 
     Recorder();
     ~Recorder();
@@ -89,6 +94,8 @@ public:
     [[nodiscard]] static std::int64_t nowMs();
 
 private:
+    // Deletes the source (on the audio thread) and forgets its device. Main thread.
+    void dropSource();
     // Audio thread.
     void readInput();
     void checkStillDelivering();
@@ -96,8 +103,8 @@ private:
     // "realtime" queue: appends what the ring holds.
     void drain();
     void appendFromRing();
-    // Ends the recording with message (none when null), once. Any thread.
-    void abort(const char *message);
+    // Ends the recording with message (none when empty), once. Any thread.
+    void abort(const QString &message);
 
     AudioThread audio{"quorval-input"};
     std::optional<QAudioDevice> device;

@@ -1,5 +1,7 @@
 #include "audio/SoundDevices.h"
 
+#include "audio/PulseServer.h"
+
 #include <QCoreApplication>
 #include <QMediaDevices>
 #include <QString>
@@ -33,11 +35,17 @@ std::optional<QAudioDevice> defaultInput()
     const QList<QAudioDevice> inputs = QMediaDevices::audioInputs();
     if (inputs.isEmpty())
         return std::nullopt;
-    const QByteArray named = qgetenv("PULSE_SOURCE");
+    // Qt 6.4 marks no input as the default: the server is asked which one it is.
+    const QByteArray serverDefault = PulseServer::defaultSourceName();
+    for (const QAudioDevice &device : inputs) {
+        if (!serverDefault.isEmpty() && device.id() == serverDefault)
+            return device;
+    }
     for (const QAudioDevice &device : inputs) {
         if (device.isDefault())
             return device;
     }
+    const QByteArray named = qgetenv("PULSE_SOURCE");
     for (const QAudioDevice &device : inputs) {
         if (!named.isEmpty() && device.id() == named)
             return device;

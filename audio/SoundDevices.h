@@ -12,8 +12,9 @@ namespace quorval {
 // audio thread (the device list is Qt's).
 namespace SoundDevices {
 
-// The default input, chosen by id: the device the server marks as default, else the one
-// named by PULSE_SOURCE, else the first the server lists. Nothing when it lists no input.
+// The default input, chosen by id: the server's default source as the server says now (a
+// change made while Quorval runs included), else the one named by PULSE_SOURCE, else the first
+// the server lists. Nothing when it lists no input.
 std::optional<QAudioDevice> defaultInput();
 
 // The default output, or nothing when the server lists none.

@@ -3,6 +3,7 @@
 #include "audio/Recorder.h"
 #include "audio/ReferenceTone.h"
 #include "audio/SoundDevices.h"
+#include "cli/Interruption.h"
 #include "cli/Tool.h"
 #include "options/Messages.h"
 #include "options/Parameters.h"
@@ -12,13 +13,16 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
+#include <QTemporaryFile>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <thread>
@@ -27,16 +31,6 @@
 namespace quorval {
 
 namespace {
-
-volatile std::sig_atomic_t interrupted = 0;
-
-// Ctrl-C ends a recording or a looping play cleanly instead of killing the tool.
-void catchInterrupt()
-{
-    interrupted = 0;
-    std::signal(SIGINT, [](int) { interrupted = 1; });
-    std::signal(SIGTERM, [](int) { interrupted = 1; });
-}
 
 bool stderrIsTerminal()
 {
@@ -57,6 +51,80 @@ std::string levelBar(float level)
     return std::string(static_cast<std::size_t>(marks), '#') +
            std::string(static_cast<std::size_t>(20 - marks), ' ');
 }
+
+// Where a take is written. A new file is recorded in place; an existing one is replaced only
+// by a take with sound in it, recorded beside it meanwhile, so that a take of nothing, or one
+// that fails, costs the user no file.
+class TakeFile
+{
+public:
+    // Nothing, with why in problem, when the file named cannot take a recording.
+    static std::optional<TakeFile> prepare(const QString &file, QString &problem)
+    {
+        TakeFile take;
+        take.named = take.target = take.writing = file;
+        const QFileInfo info(file);
+        if (!info.exists())
+            return take;
+        if (!info.isFile()) {
+            problem = QStringLiteral("%1 is %2, not a sound file to record into")
+                          .arg(quotedForMessage(file),
+                               info.isDir() ? QStringLiteral("a folder")
+                                            : QStringLiteral("a device, pipe or socket"));
+            return std::nullopt;
+        }
+        if (!info.isWritable()) {
+            problem = QStringLiteral("%1 is read-only").arg(quotedForMessage(file));
+            return std::nullopt;
+        }
+        take.target = info.canonicalFilePath();
+        const QFileInfo resolved(take.target);
+        QTemporaryFile beside(resolved.absolutePath() + QLatin1Char('/') +
+                              resolved.completeBaseName() + QStringLiteral("-take-XXXXXX.wav"));
+        beside.setAutoRemove(false);
+        if (!beside.open()) {
+            problem = QStringLiteral("can't write beside %1: %2")
+                          .arg(quotedForMessage(file), beside.errorString());
+            return std::nullopt;
+        }
+        take.writing = beside.fileName();
+        take.replaces = true;
+        return take;
+    }
+
+    [[nodiscard]] const QString &writingPath() const { return writing; }
+
+    // Removes what was written; answers what became of the file named.
+    QString discard() const
+    {
+        QFile::remove(writing);
+        return QStringLiteral("Recorded nothing; %1 %2")
+            .arg(quotedForMessage(named),
+                 replaces ? QStringLiteral("left as it was") : QStringLiteral("not written"));
+    }
+
+    // Puts the take in place of the file named. False, with why in problem, when it cannot; the
+    // take then stays where it was written.
+    bool keep(QString &problem) const
+    {
+        if (!replaces)
+            return true;
+        (void)QFile::setPermissions(writing, QFile::permissions(target));
+        if (std::rename(QFile::encodeName(writing).constData(),
+                        QFile::encodeName(target).constData()) == 0)
+            return true;
+        problem = QStringLiteral("can't put the recording in place of %1 (%2); it is kept in %3")
+                      .arg(quotedForMessage(named), QString::fromLocal8Bit(std::strerror(errno)),
+                           quotedForMessage(writing));
+        return false;
+    }
+
+private:
+    QString named;   // as given, for messages
+    QString target;  // the file to end up with, links resolved
+    QString writing; // where the take goes meanwhile
+    bool replaces = false;
+};
 
 } // namespace
 
@@ -106,10 +174,13 @@ int Tool::tone(const CommandLine &line)
     }
     std::fprintf(stderr, "%s (note %d): %.3f Hz\n", scale.noteName(*note).toUtf8().constData(),
                  *note, frequency);
-    catchInterrupt();
+    const Interruption::Listening listening;
     output->start(frequency);
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!interrupted && std::chrono::steady_clock::now() < end)
+    // Counted in seconds, so that any length given (1e15 too) plays until interrupted.
+    const auto began = std::chrono::steady_clock::now();
+    while (!Interruption::requested() &&
+           std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count() <
+               seconds)
         pause();
     output->stop();
     // The fade out, heard before the output goes.
@@ -133,6 +204,18 @@ int Tool::devices()
     return kOk;
 }
 
+std::int64_t Tool::framesToRecord(std::optional<double> seconds, double rate,
+                                  std::int64_t maxFrames)
+{
+    if (!seconds)
+        return maxFrames;
+    // In doubles first: a long enough time in frames overflows any integer.
+    const double frames = std::round(*seconds * rate);
+    if (!(frames > 0.0))
+        return 0;
+    return frames >= static_cast<double>(maxFrames) ? maxFrames : static_cast<std::int64_t>(frames);
+}
+
 int Tool::record(const CommandLine &line)
 {
     Parameters::InputDeviceParameter &input = Parameters::shared().inputDevice;
@@ -150,28 +233,32 @@ int Tool::record(const CommandLine &line)
         }
         (void)input.setFromText(line.device);
     }
+    QString problem;
+    const std::optional<TakeFile> take = TakeFile::prepare(line.file, problem);
+    if (!take) {
+        complain(problem);
+        return kFailed;
+    }
     Recorder recorder;
     if (!recorder.setup())
         return kFailed;
-    const std::string path = QFile::encodeName(line.file).toStdString();
-    const std::shared_ptr<WavStream> wav = WavStream::createForRecording(
-        Recorder::nChannels, Recorder::bitDepth / 8, Recorder::sampleRate, path);
+    std::shared_ptr<WavStream> wav =
+        WavStream::createForRecording(Recorder::nChannels, Recorder::bitDepth / 8,
+                                      Recorder::sampleRate, take->writingPath().toStdString());
     if (!wav)
         return kFailed;
     const double rate = Recorder::sampleRate;
     // The file is a ring: beyond its length a recording would overwrite its own start.
-    const std::int64_t wanted = line.seconds ? std::llround(*line.seconds * rate)
-                                             : std::numeric_limits<std::int64_t>::max();
-    const std::int64_t limit = std::min(wanted, wav->maxFrames);
+    const std::int64_t limit = framesToRecord(line.seconds, rate, wav->maxFrames);
     recorder.setFrameLimit(limit);
     std::atomic<bool> endedByItself{false};
     recorder.setEndedCallback([&endedByItself] { endedByItself = true; });
-    catchInterrupt();
+    const Interruption::Listening listening;
     if (!recorder.start(wav))
         return kFailed;
 
     const bool showProgress = stderrIsTerminal();
-    while (!interrupted && !endedByItself) {
+    while (!Interruption::requested() && !endedByItself) {
         const std::int64_t frames = recorder.framesAppended();
         if (showProgress)
             std::fprintf(stderr, "\rRecording %s: %7.1f s  [%s]",
@@ -183,7 +270,17 @@ int Tool::record(const CommandLine &line)
     if (showProgress)
         std::fprintf(stderr, "\r\033[K");
     const std::int64_t recorded = wav->maximumIndex();
-    if (recorded >= limit && limit < wanted)
+    // Closed before it takes the place of the file named.
+    wav.reset();
+    if (recorded == 0) {
+        complain(take->discard());
+        return kFailed;
+    }
+    if (!take->keep(problem)) {
+        complain(problem);
+        return kFailed;
+    }
+    if (recorded >= limit && (!line.seconds || *line.seconds * rate > static_cast<double>(limit)))
         complain(QStringLiteral("stopped at the longest sound kept (option \"Max audio file "
                                 "length (minutes)\")"));
     std::fprintf(stderr, "Recorded %.1f s into %s\n", static_cast<double>(recorded) / rate,
@@ -194,25 +291,26 @@ int Tool::record(const CommandLine &line)
 
 int Tool::play(const CommandLine &line)
 {
-    if (!SoundDevices::defaultOutput()) {
-        complain(QStringLiteral("There is no sound output on this device."));
-        return kFailed;
-    }
     const std::shared_ptr<WavStream> wav = openSound(line.file);
     if (!wav)
         return kFailed;
     wav->waitForCopy();
     const double start = wav->xScale * static_cast<double>(wav->minimumIndex());
     const double end = wav->xScale * static_cast<double>(wav->maximumIndex());
-
+    const auto stretch = stretchOf(line, {start, end, end - start});
+    if (!stretch)
+        return kBadUsage;
+    if (!SoundDevices::defaultOutput()) {
+        complain(QStringLiteral("There is no sound output on this device."));
+        return kFailed;
+    }
     SharedPlayerView view;
     if (line.fromSeconds || line.toSeconds)
-        view.setSelection(std::clamp(line.fromSeconds.value_or(start), start, end),
-                          std::clamp(line.toSeconds.value_or(end), start, end));
+        view.setSelection(stretch->first, stretch->second);
     view.setPlayMark(line.fromSeconds.value_or(start));
     Quorval::loop = line.loop;
     std::atomic<bool> finished{false};
-    catchInterrupt();
+    const Interruption::Listening listening;
     {
         Player player(view);
         (void)player.setSpeed(line.speed.value_or(1.0));
@@ -221,7 +319,7 @@ int Tool::play(const CommandLine &line)
             return kFailed;
         }
         const bool showProgress = stderrIsTerminal();
-        while (!interrupted && !finished) {
+        while (!Interruption::requested() && !finished) {
             if (showProgress)
                 std::fprintf(stderr, "\rPlaying %s: %7.1f s", line.file.toLocal8Bit().constData(),
                              view.playMark());

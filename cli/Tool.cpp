@@ -310,11 +310,10 @@ int Tool::pitches(const CommandLine &line)
 }
 
 std::optional<std::pair<double, double>> Tool::stretchOf(const CommandLine &line,
-                                                         MusicStream &music)
+                                                         const MusicStream::TimeRange &whole)
 {
     if (!line.fromSeconds && !line.toSeconds)
         return std::pair(0.0, 0.0);
-    const MusicStream::TimeRange whole = music.timeRange();
     const double from = line.fromSeconds.value_or(whole.start);
     const double to = line.toSeconds.value_or(whole.end);
     QString fault;
@@ -339,7 +338,7 @@ int Tool::deviations(const CommandLine &line)
     const std::shared_ptr<MusicStream> music = openAndAnalyse(line);
     if (!music)
         return kFailed;
-    const auto stretch = stretchOf(line, *music);
+    const auto stretch = stretchOf(line, music->timeRange());
     if (!stretch)
         return kBadUsage;
     const std::atomic<bool> canceled{false};
@@ -355,7 +354,7 @@ int Tool::notes(const CommandLine &line)
     const std::shared_ptr<MusicStream> music = openAndAnalyse(line);
     if (!music)
         return kFailed;
-    const auto stretch = stretchOf(line, *music);
+    const auto stretch = stretchOf(line, music->timeRange());
     if (!stretch)
         return kBadUsage;
     const std::atomic<bool> canceled{false};

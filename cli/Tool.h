@@ -1,9 +1,11 @@
 #pragma once
 
 #include "cli/CommandLine.h"
+#include "streams/MusicStream.h"
 
 #include <QString>
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <optional>
@@ -12,7 +14,6 @@
 
 namespace quorval {
 
-class MusicStream;
 class WavStream;
 
 // quorval-cli's commands over the same streams and work queues as the window. Output goes to
@@ -32,6 +33,11 @@ public:
     // when the sound file changed while it was read (after the output and a warning).
     int run(const CommandLine &line);
 
+    // Frames a recording of seconds (none: as long as it may) keeps at rate frames a second,
+    // from 0 to maxFrames, whatever the number of seconds.
+    static std::int64_t framesToRecord(std::optional<double> seconds, double rate,
+                                       std::int64_t maxFrames);
+
     // Writes the text of a JSON string, quotes included.
     static std::string jsonString(const std::string &text);
 
@@ -42,10 +48,10 @@ private:
     // The sound file, or null after a message naming it.
     static std::shared_ptr<WavStream> openSound(const QString &file);
     // line's stretch in seconds; {0, 0} (the whole sound) when none given. Nothing, after a
-    // message naming the sound's length, when it lies outside the sound, runs backwards or is
-    // empty.
+    // message naming the sound's length, when it lies outside the sound (whole), runs backwards
+    // or is empty.
     static std::optional<std::pair<double, double>> stretchOf(const CommandLine &line,
-                                                              MusicStream &music);
+                                                              const MusicStream::TimeRange &whole);
     int pitches(const CommandLine &line);
     int deviations(const CommandLine &line);
     int notes(const CommandLine &line);

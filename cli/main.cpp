@@ -1,4 +1,5 @@
 #include "cli/CommandLine.h"
+#include "cli/Interruption.h"
 #include "cli/Tool.h"
 #include "options/Messages.h"
 #include "options/OptionStore.h"
@@ -10,53 +11,15 @@
 #include <QMetaObject>
 #include <QTemporaryDir>
 
-#include <csignal>
 #include <cstdio>
 #include <memory>
-#include <pthread.h>
 #include <thread>
-
-namespace {
-
-// Ctrl-C, SIGTERM, SIGHUP and SIGQUIT end the run without leaving its working files behind:
-// they are blocked before any other thread exists and taken by a thread of their own, which
-// removes the files in ordinary code and then ends the process by the same signal. An abort
-// unlinks the working copies from its handler (the rest is left to removeStale()); a broken
-// pipe becomes a write error, and the run ends as after any other.
-void takeFatalSignals()
-{
-    sigset_t fatal;
-    sigemptyset(&fatal);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-        sigaddset(&fatal, signal);
-    pthread_sigmask(SIG_BLOCK, &fatal, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
-    struct sigaction onAbort
-    {
-    };
-    onAbort.sa_handler = [](int) { quorval::WorkingFiles::removeTrackedNow(); };
-    onAbort.sa_flags = static_cast<int>(SA_RESETHAND);
-    sigaction(SIGABRT, &onAbort, nullptr);
-    std::thread([fatal] {
-        int signal = 0;
-        if (sigwait(&fatal, &signal) != 0)
-            return;
-        quorval::WorkingFiles::removeTracked();
-        std::signal(signal, SIG_DFL);
-        sigset_t only;
-        sigemptyset(&only);
-        sigaddset(&only, signal);
-        pthread_sigmask(SIG_UNBLOCK, &only, nullptr);
-        std::raise(signal);
-    }).detach();
-}
-
-} // namespace
 
 // quorval-cli: the window's analysis for scripts and batches.
 int main(int argc, char **argv)
 {
-    takeFatalSignals();
+    // Blocked before any other thread exists, so that only the signal thread takes them.
+    quorval::Interruption::takeSignals();
     // Working files of runs that were killed outright.
     (void)quorval::WorkingFiles::removeStale();
     QStringList arguments;

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
     g++ clang libclang-rt-14-dev cmake make pkgconf ninja-build clang-format
     qt6-base-dev qt6-multimedia-dev qt6-svg-dev libqt6svg6 qt6-l10n-tools
-    libsndfile1-dev librubberband-dev libgtest-dev libgmock-dev libbenchmark-dev
+    libsndfile1-dev librubberband-dev libpulse-dev libgtest-dev libgmock-dev libbenchmark-dev
     gstreamer1.0-plugins-base gstreamer1.0-plugins-good
     pulseaudio pulseaudio-utils xvfb xauth
     sox libsox-fmt-mp3 python3

@@ -9,27 +9,72 @@
 #
 # When the server cannot be started the command still runs, without it, so that audio tests skip;
 # with QUORVAL_REQUIRE_AUDIO=1 that is a failure instead.
+#
+# `scripts/sound-server.sh --restart`, run beside such a server (with its XDG_RUNTIME_DIR), stops
+# it and starts it again as it was, as a sound server restarted under a running program.
 set -uo pipefail
 
 if [ "$#" -eq 0 ]; then
-    echo "usage: $0 COMMAND [ARGUMENTS...]" >&2
+    echo "usage: $0 COMMAND [ARGUMENTS...] | $0 --restart" >&2
     exit 2
+fi
+
+# The running server's pid is kept in the runtime folder, so that a restarted one is stopped too.
+stop_server_process() {
+    local pid
+    pid=$(cat "$runtime_dir/server.pid" 2>/dev/null)
+    [ -n "$pid" ] || return 0
+    kill "$pid" 2>/dev/null
+    # Waits for this server only, by its own pid.
+    for _ in $(seq 50); do
+        kill -0 "$pid" 2>/dev/null || break
+        sleep 0.1
+    done
+    kill -9 "$pid" 2>/dev/null
+    rm -f "$runtime_dir/server.pid"
+}
+
+# Starts the server on the configuration in the runtime folder; ready when a recording from the
+# default source hands back data.
+launch_server() {
+    rm -rf "$runtime_dir/pulse"
+    mkdir -p "$runtime_dir/pulse"
+    # -n: no default script, no hardware; no idle exit so that long runs keep it.
+    pulseaudio -n --daemonize=no --exit-idle-time=-1 --disallow-exit=no --use-pid-file=no \
+        --log-target=file:"$runtime_dir/server.log" -F "$runtime_dir/quorval.pa" \
+        </dev/null >/dev/null 2>&1 &
+    local pid=$!
+    echo "$pid" >"$runtime_dir/server.pid"
+    local probe="$runtime_dir/probe.raw"
+    for _ in $(seq 40); do
+        kill -0 "$pid" 2>/dev/null || break
+        rm -f "$probe"
+        timeout 1 parec --raw --format=s16le --channels=1 --rate=44100 >"$probe" 2>/dev/null
+        if [ -s "$probe" ]; then
+            return 0
+        fi
+    done
+    echo "sound-server: the private server did not deliver sound" >&2
+    [ -f "$runtime_dir/server.log" ] && tail -n 20 "$runtime_dir/server.log" >&2
+    return 1
+}
+
+if [ "$1" = "--restart" ]; then
+    runtime_dir="${XDG_RUNTIME_DIR:-}"
+    if [ -z "$runtime_dir" ] || [ ! -f "$runtime_dir/quorval.pa" ]; then
+        echo "sound-server: --restart runs beside a server this script started" >&2
+        exit 2
+    fi
+    stop_server_process
+    launch_server
+    exit $?
 fi
 
 runtime_dir=$(mktemp -d "${TMPDIR:-/tmp}/quorval-sound.XXXXXX")
 chmod 700 "$runtime_dir"
-server_pid=""
 
 stop_server() {
-    if [ -n "$server_pid" ]; then
-        XDG_RUNTIME_DIR="$runtime_dir" pulseaudio --kill 2>/dev/null || kill "$server_pid" 2>/dev/null
-        # Waits for this server only, by its own pid.
-        for _ in $(seq 50); do
-            kill -0 "$server_pid" 2>/dev/null || break
-            sleep 0.1
-        done
-        kill -9 "$server_pid" 2>/dev/null
-    fi
+    stop_server_process
     rm -rf "$runtime_dir"
 }
 trap stop_server EXIT
@@ -42,8 +87,6 @@ start_server() {
     }
     export XDG_RUNTIME_DIR="$runtime_dir"
     export PULSE_SERVER="unix:$runtime_dir/pulse/native"
-    rm -rf "$runtime_dir/pulse"
-    mkdir -p "$runtime_dir/pulse"
     local config="$runtime_dir/quorval.pa"
     cat >"$config" <<EOF
 load-module module-native-protocol-unix auth-anonymous=1 socket=$runtime_dir/pulse/native
@@ -54,24 +97,7 @@ load-module module-loopback source=quorval_silence sink=quorval_sink latency_mse
 set-default-sink quorval_sink
 set-default-source quorval_input
 EOF
-    # -n: no default script, no hardware; no idle exit so that long runs keep it.
-    pulseaudio -n --daemonize=no --exit-idle-time=-1 --disallow-exit=no --use-pid-file=no \
-        --log-target=file:"$runtime_dir/server.log" -F "$config" &
-    server_pid=$!
-
-    # Ready when a recording from the default source hands back data.
-    local probe="$runtime_dir/probe.raw"
-    for _ in $(seq 40); do
-        kill -0 "$server_pid" 2>/dev/null || break
-        rm -f "$probe"
-        timeout 1 parec --raw --format=s16le --channels=1 --rate=44100 >"$probe" 2>/dev/null
-        if [ -s "$probe" ]; then
-            return 0
-        fi
-    done
-    echo "sound-server: the private server did not deliver sound" >&2
-    [ -f "$runtime_dir/server.log" ] && tail -n 20 "$runtime_dir/server.log" >&2
-    return 1
+    launch_server
 }
 
 if ! start_server; then

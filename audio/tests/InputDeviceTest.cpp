@@ -1,8 +1,11 @@
 #include "analysis/WavFileOC.h"
 #include "analysis/tests/support/TestSignals.h"
+#include "audio/Recorder.h"
 #include "audio/tests/SoundServer.h"
+#include "streams/tests/Wait.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -11,6 +14,9 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
+#include <memory>
+#include <optional>
 #include <vector>
 
 namespace quorval {
@@ -74,6 +80,40 @@ private:
     QString inputModule;
 };
 
+// quorval-cli devices answers with each of lines.
+void expectDevicesListed(std::initializer_list<const char *> lines)
+{
+    const test::ChildResult listed = test::runChild(kCli, {"devices"});
+    EXPECT_EQ(listed.exitCode, 0) << listed.errorText.toStdString();
+    for (const char *line : lines)
+        EXPECT_TRUE(listed.outputText.contains(QLatin1String(line)))
+            << line << " in\n"
+            << listed.outputText.toStdString();
+}
+
+// A loud 20 s tone played into the second sink, for as long as it lives.
+class ToneIntoSecond
+{
+public:
+    ToneIntoSecond()
+    {
+        player.start("paplay", {"-d", "second", QString::fromStdString(tone.path())});
+    }
+    ~ToneIntoSecond()
+    {
+        player.kill();
+        player.waitForFinished();
+    }
+    ToneIntoSecond(const ToneIntoSecond &) = delete;
+    ToneIntoSecond &operator=(const ToneIntoSecond &) = delete;
+
+    [[nodiscard]] bool ok() { return tone.ok() && player.waitForStarted(); }
+
+private:
+    testsignals::TempWav tone{testsignals::sine(440.0, 16384.0, 20 * 44100), {}, 2};
+    QProcess player;
+};
+
 // A tone played into the second sink reaches a recording from its input only; a chosen input
 // that is not there gives the default input and a word about it.
 TEST(SoundServer, recordsFromTheChosenInputAndFallsBackWhenItIsGone)
@@ -82,19 +122,11 @@ TEST(SoundServer, recordsFromTheChosenInputAndFallsBackWhenItIsGone)
     const SecondDevice second;
     ASSERT_TRUE(second.ok());
 
-    const test::ChildResult listed = test::runChild(kCli, {"devices"});
-    EXPECT_EQ(listed.exitCode, 0) << listed.errorText.toStdString();
-    for (const char *name : {"* QuorvalInput", "  SecondInput", "* QuorvalSink", "  SecondSink"})
-        EXPECT_TRUE(listed.outputText.contains(QLatin1String(name)))
-            << name << " in\n"
-            << listed.outputText.toStdString();
+    expectDevicesListed({"* QuorvalInput", "  SecondInput", "* QuorvalSink", "  SecondSink"});
 
     QTemporaryDir dir;
-    const testsignals::TempWav tone(testsignals::sine(440.0, 16384.0, 20 * 44100), {}, 2);
-    ASSERT_TRUE(tone.ok());
-    QProcess player;
-    player.start("paplay", {"-d", "second", QString::fromStdString(tone.path())});
-    ASSERT_TRUE(player.waitForStarted());
+    std::optional<ToneIntoSecond> tone(std::in_place);
+    ASSERT_TRUE(tone->ok());
 
     const QString chosen = dir.filePath("chosen.wav");
     const test::ChildResult fromSecond =
@@ -103,8 +135,7 @@ TEST(SoundServer, recordsFromTheChosenInputAndFallsBackWhenItIsGone)
     const QString usual = dir.filePath("default.wav");
     const test::ChildResult fromDefault = test::runChild(kCli, {"record", usual, "--seconds", "1"});
     EXPECT_EQ(fromDefault.exitCode, 0) << fromDefault.errorText.toStdString();
-    player.kill();
-    player.waitForFinished();
+    tone.reset();
     // A sine at half of full scale has an RMS of 0.35; the default input hears silence.
     EXPECT_GT(rmsOf(chosen), 0.1);
     EXPECT_GE(rmsOf(usual), 0.0);
@@ -122,6 +153,44 @@ TEST(SoundServer, recordsFromTheChosenInputAndFallsBackWhenItIsGone)
     EXPECT_EQ(fellBack.errorText.count("\"Unplugged Mic\" is not connected"), 1)
         << fellBack.errorText.toStdString();
     EXPECT_GE(rmsOf(gone), 0.0);
+}
+
+// The server's default input, as the server says at the time, is the one starred and recorded
+// from; when it goes away mid-take the recording stops with a word rather than carry on from
+// another input.
+TEST(SoundServer, followsTheServersDefaultInputAndStopsWhenItGoes)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    std::optional<SecondDevice> second(std::in_place);
+    ASSERT_TRUE(second->ok());
+    // Whatever happens below, the next tests find the server's usual default.
+    const std::unique_ptr<void, void (*)(void *)> restore(nullptr, [](void *) {
+        QProcess::execute("pactl", {"set-default-source", "quorval_input"});
+    });
+    ASSERT_EQ(QProcess::execute("pactl", {"set-default-source", "second_input"}), 0);
+
+    expectDevicesListed({"* SecondInput", "  QuorvalInput"});
+
+    QTemporaryDir dir;
+    ToneIntoSecond tone;
+    ASSERT_TRUE(tone.ok());
+    const QString usual = dir.filePath("default.wav");
+    const test::ChildResult fromDefault = test::runChild(kCli, {"record", usual, "--seconds", "1"});
+    EXPECT_EQ(fromDefault.exitCode, 0) << fromDefault.errorText.toStdString();
+    EXPECT_GT(rmsOf(usual), 0.1);
+
+    const QString cut = dir.filePath("cut.wav");
+    QProcess recording;
+    recording.start(kCli, {"record", cut});
+    ASSERT_TRUE(recording.waitForStarted());
+    ASSERT_TRUE(test::waitUntil([&] { return QFileInfo(cut).size() > 44100; }, 20000));
+    second.reset();
+    ASSERT_TRUE(recording.waitForFinished(20000));
+    const QString said = QString::fromLocal8Bit(recording.readAllStandardError());
+    EXPECT_EQ(recording.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(recording.exitCode(), 1) << said.toStdString();
+    EXPECT_TRUE(said.contains(Recorder::inputGoneMessage("SecondInput"))) << said.toStdString();
+    EXPECT_GT(rmsOf(cut), 0.1);
 }
 
 } // namespace

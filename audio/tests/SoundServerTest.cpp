@@ -27,6 +27,7 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <signal.h>
@@ -392,6 +393,129 @@ TEST(SoundServer, toolRecordingEndsOnTimeOrKilledOrLimitedLeavesAValidFile)
     EXPECT_GT(kept.announced, 90 * 1024);
     EXPECT_LE(kept.announced, kept.present);
     EXPECT_LE(kept.present + WavFileOC::kHeaderLength, 100 * 1024);
+}
+
+// A take of nothing leaves a file that was there as it was, and makes no new one; a take with
+// sound replaces it, keeping its permissions.
+TEST(SoundServer, toolRecordingReplacesAFileOnlyWithSound)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    QTemporaryDir dir;
+    const QString lesson = dir.filePath("lesson.wav");
+    const QByteArray own = "the user's own sound";
+    {
+        QFile file(lesson);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(own);
+    }
+    const QFile::Permissions mode = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup;
+    ASSERT_TRUE(QFile::setPermissions(lesson, mode));
+    const auto contents = [&lesson] {
+        QFile file(lesson);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    const QStringList alone{"lesson.wav"};
+
+    const test::ChildResult tiny = test::runChild(kCli, {"record", lesson, "--seconds", "1e-300"});
+    EXPECT_EQ(tiny.exitCode, 1) << tiny.errorText.toStdString();
+    EXPECT_TRUE(tiny.errorText.contains("Recorded nothing")) << tiny.errorText.toStdString();
+    EXPECT_TRUE(tiny.errorText.contains("left as it was")) << tiny.errorText.toStdString();
+    EXPECT_EQ(contents(), own);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), alone);
+
+    const QString fresh = dir.filePath("fresh.wav");
+    const test::ChildResult none = test::runChild(kCli, {"record", fresh, "--seconds", "1e-300"});
+    EXPECT_EQ(none.exitCode, 1) << none.errorText.toStdString();
+    EXPECT_FALSE(QFileInfo::exists(fresh));
+
+    const test::ChildResult taken = test::runChild(kCli, {"record", lesson, "--seconds", "0.5"});
+    EXPECT_EQ(taken.exitCode, 0) << taken.errorText.toStdString();
+    EXPECT_EQ(inspect(lesson).announced, 2 * 22050);
+    // Owner, group and others; the "user" bits say what this process may do.
+    EXPECT_EQ(QFile::permissions(lesson) & QFile::Permissions(0x7077), mode);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), alone);
+}
+
+// Sends signal to child once ready() holds; answers whether the child then ended by itself,
+// with status 0 and its output.
+test::ChildResult interruptedOnce(QProcess &child, int signal, const std::function<bool()> &ready)
+{
+    test::ChildResult result;
+    result.crashed = true;
+    if (!test::waitUntil(ready, 20000))
+        return result;
+    ::kill(static_cast<pid_t>(child.processId()), signal);
+    if (!child.waitForFinished(20000)) {
+        child.kill();
+        child.waitForFinished();
+        return result;
+    }
+    result.crashed = child.exitStatus() != QProcess::NormalExit;
+    result.exitCode = child.exitCode();
+    result.errorText = QString::fromLocal8Bit(child.readAllStandardError());
+    return result;
+}
+
+// Whether the sound server plays something for the process pid.
+bool playingFor(qint64 pid)
+{
+    QProcess pactl;
+    pactl.start("pactl", {"list", "sink-inputs"});
+    pactl.waitForFinished();
+    return pactl.readAllStandardOutput().contains(
+        QStringLiteral("application.process.id = \"%1\"").arg(pid).toLatin1());
+}
+
+// Ctrl-C and SIGTERM end a recording as its time would, with its summary and a whole file, and
+// end a looping playback with the usual status.
+TEST(SoundServer, toolStopsRecordingAndLoopingCleanlyOnInterruptOrTerminate)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    QTemporaryDir dir;
+    testsignals::TempWav sound(test::toneAt(69.0, 0.5), {}, 2);
+    for (const int signal : {SIGINT, SIGTERM}) {
+        const QString take = dir.filePath(QStringLiteral("take-%1.wav").arg(signal));
+        QProcess recording;
+        recording.start(kCli, {"record", take});
+        const test::ChildResult recorded =
+            interruptedOnce(recording, signal, [&] { return inspect(take).announced > 22050; });
+        EXPECT_FALSE(recorded.crashed) << signal;
+        EXPECT_EQ(recorded.exitCode, 0) << recorded.errorText.toStdString();
+        EXPECT_TRUE(recorded.errorText.contains("Recorded ")) << recorded.errorText.toStdString();
+        const WavOnDisk file = inspect(take);
+        EXPECT_TRUE(file.readable);
+        EXPECT_GT(file.announced, 22050);
+        EXPECT_EQ(file.announced, file.present);
+
+        QProcess looping;
+        looping.start(kCli, {"play", "--loop", QString::fromStdString(sound.path())});
+        const test::ChildResult played =
+            interruptedOnce(looping, signal, [&] { return playingFor(looping.processId()); });
+        EXPECT_FALSE(played.crashed) << signal;
+        EXPECT_EQ(played.exitCode, 0) << played.errorText.toStdString();
+    }
+}
+
+// A sound server restarted under a running program takes new recordings as before.
+TEST(SoundServer, recordsAgainAfterTheServerRestarts)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    Recorder recorder;
+    const auto recordBriefly = [&recorder] {
+        auto wav = WavStream::createForRecording(1, 2, Recorder::sampleRate);
+        if (!wav || !recorder.start(wav))
+            return false;
+        const bool heard = test::waitUntil([&] { return recorder.framesAppended() > 4410; });
+        recorder.stop();
+        wav->modified = false;
+        return heard;
+    };
+    ASSERT_TRUE(recordBriefly());
+    ASSERT_EQ(QProcess::execute("bash", {QUORVAL_SOUND_SERVER_SCRIPT, "--restart"}), 0);
+    // The audio library reconnects a moment after the server is back; until then a start
+    // fails with the set-up message.
+    const MessageCatcher messages;
+    EXPECT_TRUE(test::waitUntil(recordBriefly, 20000));
 }
 
 // Marks the player sets, in order.

@@ -1,5 +1,6 @@
 #include "analysis/tests/support/EndedProcess.h"
 #include "analysis/tests/support/TestSignals.h"
+#include "cli/Tool.h"
 #include "streams/tests/Tones.h"
 
 #include <QByteArray>
@@ -20,6 +21,8 @@
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <limits>
+#include <optional>
 #include <string>
 #include <sys/wait.h>
 #include <thread>
@@ -246,16 +249,33 @@ TEST_F(QuorvalCli, reportsDeviationsOfTheStretchAskedFor)
     EXPECT_TRUE(flatLines[2].startsWith("Volume = 0."));
     EXPECT_TRUE(flatLines[3].startsWith("Coverage = "));
 
-    // Stretches that are no part of the sound are refused with the sound's length.
+    // Stretches that are no part of the sound are refused with the sound's length, by every
+    // command that takes one, before any sound is played.
     const QString length = QString::number(2.0, 'f', 3) + " s";
-    for (const QStringList &stretch :
-         {QStringList{"--from", "1.5", "--to", "0.5"}, QStringList{"--from", "1", "--to", "1"},
-          QStringList{"--from", "2.5"}, QStringList{"--from", "0.5", "--to", "7"}}) {
-        const Outcome refused = run(QStringList{"deviations", file} + stretch);
-        EXPECT_EQ(refused.status, 2) << stretch.join(' ').toStdString();
-        EXPECT_TRUE(refused.err.contains(length)) << refused.err.toStdString();
-        EXPECT_TRUE(refused.out.isEmpty());
+    for (const QString command : {"deviations", "play"}) {
+        for (const QStringList &stretch :
+             {QStringList{"--from", "1.5", "--to", "0.5"}, QStringList{"--from", "1", "--to", "1"},
+              QStringList{"--from", "2.5"}, QStringList{"--from", "0.5", "--to", "7"}}) {
+            const Outcome refused = run(QStringList{command, file} + stretch);
+            EXPECT_EQ(refused.status, 2)
+                << command.toStdString() << " " << stretch.join(' ').toStdString();
+            EXPECT_TRUE(refused.err.contains(length)) << refused.err.toStdString();
+            EXPECT_TRUE(refused.out.isEmpty());
+        }
     }
+}
+
+// However many seconds are asked for, a recording keeps within its ring: never more frames
+// than it holds, never a negative count.
+TEST(RecordingLength, anyNumberOfSecondsGivesFramesTheRingHolds)
+{
+    constexpr std::int64_t kRing = 60 * 44100;
+    EXPECT_EQ(Tool::framesToRecord(0.5, 44100.0, kRing), 22050);
+    EXPECT_EQ(Tool::framesToRecord(std::nullopt, 44100.0, kRing), kRing);
+    for (const double seconds : {65.0, 1e15, 1e300, std::numeric_limits<double>::max()})
+        EXPECT_EQ(Tool::framesToRecord(seconds, 44100.0, kRing), kRing) << seconds;
+    for (const double seconds : {1e-300, 0.0})
+        EXPECT_EQ(Tool::framesToRecord(seconds, 44100.0, kRing), 0) << seconds;
 }
 
 TEST_F(QuorvalCli, takesOptionsFromTheCommandLineAndFilesWithoutTouchingTheUsersStore)
