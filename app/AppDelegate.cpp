@@ -147,6 +147,8 @@ AppDelegate::AppDelegate(Parameters &params, Panels filePanels)
 
     soundLabel = new QLabel(window);
     hoverLabel = new QLabel(window);
+    // The sound's file name as it stands, never as markup.
+    soundLabel->setTextFormat(Qt::PlainText);
     analysisBar = new QProgressBar(window);
     analysisBar->setRange(0, 0);
     analysisBar->setMaximumWidth(120);

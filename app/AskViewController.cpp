@@ -51,6 +51,8 @@ AskViewController::AskViewController(const QString &title, const QString &text, 
 
     const bool longText =
         text.size() > kScrollChars || text.count(QLatin1Char('\n')) >= kScrollLines;
+    // Texts carry file names and words from servers: shown as they stand, never as markup.
+    textField->setTextFormat(Qt::PlainText);
     textField->setWordWrap(true);
     textField->setTextInteractionFlags(Qt::TextSelectableByMouse);
     textField->setVisible(!longText);

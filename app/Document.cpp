@@ -1,18 +1,45 @@
 #include "app/Document.h"
 
 #include "app/AppDelegate.h"
+#include "app/HandoverServer.h"
+#include "options/Messages.h"
 
-#include <QDir>
+#include <QFile>
 #include <QFileInfo>
-#include <QLocalServer>
-#include <QLocalSocket>
 #include <QMainWindow>
+
+#include <cerrno>
+#include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace quorval {
 
 namespace {
 
-constexpr int kTimeoutMs = 1000;
+// Why path cannot be opened as a sound, found without opening it; nothing when it can.
+std::optional<QString> whyNotASoundFile(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    struct stat info = {};
+    if (::stat(name.constData(), &info) != 0) {
+        switch (errno) {
+        case ENAMETOOLONG:
+            return QStringLiteral("its name is too long");
+        case EACCES:
+            return QStringLiteral("its folder may not be read");
+        default:
+            return QStringLiteral("there is no such file");
+        }
+    }
+    if (S_ISDIR(info.st_mode))
+        return QStringLiteral("it is a folder");
+    if (!S_ISREG(info.st_mode))
+        return QStringLiteral("it is not a file but a device, pipe or socket");
+    if (::access(name.constData(), R_OK) != 0)
+        return QStringLiteral("you may not read it");
+    return std::nullopt;
+}
 
 } // namespace
 
@@ -23,63 +50,72 @@ Document::Document(AppDelegate &appDelegate, QObject *parent)
 
 bool Document::readFromURL(const QString &path)
 {
+    if (const std::optional<QString> why = whyNotASoundFile(path)) {
+        showMessage(QString(), QStringLiteral("Can't read sound file %1: %2")
+                                   .arg(quotedForMessage(QFileInfo(path).fileName()), *why));
+        return false;
+    }
     return delegate.openFile(path);
 }
 
 QString Document::serverName()
 {
-    const QString user = qEnvironmentVariable("USER", QStringLiteral("user"));
-    return QStringLiteral("quorval-") + user;
+    const std::optional<QString> folder = HandoverServer::privateFolder();
+    return folder ? *folder + QStringLiteral("/quorval-handover") : QString();
 }
 
 bool Document::listen()
 {
-    server = new QLocalServer(this);
-    server->setSocketOptions(QLocalServer::UserAccessOption);
-    if (!server->listen(serverName())) {
-        // A socket left by an instance that died answers no one: take its place.
-        QLocalSocket probe;
-        probe.connectToServer(serverName());
-        if (probe.waitForConnected(kTimeoutMs))
-            return false;
-        QLocalServer::removeServer(serverName());
-        if (!server->listen(serverName()))
-            return false;
+    const QString path = serverName();
+    if (path.isEmpty())
+        return false;
+    if (!server) {
+        server = new HandoverServer(this);
+        connect(server, &HandoverServer::received, this, &Document::handOver);
     }
-    connect(server, &QLocalServer::newConnection, this, &Document::acceptConnection);
-    return true;
+    return server->listen(path);
 }
 
-void Document::acceptConnection()
+void Document::handOver(const QStringList &paths)
 {
-    while (QLocalSocket *socket = server->nextPendingConnection()) {
-        connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
-        connect(socket, &QLocalSocket::readyRead, this, [this, socket] {
-            // One path per line; the sender closes after the last.
-            while (socket->canReadLine()) {
-                const QString path = QString::fromUtf8(socket->readLine()).trimmed();
-                if (path.isEmpty())
-                    continue;
-                delegate.window->raise();
-                delegate.window->activateWindow();
-                if (delegate.shouldDiscardModifiedSound())
-                    (void)readFromURL(path);
-            }
-        });
+    for (const QString &path : paths) {
+        if (waiting.size() == kMaxWaiting) {
+            std::fprintf(stderr, "quorval: too many files handed over at once; %s is not opened\n",
+                         QFile::encodeName(path).constData());
+            continue;
+        }
+        waiting.push_back(path);
     }
+    // From the event loop: the connection's own handler has returned before any question shows.
+    QMetaObject::invokeMethod(this, &Document::openNextHandedOver, Qt::QueuedConnection);
+}
+
+void Document::openNextHandedOver()
+{
+    // A question showing runs the event loop: files arriving meanwhile wait for its answer.
+    if (opening || waiting.empty())
+        return;
+    opening = true;
+    const QString path = waiting.front();
+    waiting.pop_front();
+    delegate.window->raise();
+    delegate.window->activateWindow();
+    if (delegate.shouldDiscardModifiedSound())
+        (void)readFromURL(path);
+    opening = false;
+    if (!waiting.empty())
+        QMetaObject::invokeMethod(this, &Document::openNextHandedOver, Qt::QueuedConnection);
 }
 
 bool Document::sendToRunningInstance(const QStringList &paths)
 {
-    QLocalSocket socket;
-    socket.connectToServer(serverName());
-    if (!socket.waitForConnected(kTimeoutMs))
+    const QString path = serverName();
+    if (path.isEmpty())
         return false;
-    for (const QString &path : paths)
-        socket.write(QFileInfo(path).absoluteFilePath().toUtf8() + '\n');
-    const bool sent = socket.waitForBytesWritten(kTimeoutMs);
-    socket.disconnectFromServer();
-    return sent;
+    QStringList absolute;
+    for (const QString &each : paths)
+        absolute.append(QFileInfo(each).absoluteFilePath());
+    return HandoverServer::send(path, absolute);
 }
 
 } // namespace quorval

@@ -13,6 +13,8 @@
 #include <QNetworkRequest>
 #include <QRegularExpression>
 
+#include <algorithm>
+
 namespace quorval {
 
 const QString UpdateChecker::kTitle = QStringLiteral("Check for Updates");
@@ -36,6 +38,20 @@ std::optional<QList<int>> versionParts(const QString &text)
 UpdateChecker::Result failure(const QString &reason)
 {
     return {UpdateChecker::Outcome::Failed, {}, {}, reason};
+}
+
+// Qt's own words, except where they say too little: a packed answer that would unpack to far
+// more than it is ("Decompression failed: " and nothing after).
+QString errorText(const QNetworkReply &reply)
+{
+    const QByteArray packing = reply.rawHeader("Content-Encoding").trimmed().toLower();
+    if (reply.error() == QNetworkReply::UnknownContentError && !packing.isEmpty() &&
+        packing != "identity")
+        return QStringLiteral("the update service's answer (packed with %1) could not be "
+                              "unpacked, or would unpack to far more than a version document; "
+                              "it was refused")
+            .arg(QString::fromLatin1(packing));
+    return reply.errorString();
 }
 
 } // namespace
@@ -131,6 +147,7 @@ void UpdateChecker::checkOnRequest()
 void UpdateChecker::start()
 {
     timedOut_ = false;
+    tooLong_ = false;
     QNetworkRequest request(url_);
     request.setHeader(QNetworkRequest::UserAgentHeader, QStringLiteral("Quorval/%1").arg(current_));
     // Always ask the service itself: a cached answer could hide a release.
@@ -138,6 +155,8 @@ void UpdateChecker::start()
                          QNetworkRequest::AlwaysNetwork);
     reply_ = network_->get(request);
     connect(reply_, &QNetworkReply::finished, this, &UpdateChecker::replyFinished);
+    connect(reply_, &QNetworkReply::downloadProgress, this,
+            [this](qint64 bytes, qint64 total) { received(std::max(bytes, total)); });
     timer_.start(timeout_);
 }
 
@@ -147,6 +166,14 @@ void UpdateChecker::timedOut()
         return;
     timedOut_ = true;
     reply_->abort(); // finishes the reply at once with OperationCanceledError
+}
+
+void UpdateChecker::received(qint64 bytes)
+{
+    if (!reply_ || bytes <= kMaxAnswerBytes)
+        return;
+    tooLong_ = true;
+    reply_->abort(); // finishes the reply at once, before more is read
 }
 
 void UpdateChecker::replyFinished()
@@ -161,8 +188,12 @@ void UpdateChecker::replyFinished()
         result = failure(QStringLiteral("%1 did not answer within %2 seconds")
                              .arg(url_.host().isEmpty() ? url_.toString() : url_.host())
                              .arg(static_cast<double>(timeout_.count()) / 1000.0));
+    } else if (tooLong_) {
+        result = failure(QStringLiteral("the update service's answer is longer than %1 MB, so it "
+                                        "is not a version document; it was not read")
+                             .arg(kMaxAnswerBytes / (1024 * 1024)));
     } else if (reply->error() != QNetworkReply::NoError) {
-        result = failure(reply->errorString());
+        result = failure(errorText(*reply));
     } else {
         result = readAnswer(reply->readAll(), current_);
     }
@@ -193,9 +224,10 @@ void UpdateChecker::conclude(const Result &result)
         if (!onRequest && parameters.ignoreUpdateVersion.value() == result.version)
             break;
         const QString question =
-            QStringLiteral("Quorval %1 is available; this is %2.\nOpen the download page? "
-                           "Quorval then quits so that you can install the new version.")
-                .arg(result.version, current_);
+            QStringLiteral("Quorval %1 is available; this is %2.\nOpen the download page %3 "
+                           "in your browser? Quorval then quits so that you can install the new "
+                           "version.")
+                .arg(result.version, current_, result.download.toDisplayString());
         const bool yes = host_.ask && host_.ask(kTitle, question);
         if (!yes) {
             // Asked once at start-up is enough for this version; the menu still offers it.

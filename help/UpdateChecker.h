@@ -48,6 +48,9 @@ public:
     };
 
     static constexpr std::chrono::milliseconds kTimeout{5000};
+    // A version document is a few hundred bytes: an answer (unpacked) longer than this is
+    // refused as soon as it passes it, however it is sent.
+    static constexpr qint64 kMaxAnswerBytes = 1024 * 1024;
     static const QString kTitle;
 
     explicit UpdateChecker(UpdateHost host, QObject *parent = nullptr);
@@ -85,6 +88,8 @@ private:
     void start();
     void replyFinished();
     void timedOut();
+    // Stops the reply once its body has passed kMaxAnswerBytes.
+    void received(qint64 bytes);
     void conclude(const Result &result);
     void tell(const QString &text);
 
@@ -98,6 +103,7 @@ private:
     QTimer timer_;
     bool onRequest_ = false;
     bool timedOut_ = false;
+    bool tooLong_ = false;
 };
 
 } // namespace quorval

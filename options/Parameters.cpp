@@ -121,7 +121,7 @@ void Parameters::TemperamentParameter::updateChoices(bool developerMode)
 Parameters::NoteLimitParameter::NoteLimitParameter(End end)
     : DoubleParameter(end == End::lowest ? QStringLiteral("Lowest Note")
                                          : QStringLiteral("Highest Note"),
-                      end == End::lowest ? 55.0 : 91.0, std::nullopt,
+                      end == End::lowest ? 55.0 : 91.0, Range{kLowestNote, kHighestNote},
                       {.resegment = end == End::lowest, .recompute = end == End::highest}),
       end(end)
 {
@@ -140,8 +140,9 @@ QString Parameters::NoteLimitParameter::allowedValues() const
 {
     if (!other_)
         return DoubleParameter::allowedValues();
-    return QStringLiteral("a number %1 \"%2\", now %3")
-        .arg(end == End::lowest ? QStringLiteral("below") : QStringLiteral("above"), other_->name,
+    return QStringLiteral("a number from %1 to %2 %3 \"%4\", now %5")
+        .arg(QString::number(minValue), QString::number(maxValue),
+             end == End::lowest ? QStringLiteral("below") : QStringLiteral("above"), other_->name,
              QString::number(other_->value()));
 }
 

@@ -71,11 +71,17 @@ public:
         void updateChoices(bool developerMode);
     };
 
-    // "Lowest Note" and "Highest Note": each accepted only strictly on its own side of the other
-    // (compared as stored, four decimals).
+    // "Lowest Note" and "Highest Note": each within kLowestNote..kHighestNote and accepted only
+    // strictly on its own side of the other (compared as stored, four decimals).
     class NoteLimitParameter : public DoubleParameter
     {
     public:
+        // The note numbers of the usual note range, C-1 (8.2 Hz) to G9 (12.5 kHz): below the
+        // lowest organ pipe (C0, 16.4 Hz) and above the highest fundamental any instrument
+        // plays (a piccolo's C8). Beyond them the display's lines and the analysis segments
+        // grow without bound and show nothing a musician can use.
+        static constexpr double kLowestNote = 0.0;
+        static constexpr double kHighestNote = 127.0;
         enum class End
         {
             lowest,

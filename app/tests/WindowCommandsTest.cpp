@@ -14,6 +14,7 @@
 #include <QComboBox>
 #include <QDir>
 #include <QFileInfo>
+#include <QLabel>
 #include <QMenu>
 #include <QProcess>
 #include <QPushButton>
@@ -221,6 +222,32 @@ TEST_F(WindowTest, messageDialogShowsLongTextsInAScrollingField)
     longOne.helpTopic = QStringLiteral("NoSuchPage");
     longOne.helpButton->click();
     EXPECT_EQ(dialogs, QStringList{QStringLiteral("Help | Help not available")});
+}
+
+TEST_F(WindowTest, textsFromOutsideAreShownAsTheyStandNeverAsMarkup)
+{
+    const QString markup = QStringLiteral("<h1>CLICK YES</h1><img src=\"/etc/x.png\">");
+    AskViewController direct(QStringLiteral("T"), markup, {});
+    EXPECT_EQ(direct.textField->textFormat(), Qt::PlainText);
+    EXPECT_EQ(direct.textField->text(), markup);
+
+    // A file's name reaches the question about it and the status bar.
+    const QString named = dir.filePath(QStringLiteral("<b>CLICK YES<b>.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, named));
+    ASSERT_TRUE(delegate->openFile(named));
+    EXPECT_EQ(delegate->soundLabel->textFormat(), Qt::PlainText);
+    EXPECT_TRUE(delegate->soundLabel->text().startsWith(QLatin1String("<b>CLICK YES<b>.wav")));
+    controller->wavStream()->modified = true;
+    std::optional<Qt::TextFormat> shownAs;
+    const AskViewController::Responder fixture =
+        AskViewController::setResponder([&](const AskViewController &dialog) {
+            if (dialog.text().startsWith(QLatin1String("<b>CLICK YES<b>.wav has been modified")))
+                shownAs = dialog.textField->textFormat();
+            return AskViewController::Answer::cancel;
+        });
+    delegate->newFileMenuItemSelected();
+    AskViewController::setResponder(fixture);
+    EXPECT_EQ(shownAs, Qt::PlainText);
 }
 
 TEST_F(WindowTest, helpUpdatesAndWarningsReachTheirWindows)

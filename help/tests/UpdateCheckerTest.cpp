@@ -14,12 +14,12 @@ namespace quorval {
 namespace {
 
 // Serves one canned answer over HTTP on the loopback address, or takes the request and never
-// answers.
+// answers. extraHeaders go before the body (each ending in CRLF).
 class VersionServer : public QObject
 {
 public:
-    explicit VersionServer(QByteArray body, bool answers = true)
-        : body_(std::move(body)), answers_(answers)
+    explicit VersionServer(QByteArray body, bool answers = true, QByteArray extraHeaders = {})
+        : body_(std::move(body)), extraHeaders_(std::move(extraHeaders)), answers_(answers)
     {
         EXPECT_TRUE(server_.listen(QHostAddress::LocalHost));
         connect(&server_, &QTcpServer::newConnection, this, [this] {
@@ -45,14 +45,49 @@ private:
         if (!answers_)
             return;
         socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: " +
-                      QByteArray::number(body_.size()) + "\r\nConnection: close\r\n\r\n" + body_);
+                      QByteArray::number(body_.size()) + "\r\n" + extraHeaders_ +
+                      "Connection: close\r\n\r\n" + body_);
         socket->disconnectFromHost();
     }
 
     QTcpServer server_;
     QByteArray body_;
+    QByteArray extraHeaders_;
     QByteArray received_;
     bool answers_;
+};
+
+// Answers every request with a body that does not end: it writes on as long as the client reads
+// (up to `most` bytes, so a client that never stops still ends).
+class EndlessServer : public QObject
+{
+public:
+    explicit EndlessServer(qint64 most) : most_(most)
+    {
+        EXPECT_TRUE(server_.listen(QHostAddress::LocalHost));
+        connect(&server_, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket *socket = server_.nextPendingConnection()) {
+                socket->write("HTTP/1.1 200 OK\r\nContent-Type: application/json\r\n"
+                              "Connection: close\r\n\r\n{\"version\": \"");
+                connect(socket, &QTcpSocket::bytesWritten, this, [this, socket] {
+                    if (sent < most_ && socket->bytesToWrite() == 0) {
+                        socket->write(QByteArray(64 * 1024, '9'));
+                        sent += 64 * 1024;
+                    }
+                });
+            }
+        });
+    }
+
+    QUrl url() const
+    {
+        return QUrl(QStringLiteral("http://127.0.0.1:%1/latest.json").arg(server_.serverPort()));
+    }
+    qint64 sent = 0;
+
+private:
+    QTcpServer server_;
+    qint64 most_;
 };
 
 QByteArray versionDocument(const char *version)
@@ -179,6 +214,31 @@ TEST_F(UpdateCheckerTest, onRequestEveryOutcomeIsTold)
     EXPECT_EQ(Parameters::shared().lastversion.value(), "1.1.9");
 }
 
+TEST_F(UpdateCheckerTest, anAnswerTooLongToBeAVersionIsCutOffAndSaysSo)
+{
+    checker.setTimeout(std::chrono::milliseconds(20000));
+    // A body without end, and one that says it is huge, are refused once past the limit.
+    const qint64 most = 128 * UpdateChecker::kMaxAnswerBytes;
+    EndlessServer endless(most);
+    EXPECT_EQ(check(endless.url()).outcome, UpdateChecker::Outcome::Failed);
+    // Cut off long before the server gave up (what it wrote ahead sits in the system's buffers).
+    EXPECT_LT(endless.sent, most);
+    // A small packed body that unpacks to far more than a version document.
+    const QByteArray zeros(32 * UpdateChecker::kMaxAnswerBytes, '0');
+    VersionServer bomb(qCompress(zeros, 9).mid(4), true, "Content-Encoding: deflate\r\n");
+    EXPECT_EQ(check(bomb.url()).outcome, UpdateChecker::Outcome::Failed);
+    ASSERT_EQ(told.size(), 2);
+    for (const QString &text : told) {
+        EXPECT_TRUE(text.startsWith("Can't check for updates: the update service's answer"))
+            << text.toStdString();
+        EXPECT_TRUE(text.contains("not a version document") ||
+                    text.contains("more than a version document"))
+            << text.toStdString();
+    }
+    EXPECT_TRUE(told[0].contains("longer than 1 MB")) << told[0].toStdString();
+    EXPECT_TRUE(asked.isEmpty());
+}
+
 TEST_F(UpdateCheckerTest, aNewerVersionOffersItsPageAndQuitsOnlyOnYes)
 {
     VersionServer newer(versionDocument("1.10.0"));
@@ -186,6 +246,9 @@ TEST_F(UpdateCheckerTest, aNewerVersionOffersItsPageAndQuitsOnlyOnYes)
     EXPECT_EQ(check(newer.url()).outcome, UpdateChecker::Outcome::Newer);
     ASSERT_EQ(asked.size(), 1);
     EXPECT_TRUE(asked[0].startsWith("Quorval 1.10.0 is available; this is 1.2.0."))
+        << asked[0].toStdString();
+    // The question says where yes leads.
+    EXPECT_TRUE(asked[0].contains("https://example.org/quorval/download"))
         << asked[0].toStdString();
     EXPECT_TRUE(opened.isEmpty());
     EXPECT_EQ(quits, 0);

@@ -6,6 +6,7 @@
 #include "options/dialog/ChoiceComboBox.h"
 
 #include <QCheckBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
 
@@ -15,11 +16,20 @@ namespace quorval {
 
 namespace {
 
+void sayRefused(QLabel *refusal, const Parameter &parameter)
+{
+    if (refusal)
+        refusal->setText(QStringLiteral("Takes ") + parameter.allowedValues());
+}
+
 // Numbers and text: the parameter's own text conversion, so "%.4f" and its range checks apply.
 class LineEditView : public ParameterView
 {
 public:
-    LineEditView(Parameter &parameter, QLineEdit *field) : parameter_(parameter), field_(field) {}
+    LineEditView(Parameter &parameter, QLineEdit *field, QLabel *refusal)
+        : parameter_(parameter), field_(field), refusal_(refusal)
+    {
+    }
 
     void load() override
     {
@@ -32,7 +42,10 @@ public:
         if (!field_)
             return true;
         const bool accepted = parameter_.setFromText(field_->text());
-        // Refused: the field snaps back without a word. Accepted: it shows the stored form.
+        // Refused: the field snaps back and the label beside it says why. Accepted: it shows
+        // the stored form.
+        if (!accepted)
+            sayRefused(refusal_, parameter_);
         load();
         return accepted;
     }
@@ -40,6 +53,7 @@ public:
 private:
     Parameter &parameter_;
     QPointer<QLineEdit> field_;
+    QPointer<QLabel> refusal_;
 };
 
 class CheckBoxView : public ParameterView
@@ -72,7 +86,8 @@ private:
 class ComboBoxView : public ParameterView
 {
 public:
-    ComboBoxView(ChoiceParameter &parameter, ChoiceComboBox *box) : parameter_(parameter), box_(box)
+    ComboBoxView(ChoiceParameter &parameter, ChoiceComboBox *box, QLabel *refusal)
+        : parameter_(parameter), box_(box), refusal_(refusal)
     {
         takeChoices();
     }
@@ -99,6 +114,8 @@ public:
             return true;
         const int i = box_->indexOfText();
         const bool accepted = i >= 0 && parameter_.setIndex(i);
+        if (!accepted)
+            sayRefused(refusal_, parameter_);
         load();
         return accepted;
     }
@@ -125,13 +142,19 @@ private:
 
     ChoiceParameter &parameter_;
     QPointer<ChoiceComboBox> box_;
+    QPointer<QLabel> refusal_;
     QString loadedText_;
 };
 
 } // namespace
 
-QWidget *makeParameterControl(Parameter &parameter, QWidget *parent)
+QWidget *makeParameterControl(Parameter &parameter, QWidget *parent, QLabel *refusal)
 {
+    // The reason stands until the user edits the control again.
+    auto clearRefusal = [refusal = QPointer<QLabel>(refusal)] {
+        if (refusal)
+            refusal->clear();
+    };
     switch (parameter.kind()) {
     case Parameter::Kind::Boolean: {
         auto *box = new QCheckBox(parent);
@@ -144,7 +167,8 @@ QWidget *makeParameterControl(Parameter &parameter, QWidget *parent)
     case Parameter::Kind::Choice:
         if (auto *choice = dynamic_cast<ChoiceParameter *>(&parameter)) {
             auto *box = new ChoiceComboBox(parent);
-            parameter.setView(std::make_unique<ComboBoxView>(*choice, box));
+            QObject::connect(box, &QComboBox::editTextChanged, box, clearRefusal);
+            parameter.setView(std::make_unique<ComboBoxView>(*choice, box, refusal));
             return box;
         }
         break;
@@ -154,7 +178,8 @@ QWidget *makeParameterControl(Parameter &parameter, QWidget *parent)
         break;
     }
     auto *field = new QLineEdit(parent);
-    parameter.setView(std::make_unique<LineEditView>(parameter, field));
+    QObject::connect(field, &QLineEdit::textEdited, field, clearRefusal);
+    parameter.setView(std::make_unique<LineEditView>(parameter, field, refusal));
     return field;
 }
 

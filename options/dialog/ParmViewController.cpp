@@ -147,14 +147,21 @@ QWidget *ParmViewController::buildPage(const Parameters::Page &page, std::vector
         const int r = int(rows.size());
         auto *label = new QLabel(parameter->name, view);
         label->setAlignment(Qt::AlignCenter);
-        QWidget *control = makeParameterControl(*parameter, view);
+        // Why a value was refused, small, beside the control it concerns.
+        auto *refusal = new QLabel(view);
+        refusal->setTextFormat(Qt::PlainText);
+        QFont small = refusal->font();
+        small.setPointSizeF(small.pointSizeF() * 0.85);
+        refusal->setFont(small);
+        QWidget *control = makeParameterControl(*parameter, view, refusal);
         control->setObjectName(parameter->name);
         control->setMinimumWidth(control->sizeHint().width() + kControlExtraWidth);
         label->setBuddy(control);
         grid->setRowMinimumHeight(r, kRowHeight);
         grid->addWidget(label, r, 0);
         grid->addWidget(control, r, 1);
-        rows.push_back({parameter, control});
+        grid->addWidget(refusal, r, 2);
+        rows.push_back({parameter, control, refusal});
     }
     // Short pages keep their rows at the top.
     grid->setRowStretch(int(rows.size()), 1);
@@ -172,6 +179,10 @@ void ParmViewController::prepareToOpen()
     }
     buildPages();
     loadView();
+    for (const std::vector<Row> &rows : rows_) {
+        for (const Row &row : rows)
+            row.refusal->clear();
+    }
 }
 
 void ParmViewController::showAt(int page, QWidget *focus)
@@ -226,15 +237,27 @@ bool ParmViewController::applyView()
     return applyOK_;
 }
 
-QWidget *ParmViewController::control(const QString &label) const
+const ParmViewController::Row *ParmViewController::row(const QString &label) const
 {
     for (const std::vector<Row> &rows : rows_) {
         for (const Row &row : rows) {
             if (row.parameter->name == label)
-                return row.control;
+                return &row;
         }
     }
     return nullptr;
+}
+
+QWidget *ParmViewController::control(const QString &label) const
+{
+    const Row *found = row(label);
+    return found ? found->control : nullptr;
+}
+
+QLabel *ParmViewController::refusal(const QString &label) const
+{
+    const Row *found = row(label);
+    return found ? found->refusal : nullptr;
 }
 
 void ParmViewController::okButtonPushed()

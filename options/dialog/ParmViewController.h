@@ -9,6 +9,7 @@
 #include <vector>
 
 class QDialogButtonBox;
+class QLabel;
 class QPushButton;
 class QTabWidget;
 
@@ -20,10 +21,11 @@ namespace quorval {
 // row only in developer mode.
 //
 // Values are read from the store when the dialog opens (loadView) and set through each option's
-// own checks when applied (applyView). A refused value snaps back in its control with no
-// message; OK then leaves the dialog open. Cancel, Escape and closing the window apply nothing
-// and put every control back to the stored value; the "Minor" box switches the "Key" list at
-// once while the dialog is open, so cancelling also returns the list to the stored "Minor".
+// own checks when applied (applyView). A refused value snaps back in its control, and a small
+// label beside it says what the option takes; OK then leaves the dialog open. Cancel, Escape and
+// closing the window apply nothing and put every control back to the stored value; the "Minor" box
+// switches the "Key" list at once while the dialog is open, so cancelling also returns the list to
+// the stored "Minor".
 //
 // While the dialog exists its controls are the views attached to its options; make one dialog
 // per option set at a time. Main thread only.
@@ -57,6 +59,9 @@ public:
 
     // The control of the option labelled label, or null when it has no row.
     QWidget *control(const QString &label) const;
+    // The small label beside that control that says why its last value was refused; empty
+    // until one is, and again after the next edit or opening. Null when it has no row.
+    QLabel *refusal(const QString &label) const;
     QTabWidget *tabView() const { return tabView_; }
     QPushButton *okButton() const { return okButton_; }
     QPushButton *applyButton() const { return applyButton_; }
@@ -84,8 +89,10 @@ private:
     {
         Parameter *parameter;
         QWidget *control;
+        QLabel *refusal;
     };
 
+    const Row *row(const QString &label) const;
     // (Re)builds the pages when developer mode changed since they were built.
     void buildPages();
     void removePages();

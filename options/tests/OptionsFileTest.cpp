@@ -166,6 +166,24 @@ TEST_F(OptionsFileTest, foreignPlistsImportTheirUsableStrings)
     EXPECT_EQ(read->value(QStringLiteral("Recent")).toList().size(), 2);
 }
 
+TEST_F(OptionsFileTest, noteRangeBeyondAnyInstrumentIsRefusedFromAFile)
+{
+    const QByteArray xml = "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict>"
+                           "<key>Highest Note</key><string>1e308</string>"
+                           "<key>Lowest Note</key><string>-1000</string>"
+                           "</dict></plist>";
+    writeFile(QStringLiteral("wide.plist"), xml);
+    Parameters parameters;
+    ASSERT_TRUE(OptionsFile::readOptions(parameters, path(QStringLiteral("wide.plist"))));
+    EXPECT_EQ(parameters.lowestNote.value(), parameters.lowestNote.defaultValue);
+    EXPECT_EQ(parameters.highestNote.value(), parameters.highestNote.defaultValue);
+    ASSERT_EQ(messages.size(), 1);
+    const QStringList lines = messages.first().split('\n');
+    ASSERT_EQ(lines.size(), 3) << messages.first().toStdString();
+    for (const QString &line : lines.mid(1))
+        EXPECT_TRUE(line.contains(QStringLiteral("from 0 to 127"))) << line.toStdString();
+}
+
 TEST_F(OptionsFileTest, unreadableFilesChangeNothing)
 {
     const QByteArray head = "<?xml version=\"1.0\"?><plist version=\"1.0\">";

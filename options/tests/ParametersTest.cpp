@@ -149,6 +149,16 @@ TEST_F(ParametersTest, noteRangeEndsAreCheckedAgainstEachOther)
     EXPECT_FALSE(parameters.highestNote.setFromText(QStringLiteral("90.00001")));
     EXPECT_EQ(parameters.lowestNote.value(), 90.0);
     EXPECT_EQ(parameters.highestNote.value(), 100.0);
+    // Both ends stay within the note range an instrument can need, bounds included.
+    EXPECT_FALSE(parameters.highestNote.setValue(127.0001));
+    EXPECT_FALSE(parameters.highestNote.setFromText(QStringLiteral("1e308")));
+    EXPECT_TRUE(parameters.highestNote.setValue(127.0));
+    EXPECT_FALSE(parameters.lowestNote.setValue(-0.0001));
+    EXPECT_FALSE(parameters.lowestNote.setFromText(QStringLiteral("-1000")));
+    EXPECT_TRUE(parameters.lowestNote.setValue(0.0));
+    EXPECT_EQ(parameters.highestNote.value(), 127.0);
+    (void)parameters.lowestNote.setValue(90.0);
+    (void)parameters.highestNote.setValue(100.0);
 
     auto &length = parameters.maxAudioFileLength;
     EXPECT_TRUE(length.setFromText(QStringLiteral("1.0")));

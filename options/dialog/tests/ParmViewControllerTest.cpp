@@ -7,6 +7,7 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QDir>
+#include <QLabel>
 #include <QPushButton>
 #include <QTabWidget>
 
@@ -134,6 +135,41 @@ TEST_F(ParmViewControllerTest, refusedValuesSnapBackAndKeepTheDialogOpen)
     EXPECT_EQ(OptionStore::text(QStringLiteral("A Frequency")), QStringLiteral("442.5000"));
     EXPECT_EQ(followUpCounts(), (FollowUpCounts{.recompute = 1}));
     EXPECT_EQ(OptionStore::text(QStringLiteral("Key")), std::nullopt);
+}
+
+TEST_F(ParmViewControllerTest, aRefusedValueSaysWhyBesideItsFieldUntilTheNextEdit)
+{
+    const auto dialog = makeDialog();
+    dialog->openAtPage(0);
+    QLineEdit *lowest = field(*dialog, "Lowest Note");
+    QLineEdit *highest = field(*dialog, "Highest Note");
+    QLabel *lowestWhy = dialog->refusal(QStringLiteral("Lowest Note"));
+    QLabel *highestWhy = dialog->refusal(QStringLiteral("Highest Note"));
+    ASSERT_TRUE(lowest && highest && lowestWhy && highestWhy);
+    typeInto(lowest, QStringLiteral("-1000"));
+    typeInto(highest, QStringLiteral("1e308"));
+    QTest::mouseClick(dialog->applyButton(), Qt::LeftButton);
+    EXPECT_FALSE(dialog->applyOK());
+    EXPECT_EQ(lowest->text(), QStringLiteral("55.0000"));
+    EXPECT_EQ(highest->text(), QStringLiteral("91.0000"));
+    EXPECT_EQ(lowestWhy->text(),
+              QStringLiteral("Takes a number from 0 to 127 below \"Highest Note\", now 91"));
+    EXPECT_TRUE(highestWhy->text().startsWith(QStringLiteral("Takes a number from 0 to 127")))
+        << highestWhy->text().toStdString();
+    EXPECT_TRUE(highestWhy->isVisible());
+    EXPECT_TRUE(messages.isEmpty());
+
+    // Editing one field clears its own reason only; an accepted value leaves none.
+    typeInto(lowest, QStringLiteral("36"));
+    EXPECT_TRUE(lowestWhy->text().isEmpty());
+    EXPECT_FALSE(highestWhy->text().isEmpty());
+    QTest::mouseClick(dialog->applyButton(), Qt::LeftButton);
+    EXPECT_TRUE(dialog->applyOK());
+    EXPECT_EQ(parameters.lowestNote.value(), 36.0);
+    EXPECT_TRUE(lowestWhy->text().isEmpty());
+    // Opening again starts with no reasons shown.
+    dialog->openAtPage(0);
+    EXPECT_TRUE(highestWhy->text().isEmpty());
 }
 
 TEST_F(ParmViewControllerTest, minorSwitchesTheKeyListAndCancelPutsItBack)

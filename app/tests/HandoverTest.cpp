@@ -1,0 +1,391 @@
+// Files handed to the running window by later launches, through real sockets.
+#include "app/Document.h"
+#include "app/HandoverServer.h"
+#include "app/tests/WindowTest.h"
+
+#include <QDir>
+#include <QLocalSocket>
+#include <QProcess>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <grp.h>
+#include <memory>
+#include <poll.h>
+#include <pwd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace quorval {
+namespace {
+
+// Sets an environment variable for the length of a scope.
+class ScopedVariable
+{
+public:
+    ScopedVariable(const char *name, const QByteArray &value)
+        : name(name), had(qEnvironmentVariableIsSet(name)), old(qgetenv(name))
+    {
+        qputenv(name, value);
+    }
+    ~ScopedVariable()
+    {
+        if (had)
+            qputenv(name, old);
+        else
+            qunsetenv(name);
+    }
+    ScopedVariable(const ScopedVariable &) = delete;
+    ScopedVariable &operator=(const ScopedVariable &) = delete;
+
+private:
+    const char *name;
+    bool had;
+    QByteArray old;
+};
+
+// A launch handing over paths as the program's own sender does, without waiting: the window
+// under test runs on this thread. The end marker is only written when `end`.
+std::unique_ptr<QLocalSocket> handOver(const QStringList &paths, bool end = true)
+{
+    auto socket = std::make_unique<QLocalSocket>();
+    socket->connectToServer(Document::serverName());
+    QByteArray message;
+    for (const QString &path : paths)
+        message += QFile::encodeName(path).toPercentEncoding("/") + '\n';
+    socket->write(end ? message + '\n' : message);
+    return socket;
+}
+
+// The window with the hand-over socket in a private runtime folder of the test's own.
+class HandoverTest : public WindowTest
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(runtime.isValid());
+        ASSERT_TRUE(QFile::setPermissions(runtime.path(),
+                                          QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        runtimeVariable =
+            std::make_unique<ScopedVariable>("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
+        WindowTest::SetUp();
+        document = std::make_unique<Document>(*delegate);
+        ASSERT_TRUE(document->listen());
+    }
+
+    void TearDown() override
+    {
+        document.reset();
+        WindowTest::TearDown();
+        runtimeVariable.reset();
+    }
+
+    // The sockets the window holds for senders now.
+    qsizetype held() const { return document->findChildren<QLocalSocket *>().size(); }
+
+    QTemporaryDir runtime;
+    std::unique_ptr<ScopedVariable> runtimeVariable;
+    std::unique_ptr<Document> document;
+};
+
+TEST_F(HandoverTest, filesHandedOverWhileAQuestionShowsWaitForItsAnswer)
+{
+    const QString second = dir.filePath(QStringLiteral("second.wav"));
+    const QString third = dir.filePath(QStringLiteral("third.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, second));
+    ASSERT_TRUE(QFile::copy(demoPath, third));
+    controller->wavStream()->modified = true;
+
+    std::unique_ptr<QLocalSocket> first = handOver({second});
+    std::unique_ptr<QLocalSocket> later;
+    QStringList asked;
+    bool sendersGone = false;
+    const AskViewController::Responder fixture =
+        AskViewController::setResponder([&](const AskViewController &dialog) {
+            asked.append(dialog.text());
+            if (asked.size() > 1)
+                return AskViewController::Answer::no;
+            // While the question shows, as its own event loop would: another launch hands
+            // over a file and both senders go away.
+            later = handOver({third});
+            first->disconnectFromServer();
+            later->disconnectFromServer();
+            sendersGone = QTest::qWaitFor(
+                [&] { return held() == 0 && later->state() == QLocalSocket::UnconnectedState; },
+                5000);
+            return AskViewController::Answer::cancel;
+        });
+    WAIT_FOR(title().contains(QLatin1String("third.wav")), 10000);
+    AskViewController::setResponder(fixture);
+    EXPECT_TRUE(sendersGone);
+    // Cancel kept the sound and dropped the first file; the second was asked about on its own.
+    ASSERT_EQ(asked.size(), 2);
+    for (const QString &question : asked)
+        EXPECT_TRUE(question.endsWith(QLatin1String("Do you want to save it?")))
+            << question.toStdString();
+    EXPECT_FALSE(title().contains(QLatin1String("second.wav")));
+}
+
+TEST_F(HandoverTest, whatIsNoSoundFileIsRefusedWithAReasonAndBlocksNothing)
+{
+    const QString pipe = dir.filePath(QStringLiteral("pipe.wav"));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+    const QString folder = dir.filePath(QStringLiteral("folder.wav"));
+    ASSERT_TRUE(QDir().mkpath(folder));
+    struct Case
+    {
+        QString path;
+        const char *reason;
+    };
+    std::vector<Case> cases = {
+        {pipe, "not a file but a device, pipe or socket"},
+        {QStringLiteral("/dev/zero"), "not a file but a device, pipe or socket"},
+        {folder, "it is a folder"},
+        {dir.filePath(QString(5000, QLatin1Char('n')) + QStringLiteral(".wav")),
+         "its name is too long"},
+        {dir.filePath(QStringLiteral("gone.wav")), "there is no such file"},
+    };
+    // The owner of everything reads what is closed to others.
+    if (::geteuid() != 0) {
+        const QString closed = dir.filePath(QStringLiteral("closed.wav"));
+        ASSERT_TRUE(QFile::copy(demoPath, closed));
+        ASSERT_TRUE(QFile::setPermissions(closed, QFileDevice::Permissions()));
+        cases.push_back({closed, "you may not read it"});
+    }
+    for (const Case &each : cases) {
+        dialogs.clear();
+        const std::unique_ptr<QLocalSocket> sender = handOver({each.path});
+        WAIT_FOR(!dialogs.isEmpty(), 10000);
+        ASSERT_EQ(dialogs.size(), 1);
+        EXPECT_TRUE(dialogs[0].contains(QLatin1String("Can't read sound file")))
+            << dialogs[0].toStdString();
+        EXPECT_TRUE(dialogs[0].contains(QLatin1String(each.reason))) << dialogs[0].toStdString();
+        // The name is cut for the message, never the whole 5000 characters.
+        EXPECT_LT(dialogs[0].size(), 200);
+        EXPECT_TRUE(title().contains(QLatin1String("demo.wav"))) << title().toStdString();
+    }
+}
+
+TEST_F(HandoverTest, sendersThatOverstepTheirBoundsAreDroppedAndNothingOfThemIsUsed)
+{
+    const QString second = dir.filePath(QStringLiteral("second.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, second));
+    auto droppedUnanswered = [](QLocalSocket &sender) {
+        return QTest::qWaitFor([&] { return sender.state() == QLocalSocket::UnconnectedState; },
+                               10000) &&
+               !sender.readAll().contains("ok");
+    };
+    // A message without end, one too many files, and one cut short by its sender.
+    const std::unique_ptr<QLocalSocket> endless = handOver({}, false);
+    endless->write(QByteArray(HandoverServer::kMaxMessageBytes + 1, 'x'));
+    EXPECT_TRUE(droppedUnanswered(*endless));
+    const std::unique_ptr<QLocalSocket> many =
+        handOver(QStringList(HandoverServer::kMaxPaths + 1, second));
+    EXPECT_TRUE(droppedUnanswered(*many));
+    const std::unique_ptr<QLocalSocket> cut = handOver({second}, false);
+    cut->disconnectFromServer();
+    WAIT_FOR(held() == 0, 10000);
+    EXPECT_TRUE(title().contains(QLatin1String("demo.wav"))) << title().toStdString();
+    // A whole one is taken and answered.
+    const std::unique_ptr<QLocalSocket> whole = handOver({second});
+    WAIT_FOR(title().contains(QLatin1String("second.wav")), 10000);
+    QByteArray answer;
+    WAIT_FOR((answer += whole->readAll()).contains("ok"), 10000);
+    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
+
+    // A sender that says nothing is dropped after the timeout.
+    HandoverServer quick(nullptr, std::chrono::milliseconds(100));
+    const QString quickPath = runtime.filePath(QStringLiteral("quick"));
+    ASSERT_TRUE(quick.listen(quickPath));
+    QLocalSocket silent;
+    silent.connectToServer(quickPath);
+    WAIT_FOR(quick.connections() == 1, 5000);
+    EXPECT_TRUE(droppedUnanswered(silent));
+    EXPECT_EQ(quick.connections(), 0);
+}
+
+// A socket of this process's at path, listening but never answering; closed with the object
+// (the file stays, as after a crash).
+class RawSocket
+{
+public:
+    explicit RawSocket(const QString &path) : fd(::socket(AF_UNIX, SOCK_STREAM, 0))
+    {
+        const QByteArray name = QFile::encodeName(path);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path, name.constData(), static_cast<std::size_t>(name.size()));
+        EXPECT_EQ(::bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(::listen(fd, 4), 0);
+    }
+    ~RawSocket() { ::close(fd); }
+    RawSocket(const RawSocket &) = delete;
+    RawSocket &operator=(const RawSocket &) = delete;
+    // Whether anyone connected.
+    [[nodiscard]] bool called() const
+    {
+        pollfd wait = {fd, POLLIN, 0};
+        return ::poll(&wait, 1, 0) == 1;
+    }
+
+private:
+    int fd;
+};
+
+unsigned modeOf(const QString &path)
+{
+    struct stat info = {};
+    EXPECT_EQ(::lstat(QFile::encodeName(path).constData(), &info), 0) << path.toStdString();
+    return info.st_mode & 07777;
+}
+
+TEST(HandoverSocket, livesInAFolderOnlyItsUserEntersAndTakesNothingElsesPlace)
+{
+    QTemporaryDir base;
+    ASSERT_TRUE(base.isValid());
+    const ScopedVariable temp("TMPDIR", QFile::encodeName(base.path()));
+    const QString fallback = base.filePath(QStringLiteral("quorval-%1").arg(::geteuid()));
+    const QString open = base.filePath(QStringLiteral("open"));
+    const QString own = base.filePath(QStringLiteral("own"));
+    ASSERT_EQ(::mkdir(QFile::encodeName(open).constData(), 0755), 0);
+    ASSERT_EQ(::mkdir(QFile::encodeName(own).constData(), 0700), 0);
+    {
+        // A runtime folder others may enter is passed over for one of our own, made 0700.
+        const ScopedVariable runtime("XDG_RUNTIME_DIR", QFile::encodeName(open));
+        EXPECT_EQ(HandoverServer::privateFolder(), fallback);
+        EXPECT_EQ(modeOf(fallback), 0700u);
+    }
+    {
+        const ScopedVariable runtime("XDG_RUNTIME_DIR", QFile::encodeName(own));
+        EXPECT_EQ(HandoverServer::privateFolder(), own);
+    }
+    {
+        // Without one, a fallback that is a link or open to others is refused.
+        const ScopedVariable runtime("XDG_RUNTIME_DIR", QByteArray());
+        ASSERT_TRUE(QDir(fallback).removeRecursively());
+        ASSERT_TRUE(QFile::link(own, fallback));
+        EXPECT_FALSE(HandoverServer::privateFolder());
+        ASSERT_TRUE(QFile::remove(fallback));
+        ASSERT_EQ(::mkdir(QFile::encodeName(fallback).constData(), 0755), 0);
+        EXPECT_FALSE(HandoverServer::privateFolder());
+    }
+
+    // Our own stale socket is replaced; a live one is left to its window.
+    const QString name = own + QStringLiteral("/socket");
+    {
+        const RawSocket stale(name);
+    }
+    HandoverServer first;
+    EXPECT_TRUE(first.listen(name));
+    HandoverServer second;
+    EXPECT_FALSE(second.listen(name));
+    EXPECT_TRUE(HandoverServer::isOwnSocket(name));
+    // A file or a link at the name is refused and left as it is, and nothing is sent there.
+    const QString planted = own + QStringLiteral("/planted");
+    {
+        QFile file(planted);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("mine");
+    }
+    const QString target = own + QStringLiteral("/target");
+    const RawSocket listener(target);
+    const QString link = own + QStringLiteral("/link");
+    ASSERT_TRUE(QFile::link(target, link));
+    for (const QString &path : {planted, link}) {
+        HandoverServer server;
+        EXPECT_FALSE(server.listen(path)) << path.toStdString();
+        EXPECT_FALSE(HandoverServer::isOwnSocket(path));
+        EXPECT_FALSE(HandoverServer::send(path, {QStringLiteral(QUORVAL_DEMO_WAV)}));
+    }
+    EXPECT_FALSE(listener.called());
+    QFile file(planted);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll(), "mine");
+    EXPECT_TRUE(QFileInfo(link).isSymLink());
+}
+
+// Runs fn in a child as the user uid and returns its exit status.
+template <class Fn> int asUser(uid_t uid, gid_t gid, Fn fn)
+{
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::alarm(30);
+        if (::setgroups(0, nullptr) != 0 || ::setgid(gid) != 0 || ::setuid(uid) != 0)
+            ::_exit(100);
+        ::_exit(fn());
+    }
+    int status = -1;
+    // The parent's event loop runs meanwhile: the child may talk to a server of this thread.
+    (void)QTest::qWaitFor([&] { return ::waitpid(child, &status, WNOHANG) == child; }, 40000);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(HandoverSocket, anotherUserCanNeitherHandOverNorReceive)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "a second user can only be made as root";
+    QProcess::execute(QStringLiteral("useradd"),
+                      {QStringLiteral("--system"), QStringLiteral("--no-create-home"),
+                       QStringLiteral("quorval-probe")});
+    const passwd *other = ::getpwnam("quorval-probe");
+    if (!other)
+        GTEST_SKIP() << "useradd could not make the user quorval-probe";
+    const uid_t uid = other->pw_uid;
+    const gid_t gid = other->pw_gid;
+
+    // A folder the other user may pass through, to reach what is planted for or against it.
+    // Under the shared temporary folder itself, which every user may pass through.
+    QTemporaryDir base(QStringLiteral("/tmp/quorval-probe-XXXXXX"));
+    ASSERT_TRUE(base.isValid());
+    ASSERT_EQ(::chmod(QFile::encodeName(base.path()).constData(), 0711), 0);
+    const QString name = base.filePath(QStringLiteral("socket"));
+    HandoverServer server;
+    ASSERT_TRUE(server.listen(name));
+    ASSERT_EQ(::chmod(QFile::encodeName(name).constData(), 0777), 0);
+    QSignalSpy received(&server, &HandoverServer::received);
+    const QByteArray path = QFile::encodeName(name);
+    // 0: connected, sent and got "ok"; 1: no answer; 2: could not connect.
+    const int status = asUser(uid, gid, [&path] {
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
+        if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+            return 2;
+        const char message[] = "/etc/passwd\n\n";
+        (void)::send(fd, message, sizeof message - 1, MSG_NOSIGNAL);
+        char answer[3] = {};
+        return ::read(fd, answer, 2) == 2 && answer[0] == 'o' ? 0 : 1;
+    });
+    EXPECT_EQ(status, 1);
+    EXPECT_TRUE(received.isEmpty());
+
+    // Another user's socket at our name gets nothing from us.
+    const QString planted = base.filePath(QStringLiteral("planted"));
+    const RawSocket trap(planted);
+    ASSERT_EQ(::lchown(QFile::encodeName(planted).constData(), uid, gid), 0);
+    EXPECT_FALSE(HandoverServer::isOwnSocket(planted));
+    EXPECT_FALSE(HandoverServer::send(planted, {QStringLiteral("/home/victim/lesson.wav")}));
+    EXPECT_FALSE(trap.called());
+    HandoverServer displaced;
+    EXPECT_FALSE(displaced.listen(planted));
+    EXPECT_TRUE(QFileInfo::exists(planted));
+
+    // Nor does its folder under the temporary folder stand in for ours.
+    const ScopedVariable temp("TMPDIR", QFile::encodeName(base.path()));
+    const ScopedVariable runtime("XDG_RUNTIME_DIR", QByteArray());
+    const QByteArray fallback =
+        QFile::encodeName(base.filePath(QStringLiteral("quorval-%1").arg(::geteuid())));
+    ASSERT_EQ(::mkdir(fallback.constData(), 0700), 0);
+    ASSERT_EQ(::chown(fallback.constData(), uid, gid), 0);
+    EXPECT_FALSE(HandoverServer::privateFolder());
+}
+
+} // namespace
+} // namespace quorval
