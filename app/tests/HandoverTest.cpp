@@ -10,11 +10,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <grp.h>
 #include <memory>
 #include <poll.h>
 #include <pwd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -208,6 +212,86 @@ TEST_F(HandoverTest, sendersThatOverstepTheirBoundsAreDroppedAndNothingOfThemIsU
     WAIT_FOR(quick.connections() == 1, 5000);
     EXPECT_TRUE(droppedUnanswered(silent));
     EXPECT_EQ(quick.connections(), 0);
+}
+
+// The number of descriptors this process has open.
+int openDescriptors()
+{
+    return static_cast<int>(QDir(QStringLiteral("/proc/self/fd")).count()) - 2;
+}
+
+// A child that connects `count` times to path and keeps every connection open until its
+// parent closes `hold`; it writes one byte to `done` when all are made. Only system calls after
+// the fork: the parent's Qt state is not the child's to use.
+[[noreturn]] void flood(const QByteArray &path, int count, int done, int hold)
+{
+    rlimit limit = {static_cast<rlim_t>(count + 64), static_cast<rlim_t>(count + 64)};
+    (void)::setrlimit(RLIMIT_NOFILE, &limit);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.constData(), static_cast<std::size_t>(path.size()));
+    for (int made = 0; made < count;) {
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+        if (fd < 0)
+            ::_exit(2);
+        if (::connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
+            ++made;
+            continue;
+        }
+        ::close(fd);
+        if (errno != EAGAIN)
+            ::_exit(3);
+        ::usleep(1000); // the window's backlog is full: it has not taken the last ones yet
+    }
+    const char byte = 1;
+    (void)!::write(done, &byte, 1);
+    char ignored = 0;
+    (void)!::read(hold, &ignored, 1);
+    ::_exit(0);
+}
+
+TEST_F(HandoverTest, aFloodOfLaunchesCostsTheWindowNoDescriptors)
+{
+    // About as many connections as the usual limit of 1024 descriptors allows, all held open.
+    constexpr int kFlood = 1100;
+    const int before = openDescriptors();
+    int done[2] = {};
+    int hold[2] = {};
+    ASSERT_EQ(::pipe2(done, O_CLOEXEC | O_NONBLOCK), 0);
+    ASSERT_EQ(::pipe2(hold, O_CLOEXEC), 0);
+    const QByteArray path = QFile::encodeName(Document::serverName());
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(done[0]);
+        ::close(hold[1]); // or the child would wait for itself
+        flood(path, kFlood, done[1], hold[0]);
+    }
+    ::close(done[1]);
+    ::close(hold[0]);
+    int most = 0;
+    const bool flooded = QTest::qWaitFor(
+        [&] {
+            most = std::max(most, openDescriptors() - before);
+            char byte = 0;
+            return ::read(done[0], &byte, 1) == 1;
+        },
+        60000);
+    EXPECT_TRUE(flooded) << "the window did not take " << kFlood << " connections in 60 s";
+    EXPECT_LE(held(), HandoverServer::kMaxConnections);
+    EXPECT_LT(most, 4 * HandoverServer::kMaxConnections) << "descriptors the flood cost";
+    ::close(hold[1]);
+    ::close(done[0]);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+
+    // Once the flood's senders are gone the window takes a file as before.
+    WAIT_FOR(held() == 0, 10000);
+    const QString second = dir.filePath(QStringLiteral("second.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, second));
+    const std::unique_ptr<QLocalSocket> whole = handOver({second});
+    WAIT_FOR(title().contains(QLatin1String("second.wav")), 10000);
 }
 
 // A socket of this process's at path, listening but never answering; closed with the object
