@@ -84,16 +84,17 @@ TEST(MusicStream, segmentationFollowsTheOptions)
     EXPECT_EQ(MusicStream::segmentation(8000.0, kRing).first, 64);
 }
 
-TEST(MusicStream, lowestNotesTheAnalysisCannotSegmentAreReplacedWithAWarning)
+TEST(MusicStream, lowestNotesTheAnalysisCannotSegmentAreReplaced)
 {
     OptionGuard lowest(Parameters::shared().lowestNote);
     OptionGuard highest(Parameters::shared().highestNote);
-    ASSERT_TRUE(Parameters::shared().highestNote.setValue(2000.0));
-    // Far too low for memory, too low for a small ring, and so high that a segment would be a
-    // frame or two: each gives a segmentation within the bounds, from a replaced note.
-    for (const double note : {-1000.0, -199.0, -100.0, 1000.0}) {
+    ASSERT_TRUE(Parameters::shared().highestNote.setValue(127.0));
+    // The lowest note the options take is too low for a small ring: the segmentation stays
+    // within the bounds, from a replaced note.
+    const std::pair<double, std::int64_t> cases[] = {{0.0, 5000}, {0.0, 2000}};
+    for (const auto &[note, ring] : cases) {
         ASSERT_TRUE(Parameters::shared().lowestNote.setValue(note));
-        for (const std::int64_t ring : {kRing, std::int64_t{5000}}) {
+        {
             const auto [length, spacing] = MusicStream::segmentation(kRate, ring);
             EXPECT_LE(length, std::min(PitchStream::kMaxSegLength, ring)) << note;
             EXPECT_GE(length, PitchStream::kMinSegLength) << note;
@@ -109,19 +110,13 @@ TEST(MusicStream, lowestNotesTheAnalysisCannotSegmentAreReplacedWithAWarning)
             ASSERT_TRUE(Parameters::shared().lowestNote.setValue(note));
         }
     }
-    // An opened sound is analysed with the replacement, and the warning names the option, the
-    // value and what was used, once.
-    ASSERT_TRUE(Parameters::shared().lowestNote.setValue(-199.0));
+    // An opened sound always has room for the lowest note the options take: no warning.
+    ASSERT_TRUE(Parameters::shared().lowestNote.setValue(0.0));
     test::MessageCatcher messages;
-    test::OpenedSound sound(test::toneAt(60.0, 0.5));
-    const PitchStream::LowestNote usable =
-        PitchStream::usableLowestNote(kRate, sound.music->wavStream->maxFrames);
-    ASSERT_EQ(messages.texts.size(), 1u);
-    EXPECT_TRUE(messages.texts[0].contains("\"Lowest Note\" -199"));
-    EXPECT_TRUE(messages.texts[0].contains(QString::number(usable.used)));
-    sound.music->resegment();
-    EXPECT_EQ(messages.texts.size(), 1u);
-    EXPECT_EQ(sound.music->segLength(), PitchStream::kMaxSegLength);
+    test::OpenedSound sound(test::toneAt(60.0, 0.05));
+    EXPECT_FALSE(
+        PitchStream::usableLowestNote(kRate, sound.music->wavStream->maxFrames).replaced());
+    EXPECT_TRUE(messages.texts.empty());
 }
 
 TEST(MusicStream, openedFileHasEverySegmentStartingInItTheSameEveryTime)
