@@ -1,7 +1,7 @@
 // Fuzz target: arbitrary bytes are opened as a sound file, as the window opens one: the WAV
 // reader or, failing it, the decoder; whatever opens is copied, cut into segments and analysed.
-// The first byte picks "Lowest Note" from ordinary and extreme values, so that the segmentation
-// guard is reached too. Crashes, sanitizer reports, hangs and the checks below fail.
+// The first byte picks "Lowest Note" from ordinary values and the ends of its range, so that the
+// longest and shortest segments are reached too. Crashes, sanitizer reports, hangs and the checks below fail.
 
 #include "fuzz/FuzzInput.h"
 #include "options/OptionStore.h"
@@ -63,9 +63,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     static Harness harness;
     if (size < 1)
         return 0;
-    static constexpr double kLowestNotes[] = {55.0, 55.0, 55.0, 20.0, 90.0, -60.0, -1000.0, 1000.0};
+    static constexpr double kLowestNotes[] = {55.0, 55.0, 55.0, 20.0, 90.0, 0.0, 1.0, 126.0};
     quorval::Parameters &options = quorval::Parameters::shared();
-    (void)options.highestNote.setValue(2000.0);
+    (void)options.highestNote.setValue(127.0);
     (void)options.lowestNote.setValue(kLowestNotes[data[0] % 8]);
     if (!quorval::fuzz::writeFile(harness.input, data + 1, size - 1))
         return 0;
