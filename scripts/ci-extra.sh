@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Checks beyond the test suite: a Release build running each benchmark briefly and the pitch
-# evaluation, and the fuzz targets for a bounded time.
+# evaluation, the Debian package and its lint, and the fuzz targets for a bounded time.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # Cached compiles are shared between checkouts: paths inside the checkout are hashed relative.
@@ -30,14 +30,22 @@ fi
 # The Debian package of the Release build: it must hold both programs and the desktop entry, and
 # name its library dependencies.
 if [ -f packaging/CMakeLists.txt ]; then
+    rm -f build/release/quorval_*.deb
     (cd build/release && cpack -G DEB)
     deb=$(ls build/release/quorval_*.deb)
+    # What a Debian packager would be told: no error and no warning is let through.
+    lintian --pedantic --display-info "$deb" | tee build/release/lintian.txt
+    if grep -q '^[EW]:' build/release/lintian.txt; then
+        echo "lintian: errors or warnings in $deb" >&2
+        exit 1
+    fi
     dpkg-deb --info "$deb"
     dpkg-deb --field "$deb" Depends | grep -q libqt6widgets6
     contents=$(dpkg-deb --contents "$deb")
     for wanted in ./usr/bin/quorval-cli ./usr/share/applications/org.quorval.Quorval.desktop \
-        ./usr/share/metainfo/org.quorval.Quorval.metainfo.xml ./usr/share/man/man1/quorval-cli.1 \
-        ./usr/share/doc/quorval/copyright; do
+        ./usr/share/metainfo/org.quorval.Quorval.metainfo.xml ./usr/share/man/man1/quorval-cli.1.gz \
+        ./usr/share/man/man1/quorval.1.gz ./usr/share/doc/quorval/copyright \
+        ./usr/share/doc/quorval/changelog.Debian.gz; do
         grep -q " $wanted\$" <<<"$contents" || { echo "$deb lacks $wanted"; exit 1; }
     done
     if [ -f app/CMakeLists.txt ]; then
