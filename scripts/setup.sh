@@ -13,7 +13,7 @@ purpose="${1:-ci}"
 build=(
     g++ cmake make pkgconf ninja-build ccache
     qt6-base-dev qt6-multimedia-dev qt6-svg-dev libqt6svg6 qt6-l10n-tools libxkbcommon-dev
-    libsndfile1-dev librubberband-dev
+    libsndfile1-dev librubberband-dev libpulse-dev
     dpkg-dev file
 )
 # Running: what Qt loads at run time (the platform plugins, and GStreamer, without which Qt
