@@ -4,6 +4,9 @@
 
 #include <QMetaObject>
 
+#include <condition_variable>
+#include <mutex>
+
 namespace quorval {
 
 AudioThread::AudioThread(const char *name) : anchor(new QObject)
@@ -31,9 +34,24 @@ void AudioThread::run(const std::function<void()> &fn)
         fn();
         return;
     }
+    // The hand-over both ways goes through a mutex of our own rather than only through Qt's
+    // blocking connection, whose wait ThreadSanitizer cannot see inside the system's Qt: what
+    // the caller wrote before is fn's to read, and what fn wrote is the caller's after.
+    std::mutex mutex;
+    std::condition_variable finished;
+    bool done = false;
+    std::unique_lock lock(mutex);
     const bool posted = QMetaObject::invokeMethod(
-        anchor, [&fn] { fn(); }, Qt::BlockingQueuedConnection);
+        anchor,
+        [&] {
+            const std::lock_guard running(mutex);
+            fn();
+            done = true;
+            finished.notify_one();
+        },
+        Qt::QueuedConnection);
     QUORVAL_CHECK(posted);
+    finished.wait(lock, [&done] { return done; });
 }
 
 void AudioThread::post(std::function<void()> fn)

@@ -8,11 +8,14 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QDir>
+#include <QFile>
 #include <QMetaObject>
 #include <QTemporaryDir>
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <thread>
 
 // quorval-cli: the window's analysis for scripts and batches.
@@ -35,9 +38,19 @@ int main(int argc, char **argv)
     }
 
     // Pictures are drawn by the window's own views, on Qt's offscreen platform: no window.
+    // The platform layer wants the session's private runtime folder and warns without one (a
+    // console, cron, a build): this run then has a 0700 folder of its own, gone at exit.
+    std::optional<QTemporaryDir> runtimeFolder;
     std::unique_ptr<QCoreApplication> app;
     if (line->command == quorval::CommandLine::Command::render) {
         qputenv("QT_QPA_PLATFORM", "offscreen");
+        if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR")) {
+            runtimeFolder.emplace(QDir::tempPath() + "/quorval-runtime-XXXXXX");
+            if (runtimeFolder->isValid()) {
+                quorval::WorkingFiles::track(runtimeFolder->path().toStdString());
+                qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtimeFolder->path()));
+            }
+        }
         app = std::make_unique<QApplication>(argc, argv);
     } else {
         app = std::make_unique<QCoreApplication>(argc, argv);

@@ -8,6 +8,10 @@ if(QUORVAL_SANITIZE)
     target_compile_options(quorval_warnings INTERFACE
         -fsanitize=${QUORVAL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     target_link_options(quorval_warnings INTERFACE -fsanitize=${QUORVAL_SANITIZE})
+    if(QUORVAL_SANITIZE MATCHES "thread")
+        target_sources(quorval_warnings INTERFACE
+            "${CMAKE_CURRENT_LIST_DIR}/ThreadSanitizerOptions.cpp")
+    endif()
 endif()
 
 # quorval_library(name SOURCES ... LINKS ...): the static library of one folder.
@@ -26,6 +30,11 @@ function(quorval_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LINKS;PROPERTIES" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE ${ARG_LINKS} GTest::gtest GTest::gtest_main quorval_warnings)
+    if(QUORVAL_SANITIZE MATCHES "thread")
+        # A test main over the streams restarts itself with these suppressions.
+        target_compile_definitions(${name} PRIVATE
+            QUORVAL_TSAN_SUPPRESSIONS="${PROJECT_SOURCE_DIR}/streams/tests/tsan.supp")
+    endif()
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
         PROPERTIES ${ARG_PROPERTIES})
 endfunction()

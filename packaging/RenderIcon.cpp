@@ -1,15 +1,23 @@
 // Draws the SVG icon into square PNGs of the sizes the icon theme asks for, at build time.
 // Usage: quorval-render-icon ICON.svg SIZE OUT.png
+#include <QDir>
+#include <QFile>
 #include <QGuiApplication>
 #include <QImage>
 #include <QPainter>
 #include <QSvgRenderer>
+#include <QTemporaryDir>
 
 #include <cstdio>
 
 int main(int argc, char **argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
+    // The platform layer warns without the session's private runtime folder, as in a build: this
+    // run has one of its own.
+    QTemporaryDir runtimeFolder(QDir::tempPath() + "/quorval-runtime-XXXXXX");
+    if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR") && runtimeFolder.isValid())
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtimeFolder.path()));
     QGuiApplication application(argc, argv);
     const QStringList arguments = QCoreApplication::arguments();
     bool sizeOk = false;

@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 # Cached compiles are shared between checkouts: paths inside the checkout are hashed relative.
 export CCACHE_BASEDIR="$PWD"
 
-bash scripts/setup.sh
+bash scripts/setup.sh test
 cmake -S . -B build/test -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUORVAL_WERROR=ON \
     -DQUORVAL_SANITIZE=address,undefined
 cmake --build build/test -j"$(nproc)"

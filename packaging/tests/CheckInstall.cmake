@@ -15,8 +15,10 @@ set(wanted
     share/icons/hicolor/scalable/apps/${APP_ID}.svg
     share/icons/hicolor/48x48/apps/${APP_ID}.png
     share/icons/hicolor/256x256/apps/${APP_ID}.png
-    share/man/man1/quorval-cli.1
-    share/doc/quorval/LICENSE
+    share/man/man1/quorval-cli.1.gz
+    share/man/man1/quorval.1.gz
+    share/doc/quorval/copyright
+    share/doc/quorval/changelog.Debian.gz
     share/doc/quorval/screenshots/trace.png
     share/quorval/demo.wav)
 if(WITH_WINDOW)

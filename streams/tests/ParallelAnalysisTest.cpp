@@ -7,8 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <thread>
 #include <vector>
 
 namespace quorval {
@@ -35,6 +38,34 @@ void expectSameResults(MusicStream &a, MusicStream &b)
     }
 }
 
+// Holds the music stream's calculation loop after each unit until the helpers have computed
+// more than `beyond` segments, or the round's minute is up, so that they take part however the
+// threads are scheduled.
+struct HelperGate
+{
+    std::atomic<ParallelAnalysis *> helpers{nullptr};
+    std::atomic<long long> beyond{0};
+    std::atomic<std::chrono::steady_clock::time_point> giveUpAt{std::chrono::steady_clock::now() +
+                                                                60s};
+
+    void nextRound(long long helpedSoFar)
+    {
+        giveUpAt = std::chrono::steady_clock::now() + 60s;
+        beyond = helpedSoFar;
+    }
+
+    void hold() const
+    {
+        for (;;) {
+            const ParallelAnalysis *seen = helpers.load();
+            if ((seen != nullptr && seen->helped() > beyond) ||
+                std::chrono::steady_clock::now() >= giveUpAt.load())
+                return;
+            std::this_thread::sleep_for(1ms);
+        }
+    }
+};
+
 // The window's helpers start while the sound is still being copied, share the work with the
 // loop and, after a recomputation, help again; the results are the loop's own to the last bit.
 TEST(ParallelAnalysis, helpersServeAWindowsSoundWithTheLoopsOwnResults)
@@ -48,17 +79,22 @@ TEST(ParallelAnalysis, helpersServeAWindowsSoundWithTheLoopsOwnResults)
     const std::shared_ptr<MusicStream> alone = opened(file);
     ASSERT_TRUE(alone->waitUntilCalculated(120s));
 
+    HelperGate gate;
     const std::shared_ptr<MusicStream> helped = opened(file);
+    helped->setUnitObserver([&gate](std::int64_t) { gate.hold(); });
     ParallelAnalysis helpers(helped, 3);
+    gate.helpers = &helpers;
     ASSERT_TRUE(helped->waitUntilCalculated(120s));
     expectSameResults(*alone, *helped);
     const long long firstRound = helpers.helped();
     EXPECT_GT(firstRound, 0);
 
+    gate.nextRound(firstRound);
     helped->recompute();
     ASSERT_TRUE(helped->waitUntilCalculated(120s));
     expectSameResults(*alone, *helped);
     EXPECT_GT(helpers.helped(), firstRound);
+    helped->setUnitObserver(nullptr);
 }
 
 // Helpers of a sound that has gone end by themselves; stopped ones leave the loop to finish.
