@@ -4,9 +4,11 @@
 #include "app/HandoverServer.h"
 #include "options/Messages.h"
 
+#include <QApplication>
 #include <QFile>
 #include <QFileInfo>
 #include <QMainWindow>
+#include <QTimer>
 
 #include <cerrno>
 #include <cstdio>
@@ -92,9 +94,14 @@ void Document::handOver(const QStringList &paths)
 
 void Document::openNextHandedOver()
 {
-    // A question showing runs the event loop: files arriving meanwhile wait for its answer.
+    // A question showing runs the event loop: files arriving meanwhile wait for its answer,
+    // whoever asked it (this path, the start-up, a menu command).
     if (opening || waiting.empty())
         return;
+    if (QApplication::activeModalWidget() != nullptr) {
+        QTimer::singleShot(kModalPoll, this, &Document::openNextHandedOver);
+        return;
+    }
     opening = true;
     const QString path = waiting.front();
     waiting.pop_front();

@@ -4,6 +4,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <chrono>
 #include <deque>
 #include <optional>
 
@@ -28,6 +29,8 @@ class Document : public QObject
 public:
     // At most this many handed-over files wait; later ones are dropped with a line on stderr.
     static constexpr std::size_t kMaxWaiting = 16;
+    // How often files handed over look again whether a question is still showing.
+    static constexpr std::chrono::milliseconds kModalPoll{200};
 
     explicit Document(AppDelegate &appDelegate, QObject *parent = nullptr);
 

@@ -3,10 +3,12 @@
 #include "app/HandoverServer.h"
 #include "app/tests/WindowTest.h"
 
+#include <QDialog>
 #include <QDir>
 #include <QLocalSocket>
 #include <QProcess>
 #include <QSignalSpy>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -134,6 +136,28 @@ TEST_F(HandoverTest, filesHandedOverWhileAQuestionShowsWaitForItsAnswer)
         EXPECT_TRUE(question.endsWith(QLatin1String("Do you want to save it?")))
             << question.toStdString();
     EXPECT_FALSE(title().contains(QLatin1String("second.wav")));
+}
+
+TEST_F(HandoverTest, aFileHandedOverWhileAnyDialogShowsOpensOnlyOnceItIsClosed)
+{
+    // As at start-up, when the file named on the command line could not be read: the message is
+    // the window's own, not the hand-over's, and the sound behind it may still change.
+    const QString second = dir.filePath(QStringLiteral("second.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, second));
+    QDialog message(delegate->window);
+    message.setModal(true);
+    std::unique_ptr<QLocalSocket> sender;
+    bool openedBehindIt = true;
+    QTimer::singleShot(0, &message, [&] {
+        sender = handOver({second});
+        // Long enough for the file to be read and opened, were it not waiting.
+        QTest::qWait(1500);
+        openedBehindIt = title().contains(QLatin1String("second.wav"));
+        message.accept();
+    });
+    message.exec();
+    EXPECT_FALSE(openedBehindIt);
+    WAIT_FOR(title().contains(QLatin1String("second.wav")), 10000);
 }
 
 TEST_F(HandoverTest, whatIsNoSoundFileIsRefusedWithAReasonAndBlocksNothing)
