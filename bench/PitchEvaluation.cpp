@@ -575,6 +575,133 @@ void analyse(const Sound &sound, bool refined, Scores &scores)
     group.insert(group.end(), notes.begin(), notes.end());
 }
 
+// --- Periodicity pitch from another program --------------------------------------------------
+// Praat's To Pitch (ac) (Boersma, "Accurate short-term analysis of the fundamental frequency and
+// the harmonics-to-noise ratio of a sampled sound", IFA Proceedings 17, 1993), run as a separate
+// process on the same samples written to a temporary WAV file: time step the segment spacing,
+// floor and ceiling the file's pitch range, its pitch read at each segment's centre.
+
+bool praatFound()
+{
+    return std::system("praat --version > /dev/null 2>&1") == 0;
+}
+
+void putLittle(std::ofstream &out, std::uint32_t value, int bytes)
+{
+    for (int i = 0; i < bytes; i++)
+        out.put(static_cast<char>((value >> (8 * i)) & 0xff));
+}
+
+bool writeWav(const std::filesystem::path &path, const std::vector<double> &samples)
+{
+    std::ofstream out(path, std::ios::binary);
+    const auto dataBytes = static_cast<std::uint32_t>(2 * samples.size());
+    out << "RIFF";
+    putLittle(out, 36 + dataBytes, 4);
+    out << "WAVEfmt ";
+    putLittle(out, 16, 4);
+    putLittle(out, 1, 2); // PCM
+    putLittle(out, 1, 2); // mono
+    putLittle(out, static_cast<std::uint32_t>(kSampleRate), 4);
+    putLittle(out, static_cast<std::uint32_t>(2 * kSampleRate), 4);
+    putLittle(out, 2, 2);
+    putLittle(out, 16, 2);
+    out << "data";
+    putLittle(out, dataBytes, 4);
+    for (double v : samples)
+        putLittle(out,
+                  static_cast<std::uint16_t>(
+                      static_cast<std::int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0)))),
+                  2);
+    return static_cast<bool>(out);
+}
+
+constexpr const char *kPraatScript = R"(form Pitch at times
+    sentence wav
+    sentence times
+    sentence out
+    positive step
+    positive floor
+    positive ceiling
+endform
+sound = Read from file: wav$
+pitch = To Pitch (ac): step, floor, 15, "no", 0.03, 0.45, 0.01, 0.35, 0.14, ceiling
+strings = Read Strings from raw text file: times$
+n = Get number of strings
+writeFile: out$, ""
+for i to n
+    selectObject: strings
+    line$ = Get string: i
+    t = number(line$)
+    selectObject: pitch
+    f = Get value at time: t, "Hertz", "linear"
+    appendFileLine: out$, fixed$(f, 6)
+endfor
+)";
+
+// Praat's pitch (Hz, NaN where it finds none) at each time (seconds) of the sound; empty when
+// Praat fails.
+std::vector<double> praatPitches(const Sound &sound, const std::vector<double> &times)
+{
+    const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
+    const auto dir =
+        std::filesystem::temp_directory_path() / ("quorval-praat-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+    const auto wav = dir / "sound.wav";
+    const auto timesFile = dir / "times.txt";
+    const auto out = dir / "pitch.txt";
+    const auto script = dir / "pitch.praat";
+    std::vector<double> pitches;
+    {
+        std::ofstream(script) << kPraatScript;
+        std::ofstream list(timesFile);
+        for (double t : times)
+            list << std::to_string(t) << '\n';
+    }
+    if (writeWav(wav, sound.samples)) {
+        const std::string command =
+            "praat --run '" + script.string() + "' '" + wav.string() + "' '" + timesFile.string() +
+            "' '" + out.string() + "' " + std::to_string(s.segSpacing / kSampleRate) + " " +
+            std::to_string(s.freqMin) + " " + std::to_string(s.freqMax) + " > /dev/null 2>&1";
+        if (std::system(command.c_str()) == 0) {
+            std::ifstream in(out);
+            std::string line;
+            while (std::getline(in, line)) {
+                char *end = nullptr;
+                const double f = std::strtod(line.c_str(), &end);
+                pitches.push_back(end != line.c_str() && f > 0.0 ? f : NAN);
+            }
+        }
+    }
+    std::filesystem::remove_all(dir);
+    if (pitches.size() != times.size())
+        pitches.clear();
+    return pitches;
+}
+
+// The segments of one sound as Praat reads them at their centres; false when Praat fails.
+bool analyseWithPraat(const Sound &sound, Scores &scores)
+{
+    const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
+    std::vector<double> times;
+    for (const Note &note : sound.notes)
+        for (const PlacedSegment &segment : note.placed)
+            times.push_back((static_cast<double>(segment.start) + 0.5 * s.segLength) / kSampleRate);
+    const std::vector<double> pitches = praatPitches(sound, times);
+    if (pitches.empty() && !times.empty())
+        return false;
+    std::vector<Note> notes = sound.notes;
+    std::size_t i = 0;
+    for (Note &note : notes)
+        for (const PlacedSegment &segment : note.placed) {
+            const double f = pitches[i++];
+            note.segments.push_back(f > 0.0 ? centsBetween(f, segment.truth.pitchHz) : NAN);
+        }
+    auto &group = scores.byGroup[sound.group];
+    group.insert(group.end(), notes.begin(), notes.end());
+    return true;
+}
+
 struct Row
 {
     int segments = 0;
@@ -677,13 +804,37 @@ void printReferenceCheck(const std::vector<Sound> &sounds)
                     percentile(values, 0.5), percentile(values, 0.95), percentile(values, 1.0));
 }
 
-void printRow(const std::string &name, const Row &a, const Row &b)
+// p95 over the notes of |mean refined − mean Praat| (cents): how closely the refined pitch
+// follows the periodicity pitch, note by note.
+double agreementP95(const std::vector<Note> &refinedNotes, const std::vector<Note> &praatNotes)
 {
-    std::printf("%-26s %6d | %6.2f %6.2f | %6.2f %6.2f | %6.3f %6.3f | %6.2f %6.2f | %6.3f %6.3f "
-                "| %6.1f %6.1f\n",
-                name.c_str(), a.segments, a.rawPitchAccuracy, b.rawPitchAccuracy, a.octaveErrors,
-                b.octaveErrors, a.median, b.median, a.p95, b.p95, a.noteP95, b.noteP95,
-                a.noteWithin5, b.noteWithin5);
+    std::vector<double> gaps;
+    for (std::size_t i = 0; i < refinedNotes.size() && i < praatNotes.size(); i++) {
+        const double gap = meanWithin50(refinedNotes[i]) - meanWithin50(praatNotes[i]);
+        if (std::isfinite(gap))
+            gaps.push_back(std::abs(gap));
+    }
+    return percentile(gaps, 0.95);
+}
+
+// One group's figures: specified | refined, then Praat's where it ran and the refined pitch's
+// agreement with it.
+void printRow(const std::string &name, const std::vector<Note> &a, const std::vector<Note> &b,
+              const std::vector<Note> *praat)
+{
+    const Row x = score(a);
+    const Row y = score(b);
+    std::printf("%-28s %5d | %6.2f %6.2f | %5.2f %5.2f | %6.3f %6.3f | %6.2f %6.2f | %6.3f %6.3f "
+                "| %5.1f %5.1f",
+                name.c_str(), x.segments, x.rawPitchAccuracy, y.rawPitchAccuracy, x.octaveErrors,
+                y.octaveErrors, x.median, y.median, x.p95, y.p95, x.noteP95, y.noteP95,
+                x.noteWithin5, y.noteWithin5);
+    if (praat != nullptr) {
+        const Row z = score(*praat);
+        std::printf(" || %6.2f %5.2f %6.3f %6.3f | %6.3f", z.rawPitchAccuracy, z.octaveErrors,
+                    z.p95, z.noteP95, agreementP95(b, *praat));
+    }
+    std::printf("\n");
 }
 
 } // namespace
@@ -755,35 +906,56 @@ int main(int argc, char **argv)
 
     Scores specified;
     Scores refined;
+    Scores praat;
+    const bool praatInstalled = praatFound();
+    bool withPraat = praatInstalled;
     std::map<std::string, bool> heldToTargets;
     for (const Sound &sound : sounds) {
         analyse(sound, false, specified);
         analyse(sound, true, refined);
+        if (withPraat && !analyseWithPraat(sound, praat)) {
+            std::fprintf(stderr, "Praat failed on %s: its column is left out\n",
+                         sound.group.c_str());
+            withPraat = false;
+        }
         heldToTargets[sound.group] = sound.heldToTargets;
     }
     std::printf("Each pair: specified | refined. RPA: within 50 cents (%%); oct: octave or twelfth "
                 "off (%%);\nmedian, p95: |cents| of segments within 50 cents; note p95, note<=5: "
                 "|mean cents| per note.\n");
-    std::printf("%-26s %6s | %13s | %13s | %13s | %13s | %13s | %13s\n", "group", "segs", "RPA",
+    if (withPraat)
+        std::printf("After ||: Praat's To Pitch (ac) on the same segments (RPA, oct, p95, note "
+                    "p95), and\nvs Praat: p95 over the notes of |refined mean - Praat's mean|, "
+                    "cents.\n");
+    else if (!praatInstalled)
+        std::printf("Praat not found (apt-get install praat): its columns are left out.\n");
+    std::printf("%-28s %5s | %13s | %11s | %13s | %13s | %13s | %11s", "group", "segs", "RPA",
                 "oct", "median", "p95", "note p95", "note<=5");
+    if (withPraat)
+        std::printf(" || %6s %5s %6s %6s | %6s", "RPA", "oct", "p95", "note", "vs Praat");
+    std::printf("\n");
     std::vector<Note> all;
     std::vector<Note> allRefined;
+    std::vector<Note> allPraat;
     for (const auto &[group, notes] : specified.byGroup) {
         const auto &other = refined.byGroup[group];
-        const Row row = score(notes);
-        if (row.segments == 0)
+        const auto &third = praat.byGroup[group];
+        if (score(notes).segments == 0)
             continue; // every note left out: see below
-        printRow(group, row, score(other));
+        printRow(group, notes, other, withPraat ? &third : nullptr);
         if (eachNote)
             for (std::size_t i = 0; i < notes.size(); i++)
-                std::printf("    %9.2f Hz %6.2f %6.2f\n", notes[i].pitchHz, meanWithin50(notes[i]),
-                            meanWithin50(other[i]));
+                std::printf("    %9.2f Hz %6.2f %6.2f %6.2f\n", notes[i].pitchHz,
+                            meanWithin50(notes[i]), meanWithin50(other[i]),
+                            withPraat ? meanWithin50(third[i]) : NAN);
         if (heldToTargets[group]) {
             all.insert(all.end(), notes.begin(), notes.end());
             allRefined.insert(allRefined.end(), other.begin(), other.end());
+            if (withPraat)
+                allPraat.insert(allPraat.end(), third.begin(), third.end());
         }
     }
-    printRow("all (targets)", score(all), score(allRefined));
+    printRow("all (targets)", all, allRefined, withPraat ? &allPraat : nullptr);
     if (renders) {
         std::printf("\n* Partials stretched: the pitch depends on which partials one weighs, so "
                     "the row is shown but not held to the targets.\n");
