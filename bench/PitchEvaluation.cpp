@@ -94,6 +94,7 @@ struct Note
     double vibratoPhase = 0.0; // radians at the start
     std::vector<PlacedSegment> placed;
     std::vector<double> segments; // filled while scoring: signed error of each, cents
+    std::vector<double> goodness; // and the goodness of each
 };
 
 struct Sound
@@ -541,35 +542,57 @@ struct Scores
     std::map<std::string, std::vector<Note>> byGroup;
 };
 
-// Segment pitches of one sound as the pitch stream computes them at default options with the
-// note range of the file, the second run with refinement.
-void analyse(const Sound &sound, bool refined, Scores &scores)
+// The analysis of one file's segments as the pitch stream sets it up at default options with the
+// file's note range.
+struct SegmentAnalysis
 {
-    const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
+    explicit SegmentAnalysis(const Segmentation &segmentation) : s(segmentation)
+    {
+        int logN = 0;
+        while ((1 << logN) < s.segLength / 2)
+            logN++;
+        (void)fft.setupWithLogN(logN);
+        (void)peaks.setupWithN(s.segLength / 2 + 1, fft.getResult(), 0.5, kSampleRate / s.segLength,
+                               s.freqMin, std::sqrt(2.0));
+        (void)refiner.setupWithNFrames(s.segLength, kSampleRate / s.segLength);
+    }
+
+    // The segment's pitch (Hz, 0 for none) and goodness; refined, the refiner's pitch and, where
+    // it measured one, its goodness.
+    std::pair<double, double> pitch(const double *samples, bool refined)
+    {
+        result.setupWithSamples(samples, fft, &peaks, 2, s.freqMin, s.freqMax, 0.9,
+                                PeakDataSetOC::kDbLimit);
+        result.compute();
+        double f = result.getFreq();
+        double goodness = result.getGoodness();
+        if (refined && f > 0.0) {
+            refiner.setSamples(samples);
+            f = refiner.refine(f, s.freqMin, s.freqMax);
+            if (refiner.getHarmonicsUsed() > 0)
+                goodness = refiner.getGoodness();
+        }
+        return {f, goodness};
+    }
+
+    Segmentation s;
     FFTOC fft;
-    int logN = 0;
-    while ((1 << logN) < s.segLength / 2)
-        logN++;
-    (void)fft.setupWithLogN(logN);
     PeakDataSetOC peaks;
-    (void)peaks.setupWithN(s.segLength / 2 + 1, fft.getResult(), 0.5, kSampleRate / s.segLength,
-                           s.freqMin, std::sqrt(2.0));
     PitchResultOC result;
     PitchRefinerOC refiner;
-    (void)refiner.setupWithNFrames(s.segLength, kSampleRate / s.segLength);
+};
+
+// Segment pitches of one sound, the second run with refinement.
+void analyse(const Sound &sound, bool refined, Scores &scores)
+{
+    SegmentAnalysis analysis(segmentationOf(sound.lowestNote, sound.highestNote));
     std::vector<Note> notes = sound.notes;
     for (Note &note : notes)
         for (const PlacedSegment &segment : note.placed) {
-            const double *samples = sound.samples.data() + segment.start;
-            result.setupWithSamples(samples, fft, &peaks, 2, s.freqMin, s.freqMax, 0.9,
-                                    PeakDataSetOC::kDbLimit);
-            result.compute();
-            double f = result.getFreq();
-            if (refined && f > 0.0) {
-                refiner.setSamples(samples);
-                f = refiner.refine(f, s.freqMin, s.freqMax);
-            }
+            const auto [f, goodness] =
+                analysis.pitch(sound.samples.data() + segment.start, refined);
             note.segments.push_back(f > 0.0 ? centsBetween(f, segment.truth.pitchHz) : NAN);
+            note.goodness.push_back(goodness);
         }
     auto &group = scores.byGroup[sound.group];
     group.insert(group.end(), notes.begin(), notes.end());
@@ -711,7 +734,11 @@ struct Row
     double p95 = 0.0;
     double noteP95 = 0.0; // |mean cents| per note
     double noteWithin5 = 0.0;
+    double bright = 0.0; // share of segments at or above the default "Quality threshold" (%)
 };
+
+// The default "Quality threshold": segments with less goodness are drawn dim.
+constexpr double kQualityThreshold = 100.0;
 
 double percentile(std::vector<double> values, double q)
 {
@@ -750,7 +777,10 @@ Row score(const std::vector<Note> &notes)
     std::vector<double> noteMeans;
     int accurate = 0;
     int octaves = 0;
+    int bright = 0;
     for (const Note &note : notes) {
+        bright += static_cast<int>(std::count_if(note.goodness.begin(), note.goodness.end(),
+                                                 [](double g) { return g >= kQualityThreshold; }));
         for (double c : note.segments) {
             row.segments++;
             if (std::abs(c) < 50.0) {
@@ -766,6 +796,7 @@ Row score(const std::vector<Note> &notes)
     if (row.segments == 0)
         return row;
     row.rawPitchAccuracy = 100.0 * accurate / row.segments;
+    row.bright = 100.0 * bright / row.segments;
     row.octaveErrors = 100.0 * octaves / row.segments;
     row.median = percentile(good, 0.5);
     row.p95 = percentile(good, 0.95);
@@ -825,16 +856,59 @@ void printRow(const std::string &name, const std::vector<Note> &a, const std::ve
     const Row x = score(a);
     const Row y = score(b);
     std::printf("%-28s %5d | %6.2f %6.2f | %5.2f %5.2f | %6.3f %6.3f | %6.2f %6.2f | %6.3f %6.3f "
-                "| %5.1f %5.1f",
+                "| %5.1f %5.1f | %5.1f %5.1f",
                 name.c_str(), x.segments, x.rawPitchAccuracy, y.rawPitchAccuracy, x.octaveErrors,
                 y.octaveErrors, x.median, y.median, x.p95, y.p95, x.noteP95, y.noteP95,
-                x.noteWithin5, y.noteWithin5);
+                x.noteWithin5, y.noteWithin5, x.bright, y.bright);
     if (praat != nullptr) {
         const Row z = score(*praat);
         std::printf(" || %6.2f %5.2f %6.3f %6.3f | %6.3f", z.rawPitchAccuracy, z.octaveErrors,
                     z.p95, z.noteP95, agreementP95(b, *praat));
     }
     std::printf("\n");
+}
+
+// Sounds without a pitch, cut as a file with the default note range (55 to 91) is: the share of
+// segments each analysis keeps below the default "Quality threshold", so drawn dim.
+void printNoiseGoodness()
+{
+    const Segmentation s = segmentationOf(55.0, 91.0);
+    SegmentAnalysis analysis(s);
+    const std::size_t total = static_cast<std::size_t>(20 * s.segLength);
+    std::mt19937 random(99);
+    std::printf("\nSegments without a pitch below the \"Quality threshold\" (%%), specified | "
+                "refined:\n");
+    for (const char *kind : {"hiss", "breath", "bow scrape", "room tone"}) {
+        for (const double level : {30.0, 3000.0}) {
+            // White noise; breath through a low-pass; a scrape through a band-pass; room tone,
+            // faint low rumble with hiss.
+            std::vector<double> x(total);
+            double low = 0.0;
+            double lower = 0.0;
+            for (double &v : x) {
+                const double white = level * gaussian(random);
+                low += 0.1 * (white - low);
+                lower += 0.3 * (low - lower);
+                v = std::strcmp(kind, "hiss") == 0         ? white
+                    : std::strcmp(kind, "breath") == 0     ? 3.0 * low
+                    : std::strcmp(kind, "bow scrape") == 0 ? 3.0 * (low - lower)
+                                                           : 0.1 * white + 3.0 * lower;
+                v = std::round(v);
+            }
+            int below[2] = {0, 0};
+            int count = 0;
+            for (std::size_t start = 0; start + static_cast<std::size_t>(s.segLength) <= total;
+                 start += static_cast<std::size_t>(s.segSpacing)) {
+                for (int refined = 0; refined < 2; refined++) {
+                    const auto [f, goodness] = analysis.pitch(x.data() + start, refined == 1);
+                    below[refined] += f > 0.0 && goodness >= kQualityThreshold ? 0 : 1;
+                }
+                count++;
+            }
+            std::printf("  %-12s level %6.0f  %6.1f %6.1f\n", kind, level, 100.0 * below[0] / count,
+                        100.0 * below[1] / count);
+        }
+    }
 }
 
 } // namespace
@@ -922,15 +996,16 @@ int main(int argc, char **argv)
     }
     std::printf("Each pair: specified | refined. RPA: within 50 cents (%%); oct: octave or twelfth "
                 "off (%%);\nmedian, p95: |cents| of segments within 50 cents; note p95, note<=5: "
-                "|mean cents| per note.\n");
+                "|mean cents| per note;\nbright: segments with goodness at or above the default "
+                "\"Quality threshold\" (%%).\n");
     if (withPraat)
         std::printf("After ||: Praat's To Pitch (ac) on the same segments (RPA, oct, p95, note "
                     "p95), and\nvs Praat: p95 over the notes of |refined mean - Praat's mean|, "
                     "cents.\n");
     else if (!praatInstalled)
         std::printf("Praat not found (apt-get install praat): its columns are left out.\n");
-    std::printf("%-28s %5s | %13s | %11s | %13s | %13s | %13s | %11s", "group", "segs", "RPA",
-                "oct", "median", "p95", "note p95", "note<=5");
+    std::printf("%-28s %5s | %13s | %11s | %13s | %13s | %13s | %11s | %11s", "group", "segs",
+                "RPA", "oct", "median", "p95", "note p95", "note<=5", "bright");
     if (withPraat)
         std::printf(" || %6s %5s %6s %6s | %6s", "RPA", "oct", "p95", "note", "vs Praat");
     std::printf("\n");
@@ -956,6 +1031,7 @@ int main(int argc, char **argv)
         }
     }
     printRow("all (targets)", all, allRefined, withPraat ? &allPraat : nullptr);
+    printNoiseGoodness();
     if (renders) {
         std::printf("\n* Partials stretched: the pitch depends on which partials one weighs, so "
                     "the row is shown but not held to the targets.\n");
