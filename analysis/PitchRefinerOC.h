@@ -69,9 +69,9 @@ public:
     // unchanged.
     [[nodiscard]] double getGoodness() const { return goodness; }
 
-    // The goodness of a pure tone; a share of kThresholdShare maps to 100, the default "Quality
-    // threshold".
-    static constexpr double kMaxGoodness = 1000.0;
+    // The goodness of a pure tone, halfway up the quality view; a share of kThresholdShare maps
+    // to 100, the default "Quality threshold".
+    static constexpr double kMaxGoodness = 500.0;
     static constexpr double kThresholdShare = 0.6;
 
 private:
