@@ -105,10 +105,12 @@ struct Sound
     std::vector<Note> notes;
     double lowestNote = 0.0;
     double highestNote = 0.0;
-    int droppedNotes = 0;       // renders' notes left without a reference
-    int droppedSegments = 0;    // and segments of the notes kept
-    bool heldToTargets = true;  // false: no single pitch to the cent (stretched partials)
-    bool measuredTruth = false; // the truth is the offline reference, not the generator's
+    int droppedNotes = 0;           // renders' notes left without a reference
+    std::vector<Note> unreferenced; // those notes, each segment's truth the note's long pitch
+    bool nominal = false;           // a row of such notes
+    int droppedSegments = 0;        // and segments of the notes kept
+    bool heldToTargets = true;      // false: no single pitch to the cent (stretched partials)
+    bool measuredTruth = false;     // the truth is the offline reference, not the generator's
 };
 
 constexpr double kVibratoHz = 5.5;
@@ -532,17 +534,23 @@ bool renderInstrument(const std::string &name, int program, int lowKey, int high
                                           static_cast<std::size_t>(segmentation.segLength),
                                           note.pitchHz);
                   });
-    // The segments without a reference are left out, and the notes left with fewer than half.
+    // The segments without a reference are left out, and the notes left with fewer than half;
+    // those notes are kept aside with the note's long-window pitch as a nominal truth, so that
+    // what each analysis reads there can still be set beside Praat.
     std::erase_if(sound.notes, [&sound](Note &note) {
+        Note nominal = note;
+        for (PlacedSegment &segment : nominal.placed)
+            segment.truth = {note.pitchHz, 0.0};
         const std::size_t before = note.placed.size();
         std::erase_if(note.placed, [](const PlacedSegment &segment) {
             return segment.truth.spreadCents > kReferenceSpread;
         });
         const std::size_t kept = note.placed.size();
         const bool dropped = 2 * kept < before || kept == 0;
-        if (dropped)
+        if (dropped) {
             sound.droppedNotes++;
-        else
+            sound.unreferenced.push_back(std::move(nominal));
+        } else
             sound.droppedSegments += static_cast<int>(before - kept);
         return dropped;
     });
@@ -994,6 +1002,19 @@ int main(int argc, char **argv)
                 sound.heldToTargets = instrument.harmonic;
                 if (!sound.heldToTargets)
                     sound.group += " *";
+                // The notes without a reference, on their own row, not held to the targets.
+                if (!sound.unreferenced.empty()) {
+                    Sound nominal;
+                    nominal.group = "render " + std::string(instrument.name) + ", nominal";
+                    nominal.samples = sound.samples;
+                    nominal.notes = std::move(sound.unreferenced);
+                    nominal.lowestNote = sound.lowestNote;
+                    nominal.highestNote = sound.highestNote;
+                    nominal.heldToTargets = false;
+                    nominal.measuredTruth = true;
+                    nominal.nominal = true;
+                    sounds.push_back(std::move(nominal));
+                }
                 sounds.push_back(std::move(sound));
             } else
                 std::fprintf(stderr, "no render of %s (fluidsynth and fluid-soundfont-gm?)\n",
@@ -1058,13 +1079,15 @@ int main(int argc, char **argv)
     std::printf(
         "\n* Partials stretched: the pitch depends on which partials one weighs, so the row "
         "is shown but not held to the targets;\n  the stiff string's truth is its first "
-        "partial.\n");
+        "partial. Rows \"nominal\": notes with no single pitch (see below), against\n  the "
+        "note's long-window pitch, not held to the targets: \"vs Praat\" says what each reads "
+        "there.\n");
     if (renders) {
         std::printf("Left out where the first partials stray more than %.0f cents RMS from one "
                     "harmonic series (layers beating, vibrato through resonances):\n",
                     kReferenceSpread);
         for (const Sound &sound : sounds) {
-            if (!sound.measuredTruth)
+            if (!sound.measuredTruth || sound.nominal)
                 continue;
             int kept = 0;
             for (const Note &note : sound.notes)
