@@ -48,6 +48,14 @@ constexpr double kConsensusPower = 0.01;
 constexpr int kConsensusHarmonics = 12;
 // Bins this far below the strongest are left out altogether: 90 dB down they change no share.
 constexpr double kNegligiblePower = 1e-9;
+// The greatest factor a candidate may be below the pitch: as far as the harmonic search goes
+// down from a lone partial.
+constexpr int kMaxFactor = 12;
+// A bin in the main lobe of a steady partial points at the partial's frequency to a small
+// fraction of a bin; noise points within this of it only now and then.
+constexpr double kLobeTolerance = 0.15;
+// A candidate whose harmonics hold this share of the strongest bin's power is a real series.
+constexpr double kHeldPower = 0.1;
 
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
@@ -145,7 +153,9 @@ void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
         applyWindow<1>(m);
     else
         applyWindow<kTaps>(m);
-    strongest = *std::max_element(powers.begin() + 2, powers.begin() + m);
+    const auto top = std::max_element(powers.begin() + 2, powers.begin() + m);
+    strongest = *top;
+    strongestBin = static_cast<int>(top - powers.begin());
     // Bin readings of the previous transform are stale from here on.
     if (++transformCount == 0) {
         std::fill(readAt.begin(), readAt.end(), 0u);
@@ -346,6 +356,8 @@ PitchRefinerOC::Measurement PitchRefinerOC::measure(double freq) const
         if (!(power > 0.0))
             continue;
         m.power += power;
+        m.powerOf[h - 1] = power;
+        m.binOf[h - 1] = bin;
         if (h % 2 == 1)
             odd += power;
         if (h % 3 != 0)
@@ -385,46 +397,134 @@ double PitchRefinerOC::powerBetween(double freq, int divisor) const
     return sum;
 }
 
+int PitchRefinerOC::Measurement::commonFactor(double limit, int most) const
+{
+    for (int k = std::min(most, kMaxFactor); k >= 2; k--) {
+        double off = 0.0;
+        for (int h = 1; h <= kMaxHarmonics; h++)
+            if (h % k != 0)
+                off += powerOf[h - 1];
+        if (off < limit * power)
+            return k;
+    }
+    return 0;
+}
+
+bool PitchRefinerOC::holdsStrongest(const Measurement &m) const
+{
+    const double freqBins = m.freq / hzPerBin;
+    const double b = binOf(strongestBin);
+    const auto h = static_cast<int>(std::lround(b / freqBins));
+    // Beyond the harmonics measured the candidate cannot be judged: it stands.
+    if (h > kMaxHarmonics)
+        return true;
+    if (h < 1)
+        return false;
+    if (m.powerOf[h - 1] > 0.0 && std::abs(m.binOf[h - 1] - b) <= kBinTolerance)
+        return true;
+    // A partial read tens of cents off its harmonic (vibrato through a resonance) is still that
+    // harmonic, where the others hold real power; a candidate the search took from noise peaks
+    // holds next to none.
+    return std::abs(b - h * freqBins) <= b * kStartSpread && m.power >= kHeldPower * strongest;
+}
+
+double PitchRefinerOC::goodnessOf(const Measurement &m) const
+{
+    const double freqBins = m.freq / hzPerBin;
+    const double lastBin = nFrames / 2 - 2;
+    // A partial's main lobe: two bins either side under Hann, four under Blackman–Harris.
+    const double lobe = coefficients[2] == 0.0 ? 2.0 : 4.0;
+    const double top = std::min(lastBin, (kMaxHarmonics + 0.5) * freqBins);
+    double coherent = 0.0;
+    for (int h = 1; h <= kMaxHarmonics; h++) {
+        if (!(m.powerOf[h - 1] > 0.0))
+            continue;
+        const double b = m.binOf[h - 1];
+        const int from = std::max(2, static_cast<int>(std::ceil(b - lobe)));
+        const int to = std::min(static_cast<int>(lastBin), static_cast<int>(b + lobe));
+        for (int k = from; k <= to; k++)
+            if (powers[static_cast<std::size_t>(k)] > kNegligiblePower * strongest &&
+                std::abs(binOf(k) - b) <= kLobeTolerance)
+                coherent += powers[static_cast<std::size_t>(k)];
+    }
+    double total = 0.0;
+    const int from = std::max(2, static_cast<int>(0.5 * freqBins));
+    for (int k = from; k <= static_cast<int>(top); k++)
+        total += powers[static_cast<std::size_t>(k)];
+    if (!(total > 0.0))
+        return 0.0;
+    const double share = std::min(1.0, coherent / total);
+    // Odds of coherent against the rest, scaled so that kThresholdShare reads 100.
+    const double odds = share / std::max(1.0 - share, 1e-6);
+    return std::min(kMaxGoodness, 100.0 * odds * (1.0 - kThresholdShare) / kThresholdShare);
+}
+
 double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
 {
     harmonicsUsed = 0;
     if (nFrames == 0 || !(freq > 0.0) || !std::isfinite(freq))
         return freq;
+    goodness = 0.0;
     transform(freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
     Measurement m = measure(freq);
+    bool moved = false;
+    bool movedUp = false;
+    // The strongest partial is a harmonic of the pitch, whatever else is: a candidate whose
+    // harmonics miss it (the search led off by noise peaks) gives way to the partial itself,
+    // and the moves below find which harmonic it is.
+    if (m.used == 0 || !holdsStrongest(m)) {
+        double partial = binOf(strongestBin) * hzPerBin;
+        while (partial >= freqMax)
+            partial *= 0.5;
+        const Measurement own = measure(partial);
+        if (own.used > 0 && partial >= freqMin) {
+            m = own;
+            moved = true;
+        }
+    }
     if (m.used == 0)
         return freq;
 
-    // Up while the candidate's odd harmonics (or non-multiples of three) are empty: the two
-    // steps reach a double octave or an octave and a twelfth.
-    bool moved = false;
+    // Up while the power is all at multiples of some harmonic: a sine or a nearly pure tone
+    // read at a subharmonic (the search's goodness favours several peaks over one).
     for (int step = 0; step < 2; step++) {
-        const double factor = m.oddShare < kUpShare ? 2.0 : m.otherShare < kUpShare ? 3.0 : 0.0;
-        if (factor == 0.0 || !(factor * m.freq < freqMax))
+        // The greatest factor whose multiple stays below freqMax.
+        const int most =
+            static_cast<int>(std::min<double>(kMaxFactor, std::ceil(freqMax / m.freq) - 1.0));
+        const int factor = m.commonFactor(kUpShare, most);
+        if (factor < 2)
             break;
         const Measurement up = measure(factor * m.freq);
         if (up.used == 0)
             break;
         m = up;
         moved = true;
+        movedUp = true;
     }
     // Down when the octave (twelfth) below has real harmonics between ours. Not after a move
-    // up, whose candidate was just found empty there.
-    for (int divisor = 2; !moved && divisor <= 3; divisor++) {
-        if (!(m.freq / divisor >= freqMin))
-            continue;
-        // The power near the harmonics between ours, real or not, bounds their share: most
-        // segments need no measurement of the candidate at all.
-        const double between = powerBetween(m.freq / divisor, divisor);
-        if (!(between > kDownShare / (1.0 - kDownShare) * 0.5 * m.power))
-            continue;
-        const Measurement down = measure(m.freq / divisor);
-        const double share = divisor == 2 ? down.oddShare : down.otherShare;
-        // Every harmonic of ours is one of the candidate's: it must have found them.
-        if (down.used > 0 && share > kDownShare && down.power >= 0.5 * m.power) {
-            m = down;
-            moved = true;
+    // up, whose candidate was just found empty there. Twice over, as far as a strongest partial
+    // at the fourth or sixth harmonic.
+    for (int round = 0; !movedUp && round < 2; round++) {
+        bool wentDown = false;
+        for (int divisor = 2; divisor <= 3; divisor++) {
+            if (!(m.freq / divisor >= freqMin))
+                continue;
+            // The power near the harmonics between ours, real or not, bounds their share: most
+            // segments need no measurement of the candidate at all.
+            const double between = powerBetween(m.freq / divisor, divisor);
+            if (!(between > kDownShare / (1.0 - kDownShare) * 0.5 * m.power))
+                continue;
+            const Measurement down = measure(m.freq / divisor);
+            const double share = divisor == 2 ? down.oddShare : down.otherShare;
+            // Every harmonic of ours is one of the candidate's: it must have found them.
+            if (down.used > 0 && share > kDownShare && down.power >= 0.5 * m.power) {
+                m = down;
+                moved = true;
+                wentDown = true;
+            }
         }
+        if (!wentDown)
+            break;
     }
     // After a move, once more from the final value, whose harmonics are now predicted to a
     // fraction of a bin.
@@ -436,6 +536,7 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     if (!(m.freq >= freqMin && m.freq < freqMax))
         return freq;
     harmonicsUsed = m.used;
+    goodness = goodnessOf(m);
     return m.freq;
 }
 

@@ -61,6 +61,18 @@ public:
     [[nodiscard]] int getNFrames() const { return nFrames; }
     // Harmonics matched for the last answer (0 when it is freq unchanged).
     [[nodiscard]] int getHarmonicsUsed() const { return harmonicsUsed; }
+    // How clearly the last answer is a pitch, on the harmonic search's goodness scale (0 up to
+    // kMaxGoodness): from the share of the power over its harmonic band that lies in the main
+    // lobes of its harmonics, counted only where a bin's phase advance points at the harmonic's
+    // own frequency. A steady partial's main lobe points there as one; noise, breath and bow
+    // scrape point anywhere, so they score low whatever their level. 0 when the answer is freq
+    // unchanged.
+    [[nodiscard]] double getGoodness() const { return goodness; }
+
+    // The goodness of a pure tone, halfway up the quality view; a share of kThresholdShare maps
+    // to 100, the default "Quality threshold".
+    static constexpr double kMaxGoodness = 500.0;
+    static constexpr double kThresholdShare = 0.6;
 
 private:
     // What the harmonics of one candidate show.
@@ -71,6 +83,11 @@ private:
         double oddShare = 0.0;   // share of the power at odd harmonics
         double otherShare = 0.0; // share at harmonics that are no multiple of three
         int used = 0;
+        double powerOf[kMaxHarmonics] = {}; // each harmonic's power (index h - 1)
+        double binOf[kMaxHarmonics] = {};   // and where its bin points, in bins
+        // The greatest factor k (2 .. min(most, kMaxFactor)) whose multiples among the
+        // harmonics hold all but a share below limit of the power; 0 when none does.
+        [[nodiscard]] int commonFactor(double limit, int most) const;
     };
 
     // Taps of the windows either side of a bin.
@@ -87,6 +104,10 @@ private:
     [[nodiscard]] double harmonicNear(double p, double tolerance, double &bin) const;
     // The greatest power within a bin of each harmonic of freq that is no multiple of divisor.
     [[nodiscard]] double powerBetween(double freq, int divisor) const;
+    // Whether the strongest bin of the transform is one of the measured harmonics.
+    [[nodiscard]] bool holdsStrongest(const Measurement &m) const;
+    // The goodness of a measurement (see getGoodness).
+    [[nodiscard]] double goodnessOf(const Measurement &m) const;
     // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.
     // Remembered for the present transform; phaseAdvanceBin computes it.
     [[nodiscard]] double binOf(int k) const;
@@ -107,11 +128,13 @@ private:
     double coefficients[kTaps + 1] = {}; // the window of the present transform
     FFTOC fft;                           // the half-length transform of the packed segment
     double strongest = 0.0;              // the greatest power of a bin in the present transform
+    int strongestBin = 0;                // and its bin
     // binOf's answers for the present transform: reading[k] holds when readAt[k] is its count.
     mutable std::vector<double> reading;
     mutable std::vector<unsigned> readAt;
     unsigned transformCount = 0;
     int harmonicsUsed = 0;
+    double goodness = 0.0;
 };
 
 } // namespace quorval

@@ -94,6 +94,7 @@ struct Note
     double vibratoPhase = 0.0; // radians at the start
     std::vector<PlacedSegment> placed;
     std::vector<double> segments; // filled while scoring: signed error of each, cents
+    std::vector<double> goodness; // and the goodness of each
 };
 
 struct Sound
@@ -104,10 +105,12 @@ struct Sound
     std::vector<Note> notes;
     double lowestNote = 0.0;
     double highestNote = 0.0;
-    int droppedNotes = 0;       // renders' notes left without a reference
-    int droppedSegments = 0;    // and segments of the notes kept
-    bool heldToTargets = true;  // false: no single pitch to the cent (stretched partials)
-    bool measuredTruth = false; // the truth is the offline reference, not the generator's
+    int droppedNotes = 0;           // renders' notes left without a reference
+    std::vector<Note> unreferenced; // those notes, each segment's truth the note's long pitch
+    bool nominal = false;           // a row of such notes
+    int droppedSegments = 0;        // and segments of the notes kept
+    bool heldToTargets = true;      // false: no single pitch to the cent (stretched partials)
+    bool measuredTruth = false;     // the truth is the offline reference, not the generator's
 };
 
 constexpr double kVibratoHz = 5.5;
@@ -164,13 +167,27 @@ enum class Timbre
     sawtooth,
     weakFundamental,
     oddHarmonics,
-    sine
+    sine,
+    stiffString // partials 1/h stretched as a piano string's, the pitch the first partial's
 };
+
+// A stiff string's inharmonicity, about a mid-range piano string's: its fourth partial lies 6.5
+// cents sharp of four times the first.
+constexpr double kStiffness = 5e-4;
+
+// Partial h's frequency over the pitch.
+double partialRatio(Timbre timbre, int h)
+{
+    if (timbre != Timbre::stiffString)
+        return h;
+    return h * std::sqrt((1.0 + kStiffness * h * h) / (1.0 + kStiffness));
+}
 
 double partial(Timbre timbre, int h)
 {
     switch (timbre) {
     case Timbre::sawtooth:
+    case Timbre::stiffString:
         return 1.0 / h;
     case Timbre::weakFundamental:
         return h == 1 ? 0.03 : 1.0 / h;
@@ -218,9 +235,9 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
                 std::min({1.0, (t - note.startSeconds) / 0.01, (note.endSeconds - t) / 0.01});
             double v = 0.0;
             const double f = pitchAt(note, t);
-            for (int h = 1; h <= 64 && h * f < 0.45 * kSampleRate; h++)
-                v += partial(timbre, h) *
-                     std::sin(h * phase + phases[static_cast<std::size_t>(h - 1)]);
+            for (int h = 1; h <= 64 && partialRatio(timbre, h) * f < 0.45 * kSampleRate; h++)
+                v += partial(timbre, h) * std::sin(partialRatio(timbre, h) * phase +
+                                                   phases[static_cast<std::size_t>(h - 1)]);
             clean[i] = ramp * v;
             phase += kTwoPi * f / kSampleRate;
         }
@@ -517,17 +534,23 @@ bool renderInstrument(const std::string &name, int program, int lowKey, int high
                                           static_cast<std::size_t>(segmentation.segLength),
                                           note.pitchHz);
                   });
-    // The segments without a reference are left out, and the notes left with fewer than half.
+    // The segments without a reference are left out, and the notes left with fewer than half;
+    // those notes are kept aside with the note's long-window pitch as a nominal truth, so that
+    // what each analysis reads there can still be set beside Praat.
     std::erase_if(sound.notes, [&sound](Note &note) {
+        Note nominal = note;
+        for (PlacedSegment &segment : nominal.placed)
+            segment.truth = {note.pitchHz, 0.0};
         const std::size_t before = note.placed.size();
         std::erase_if(note.placed, [](const PlacedSegment &segment) {
             return segment.truth.spreadCents > kReferenceSpread;
         });
         const std::size_t kept = note.placed.size();
         const bool dropped = 2 * kept < before || kept == 0;
-        if (dropped)
+        if (dropped) {
             sound.droppedNotes++;
-        else
+            sound.unreferenced.push_back(std::move(nominal));
+        } else
             sound.droppedSegments += static_cast<int>(before - kept);
         return dropped;
     });
@@ -541,38 +564,187 @@ struct Scores
     std::map<std::string, std::vector<Note>> byGroup;
 };
 
-// Segment pitches of one sound as the pitch stream computes them at default options with the
-// note range of the file, the second run with refinement.
-void analyse(const Sound &sound, bool refined, Scores &scores)
+// The analysis of one file's segments as the pitch stream sets it up at default options with the
+// file's note range.
+struct SegmentAnalysis
 {
-    const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
+    explicit SegmentAnalysis(const Segmentation &segmentation) : s(segmentation)
+    {
+        int logN = 0;
+        while ((1 << logN) < s.segLength / 2)
+            logN++;
+        (void)fft.setupWithLogN(logN);
+        (void)peaks.setupWithN(s.segLength / 2 + 1, fft.getResult(), 0.5, kSampleRate / s.segLength,
+                               s.freqMin, std::sqrt(2.0));
+        (void)refiner.setupWithNFrames(s.segLength, kSampleRate / s.segLength);
+    }
+
+    // The segment's pitch (Hz, 0 for none) and goodness; refined, the refiner's pitch and, where
+    // it measured one, its goodness.
+    std::pair<double, double> pitch(const double *samples, bool refined)
+    {
+        result.setupWithSamples(samples, fft, &peaks, 2, s.freqMin, s.freqMax, 0.9,
+                                PeakDataSetOC::kDbLimit);
+        result.compute();
+        double f = result.getFreq();
+        double goodness = result.getGoodness();
+        if (refined && f > 0.0) {
+            refiner.setSamples(samples);
+            f = refiner.refine(f, s.freqMin, s.freqMax);
+            if (refiner.getHarmonicsUsed() > 0)
+                goodness = refiner.getGoodness();
+        }
+        return {f, goodness};
+    }
+
+    Segmentation s;
     FFTOC fft;
-    int logN = 0;
-    while ((1 << logN) < s.segLength / 2)
-        logN++;
-    (void)fft.setupWithLogN(logN);
     PeakDataSetOC peaks;
-    (void)peaks.setupWithN(s.segLength / 2 + 1, fft.getResult(), 0.5, kSampleRate / s.segLength,
-                           s.freqMin, std::sqrt(2.0));
     PitchResultOC result;
     PitchRefinerOC refiner;
-    (void)refiner.setupWithNFrames(s.segLength, kSampleRate / s.segLength);
+};
+
+// Segment pitches of one sound, the second run with refinement.
+void analyse(const Sound &sound, bool refined, Scores &scores)
+{
+    SegmentAnalysis analysis(segmentationOf(sound.lowestNote, sound.highestNote));
     std::vector<Note> notes = sound.notes;
     for (Note &note : notes)
         for (const PlacedSegment &segment : note.placed) {
-            const double *samples = sound.samples.data() + segment.start;
-            result.setupWithSamples(samples, fft, &peaks, 2, s.freqMin, s.freqMax, 0.9,
-                                    PeakDataSetOC::kDbLimit);
-            result.compute();
-            double f = result.getFreq();
-            if (refined && f > 0.0) {
-                refiner.setSamples(samples);
-                f = refiner.refine(f, s.freqMin, s.freqMax);
+            const auto [f, goodness] =
+                analysis.pitch(sound.samples.data() + segment.start, refined);
+            note.segments.push_back(f > 0.0 ? centsBetween(f, segment.truth.pitchHz) : NAN);
+            note.goodness.push_back(goodness);
+        }
+    auto &group = scores.byGroup[sound.group];
+    group.insert(group.end(), notes.begin(), notes.end());
+}
+
+// --- Periodicity pitch from another program --------------------------------------------------
+// Praat's To Pitch (ac) (Boersma, "Accurate short-term analysis of the fundamental frequency and
+// the harmonics-to-noise ratio of a sampled sound", IFA Proceedings 17, 1993), run as a separate
+// process on the same samples written to a temporary WAV file: time step the segment spacing,
+// floor and ceiling the file's pitch range, its pitch read at each segment's centre.
+
+bool praatFound()
+{
+    return std::system("praat --version > /dev/null 2>&1") == 0;
+}
+
+void putLittle(std::ofstream &out, std::uint32_t value, int bytes)
+{
+    for (int i = 0; i < bytes; i++)
+        out.put(static_cast<char>((value >> (8 * i)) & 0xff));
+}
+
+bool writeWav(const std::filesystem::path &path, const std::vector<double> &samples)
+{
+    std::ofstream out(path, std::ios::binary);
+    const auto dataBytes = static_cast<std::uint32_t>(2 * samples.size());
+    out << "RIFF";
+    putLittle(out, 36 + dataBytes, 4);
+    out << "WAVEfmt ";
+    putLittle(out, 16, 4);
+    putLittle(out, 1, 2); // PCM
+    putLittle(out, 1, 2); // mono
+    putLittle(out, static_cast<std::uint32_t>(kSampleRate), 4);
+    putLittle(out, static_cast<std::uint32_t>(2 * kSampleRate), 4);
+    putLittle(out, 2, 2);
+    putLittle(out, 16, 2);
+    out << "data";
+    putLittle(out, dataBytes, 4);
+    for (double v : samples)
+        putLittle(out,
+                  static_cast<std::uint16_t>(
+                      static_cast<std::int16_t>(std::lround(std::clamp(v, -32768.0, 32767.0)))),
+                  2);
+    return static_cast<bool>(out);
+}
+
+constexpr const char *kPraatScript = R"(form Pitch at times
+    sentence wav
+    sentence times
+    sentence out
+    positive step
+    positive floor
+    positive ceiling
+endform
+sound = Read from file: wav$
+pitch = To Pitch (ac): step, floor, 15, "no", 0.03, 0.45, 0.01, 0.35, 0.14, ceiling
+strings = Read Strings from raw text file: times$
+n = Get number of strings
+writeFile: out$, ""
+for i to n
+    selectObject: strings
+    line$ = Get string: i
+    t = number(line$)
+    selectObject: pitch
+    f = Get value at time: t, "Hertz", "linear"
+    appendFileLine: out$, fixed$(f, 6)
+endfor
+)";
+
+// Praat's pitch (Hz, NaN where it finds none) at each time (seconds) of the sound; empty when
+// Praat fails.
+std::vector<double> praatPitches(const Sound &sound, const std::vector<double> &times)
+{
+    const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
+    const auto dir =
+        std::filesystem::temp_directory_path() / ("quorval-praat-" + std::to_string(::getpid()));
+    std::filesystem::create_directories(dir);
+    const auto wav = dir / "sound.wav";
+    const auto timesFile = dir / "times.txt";
+    const auto out = dir / "pitch.txt";
+    const auto script = dir / "pitch.praat";
+    std::vector<double> pitches;
+    {
+        std::ofstream(script) << kPraatScript;
+        std::ofstream list(timesFile);
+        for (double t : times)
+            list << std::to_string(t) << '\n';
+    }
+    if (writeWav(wav, sound.samples)) {
+        const std::string command =
+            "praat --run '" + script.string() + "' '" + wav.string() + "' '" + timesFile.string() +
+            "' '" + out.string() + "' " + std::to_string(s.segSpacing / kSampleRate) + " " +
+            std::to_string(s.freqMin) + " " + std::to_string(s.freqMax) + " > /dev/null 2>&1";
+        if (std::system(command.c_str()) == 0) {
+            std::ifstream in(out);
+            std::string line;
+            while (std::getline(in, line)) {
+                char *end = nullptr;
+                const double f = std::strtod(line.c_str(), &end);
+                pitches.push_back(end != line.c_str() && f > 0.0 ? f : NAN);
             }
+        }
+    }
+    std::filesystem::remove_all(dir);
+    if (pitches.size() != times.size())
+        pitches.clear();
+    return pitches;
+}
+
+// The segments of one sound as Praat reads them at their centres; false when Praat fails.
+bool analyseWithPraat(const Sound &sound, Scores &scores)
+{
+    const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
+    std::vector<double> times;
+    for (const Note &note : sound.notes)
+        for (const PlacedSegment &segment : note.placed)
+            times.push_back((static_cast<double>(segment.start) + 0.5 * s.segLength) / kSampleRate);
+    const std::vector<double> pitches = praatPitches(sound, times);
+    if (pitches.empty() && !times.empty())
+        return false;
+    std::vector<Note> notes = sound.notes;
+    std::size_t i = 0;
+    for (Note &note : notes)
+        for (const PlacedSegment &segment : note.placed) {
+            const double f = pitches[i++];
             note.segments.push_back(f > 0.0 ? centsBetween(f, segment.truth.pitchHz) : NAN);
         }
     auto &group = scores.byGroup[sound.group];
     group.insert(group.end(), notes.begin(), notes.end());
+    return true;
 }
 
 struct Row
@@ -584,7 +756,11 @@ struct Row
     double p95 = 0.0;
     double noteP95 = 0.0; // |mean cents| per note
     double noteWithin5 = 0.0;
+    double bright = 0.0; // share of segments at or above the default "Quality threshold" (%)
 };
+
+// The default "Quality threshold": segments with less goodness are drawn dim.
+constexpr double kQualityThreshold = 100.0;
 
 double percentile(std::vector<double> values, double q)
 {
@@ -623,7 +799,10 @@ Row score(const std::vector<Note> &notes)
     std::vector<double> noteMeans;
     int accurate = 0;
     int octaves = 0;
+    int bright = 0;
     for (const Note &note : notes) {
+        bright += static_cast<int>(std::count_if(note.goodness.begin(), note.goodness.end(),
+                                                 [](double g) { return g >= kQualityThreshold; }));
         for (double c : note.segments) {
             row.segments++;
             if (std::abs(c) < 50.0) {
@@ -639,6 +818,7 @@ Row score(const std::vector<Note> &notes)
     if (row.segments == 0)
         return row;
     row.rawPitchAccuracy = 100.0 * accurate / row.segments;
+    row.bright = 100.0 * bright / row.segments;
     row.octaveErrors = 100.0 * octaves / row.segments;
     row.median = percentile(good, 0.5);
     row.p95 = percentile(good, 0.95);
@@ -677,13 +857,80 @@ void printReferenceCheck(const std::vector<Sound> &sounds)
                     percentile(values, 0.5), percentile(values, 0.95), percentile(values, 1.0));
 }
 
-void printRow(const std::string &name, const Row &a, const Row &b)
+// p95 over the notes of |mean refined − mean Praat| (cents): how closely the refined pitch
+// follows the periodicity pitch, note by note.
+double agreementP95(const std::vector<Note> &refinedNotes, const std::vector<Note> &praatNotes)
 {
-    std::printf("%-26s %6d | %6.2f %6.2f | %6.2f %6.2f | %6.3f %6.3f | %6.2f %6.2f | %6.3f %6.3f "
-                "| %6.1f %6.1f\n",
-                name.c_str(), a.segments, a.rawPitchAccuracy, b.rawPitchAccuracy, a.octaveErrors,
-                b.octaveErrors, a.median, b.median, a.p95, b.p95, a.noteP95, b.noteP95,
-                a.noteWithin5, b.noteWithin5);
+    std::vector<double> gaps;
+    for (std::size_t i = 0; i < refinedNotes.size() && i < praatNotes.size(); i++) {
+        const double gap = meanWithin50(refinedNotes[i]) - meanWithin50(praatNotes[i]);
+        if (std::isfinite(gap))
+            gaps.push_back(std::abs(gap));
+    }
+    return percentile(gaps, 0.95);
+}
+
+// One group's figures: specified | refined, then Praat's where it ran and the refined pitch's
+// agreement with it.
+void printRow(const std::string &name, const std::vector<Note> &a, const std::vector<Note> &b,
+              const std::vector<Note> *praat)
+{
+    const Row x = score(a);
+    const Row y = score(b);
+    std::printf("%-28s %5d | %6.2f %6.2f | %5.2f %5.2f | %6.3f %6.3f | %6.2f %6.2f | %6.3f %6.3f "
+                "| %5.1f %5.1f | %5.1f %5.1f",
+                name.c_str(), x.segments, x.rawPitchAccuracy, y.rawPitchAccuracy, x.octaveErrors,
+                y.octaveErrors, x.median, y.median, x.p95, y.p95, x.noteP95, y.noteP95,
+                x.noteWithin5, y.noteWithin5, x.bright, y.bright);
+    if (praat != nullptr) {
+        const Row z = score(*praat);
+        std::printf(" || %6.2f %5.2f %6.3f %6.3f | %6.3f", z.rawPitchAccuracy, z.octaveErrors,
+                    z.p95, z.noteP95, agreementP95(b, *praat));
+    }
+    std::printf("\n");
+}
+
+// Sounds without a pitch, cut as a file with the default note range (55 to 91) is: the share of
+// segments each analysis keeps below the default "Quality threshold", so drawn dim.
+void printNoiseGoodness()
+{
+    const Segmentation s = segmentationOf(55.0, 91.0);
+    SegmentAnalysis analysis(s);
+    const std::size_t total = static_cast<std::size_t>(20 * s.segLength);
+    std::mt19937 random(99);
+    std::printf("\nSegments without a pitch below the \"Quality threshold\" (%%), specified | "
+                "refined:\n");
+    for (const char *kind : {"hiss", "breath", "bow scrape", "room tone"}) {
+        for (const double level : {30.0, 3000.0}) {
+            // White noise; breath through a low-pass; a scrape through a band-pass; room tone,
+            // faint low rumble with hiss.
+            std::vector<double> x(total);
+            double low = 0.0;
+            double lower = 0.0;
+            for (double &v : x) {
+                const double white = level * gaussian(random);
+                low += 0.1 * (white - low);
+                lower += 0.3 * (low - lower);
+                v = std::strcmp(kind, "hiss") == 0         ? white
+                    : std::strcmp(kind, "breath") == 0     ? 3.0 * low
+                    : std::strcmp(kind, "bow scrape") == 0 ? 3.0 * (low - lower)
+                                                           : 0.1 * white + 3.0 * lower;
+                v = std::round(v);
+            }
+            int below[2] = {0, 0};
+            int count = 0;
+            for (std::size_t start = 0; start + static_cast<std::size_t>(s.segLength) <= total;
+                 start += static_cast<std::size_t>(s.segSpacing)) {
+                for (int refined = 0; refined < 2; refined++) {
+                    const auto [f, goodness] = analysis.pitch(x.data() + start, refined == 1);
+                    below[refined] += f > 0.0 && goodness >= kQualityThreshold ? 0 : 1;
+                }
+                count++;
+            }
+            std::printf("  %-12s level %6.0f  %6.1f %6.1f\n", kind, level, 100.0 * below[0] / count,
+                        100.0 * below[1] / count);
+        }
+    }
 }
 
 } // namespace
@@ -727,6 +974,15 @@ int main(int argc, char **argv)
         sounds.push_back(
             synthesize(name, "low C2-C3", t.timbre, 36, 48, noteCount, 0.0, INFINITY, seed++));
     }
+    // Where partials are stretched, the pitch a tuner and the ear follow is the lowest partials':
+    // known here, so the row shows which pitch each analysis (and Praat) reads on a piano.
+    {
+        Sound stiff = synthesize("stiff string", "stiff", Timbre::stiffString, 36, 72, noteCount,
+                                 0.0, INFINITY, 1000);
+        stiff.heldToTargets = false;
+        stiff.group += " *";
+        sounds.push_back(std::move(stiff));
+    }
     if (renders) {
         const struct
         {
@@ -746,6 +1002,19 @@ int main(int argc, char **argv)
                 sound.heldToTargets = instrument.harmonic;
                 if (!sound.heldToTargets)
                     sound.group += " *";
+                // The notes without a reference, on their own row, not held to the targets.
+                if (!sound.unreferenced.empty()) {
+                    Sound nominal;
+                    nominal.group = "render " + std::string(instrument.name) + ", nominal";
+                    nominal.samples = sound.samples;
+                    nominal.notes = std::move(sound.unreferenced);
+                    nominal.lowestNote = sound.lowestNote;
+                    nominal.highestNote = sound.highestNote;
+                    nominal.heldToTargets = false;
+                    nominal.measuredTruth = true;
+                    nominal.nominal = true;
+                    sounds.push_back(std::move(nominal));
+                }
                 sounds.push_back(std::move(sound));
             } else
                 std::fprintf(stderr, "no render of %s (fluidsynth and fluid-soundfont-gm?)\n",
@@ -755,43 +1024,70 @@ int main(int argc, char **argv)
 
     Scores specified;
     Scores refined;
+    Scores praat;
+    const bool praatInstalled = praatFound();
+    bool withPraat = praatInstalled;
     std::map<std::string, bool> heldToTargets;
     for (const Sound &sound : sounds) {
         analyse(sound, false, specified);
         analyse(sound, true, refined);
+        if (withPraat && !analyseWithPraat(sound, praat)) {
+            std::fprintf(stderr, "Praat failed on %s: its column is left out\n",
+                         sound.group.c_str());
+            withPraat = false;
+        }
         heldToTargets[sound.group] = sound.heldToTargets;
     }
     std::printf("Each pair: specified | refined. RPA: within 50 cents (%%); oct: octave or twelfth "
                 "off (%%);\nmedian, p95: |cents| of segments within 50 cents; note p95, note<=5: "
-                "|mean cents| per note.\n");
-    std::printf("%-26s %6s | %13s | %13s | %13s | %13s | %13s | %13s\n", "group", "segs", "RPA",
-                "oct", "median", "p95", "note p95", "note<=5");
+                "|mean cents| per note;\nbright: segments with goodness at or above the default "
+                "\"Quality threshold\" (%%).\n");
+    if (withPraat)
+        std::printf("After ||: Praat's To Pitch (ac) on the same segments (RPA, oct, p95, note "
+                    "p95), and\nvs Praat: p95 over the notes of |refined mean - Praat's mean|, "
+                    "cents.\n");
+    else if (!praatInstalled)
+        std::printf("Praat not found (apt-get install praat): its columns are left out.\n");
+    std::printf("%-28s %5s | %13s | %11s | %13s | %13s | %13s | %11s | %11s", "group", "segs",
+                "RPA", "oct", "median", "p95", "note p95", "note<=5", "bright");
+    if (withPraat)
+        std::printf(" || %6s %5s %6s %6s | %6s", "RPA", "oct", "p95", "note", "vs Praat");
+    std::printf("\n");
     std::vector<Note> all;
     std::vector<Note> allRefined;
+    std::vector<Note> allPraat;
     for (const auto &[group, notes] : specified.byGroup) {
         const auto &other = refined.byGroup[group];
-        const Row row = score(notes);
-        if (row.segments == 0)
+        const auto &third = praat.byGroup[group];
+        if (score(notes).segments == 0)
             continue; // every note left out: see below
-        printRow(group, row, score(other));
+        printRow(group, notes, other, withPraat ? &third : nullptr);
         if (eachNote)
             for (std::size_t i = 0; i < notes.size(); i++)
-                std::printf("    %9.2f Hz %6.2f %6.2f\n", notes[i].pitchHz, meanWithin50(notes[i]),
-                            meanWithin50(other[i]));
+                std::printf("    %9.2f Hz %6.2f %6.2f %6.2f\n", notes[i].pitchHz,
+                            meanWithin50(notes[i]), meanWithin50(other[i]),
+                            withPraat ? meanWithin50(third[i]) : NAN);
         if (heldToTargets[group]) {
             all.insert(all.end(), notes.begin(), notes.end());
             allRefined.insert(allRefined.end(), other.begin(), other.end());
+            if (withPraat)
+                allPraat.insert(allPraat.end(), third.begin(), third.end());
         }
     }
-    printRow("all (targets)", score(all), score(allRefined));
+    printRow("all (targets)", all, allRefined, withPraat ? &allPraat : nullptr);
+    printNoiseGoodness();
+    std::printf(
+        "\n* Partials stretched: the pitch depends on which partials one weighs, so the row "
+        "is shown but not held to the targets;\n  the stiff string's truth is its first "
+        "partial. Rows \"nominal\": notes with no single pitch (see below), against\n  the "
+        "note's long-window pitch, not held to the targets: \"vs Praat\" says what each reads "
+        "there.\n");
     if (renders) {
-        std::printf("\n* Partials stretched: the pitch depends on which partials one weighs, so "
-                    "the row is shown but not held to the targets.\n");
         std::printf("Left out where the first partials stray more than %.0f cents RMS from one "
                     "harmonic series (layers beating, vibrato through resonances):\n",
                     kReferenceSpread);
         for (const Sound &sound : sounds) {
-            if (!sound.measuredTruth)
+            if (!sound.measuredTruth || sound.nominal)
                 continue;
             int kept = 0;
             for (const Note &note : sound.notes)

@@ -152,7 +152,7 @@ Parameters::MaxFileLengthParameter::MaxFileLengthParameter()
 }
 
 Parameters::RefinePitchParameter::RefinePitchParameter()
-    : BooleanParameter(QStringLiteral("Refine pitch"), false)
+    : BooleanParameter(QStringLiteral("Refine pitch"), true)
 {
 }
 

@@ -109,8 +109,9 @@ public:
         MaxFileLengthParameter();
     };
 
-    // "Refine pitch": each segment's pitch is checked against its octaves and measured to a
-    // fraction of a cent. A change recomputes the analysis results.
+    // "Refine pitch" (on by default): each segment's pitch is checked against its octaves and
+    // measured to a fraction of a cent, with a goodness of its own; off, the analysis is the
+    // harmonic search alone. A change recomputes the analysis results.
     class RefinePitchParameter : public BooleanParameter
     {
     public:

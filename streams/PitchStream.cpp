@@ -247,12 +247,10 @@ void PitchStream::finishSegment(PitchResultOC &probe, FFTOC &transform, PeakData
     double freq = probe.getFreq();
     double goodnessOf = probe.getGoodness();
     if (search.refinePitch && freq > 0.0) {
-        const double refined = refinerOf.refine(freq, search.freqMin, search.freqMax);
-        // The goodness of the pitch given, on the search's own scale.
-        if (refined != freq) {
-            freq = refined;
-            goodnessOf = peaks.computeGoodnessForFreq(freq);
-        }
+        freq = refinerOf.refine(freq, search.freqMin, search.freqMax);
+        // The refinement's own goodness, on the search's scale, where it measured the pitch.
+        if (refinerOf.getHarmonicsUsed() > 0)
+            goodnessOf = refinerOf.getGoodness();
     }
     if (freq > 0.0) {
         result.pitch = std::log(freq / search.aFrequency) / kSemitoneLog + 69.0;

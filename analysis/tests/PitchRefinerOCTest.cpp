@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <new>
+#include <string>
 #include <vector>
 
 // Every allocation of the test program counted, so that a test can show a stretch of code makes
@@ -234,6 +235,135 @@ TEST(PitchRefinerOC, keepsTheMeanOfVibrato)
     EXPECT_NEAR(sumRefined / count, sumTrue / count, 0.3);
     // Each segment follows the swing, within what its length blurs of it.
     EXPECT_LT(worst, 3.0);
+}
+
+// The search and the refinement of one segment as the pitch stream sets them up for a note range
+// of an octave either side of a note: segments of four periods of the lowest note, pitches from
+// two semitones below it to two above the highest.
+struct RangedAnalysis
+{
+    explicit RangedAnalysis(double note)
+        : freqMin(noteToHz(note - 14.0)), freqMax(noteToHz(note + 14.0))
+    {
+        int logN = 2;
+        while ((2 << logN) < 4.0 / noteToHz(note - 12.0) * kSampleRate)
+            logN++;
+        segLength = 2 << logN;
+        (void)fft.setupWithLogN(logN);
+        (void)peaks.setupWithN(fft.getN() + 1, fft.getResult(), 0.5, kSampleRate / segLength,
+                               freqMin, std::sqrt(2.0));
+        ok = refiner.setupWithNFrames(segLength, kSampleRate / segLength);
+    }
+
+    // The refined pitch (Hz) of the segment and its goodness.
+    std::pair<double, double> refined(const double *segment)
+    {
+        result.setupWithSamples(segment, fft, &peaks, 2, freqMin, freqMax, 0.9,
+                                PeakDataSetOC::kDbLimit);
+        refiner.setSamples(segment);
+        result.compute();
+        const double f = refiner.refine(result.getFreq(), freqMin, freqMax);
+        return {f, refiner.getGoodness()};
+    }
+
+    double freqMin;
+    double freqMax;
+    int segLength = 0;
+    FFTOC fft;
+    PeakDataSetOC peaks;
+    PitchResultOC result;
+    PitchRefinerOC refiner;
+    bool ok = false;
+};
+
+// Nearly pure tones the harmonic search reads an octave or more low (its goodness favours
+// several peaks over one), as a musician meets them.
+std::vector<double> nearlyPureTone(const std::string &kind, double f, int n)
+{
+    if (kind == "sine")
+        return sine(f, 8000.0, n);
+    if (kind == "triangle")
+        return harmonics(f, {8000.0, 0.0, -8000.0 / 9.0, 0.0, 8000.0 / 25.0, 0.0, -8000.0 / 49.0},
+                         n);
+    if (kind == "oo") // a strong fundamental, a weak second and a trace of the third
+        return harmonics(f, {8000.0, 1600.0, 250.0}, n);
+    std::vector<double> x = sine(f, 8000.0, n);
+    if (kind == "tuning fork") {
+        // A weak second partial dying away within the segment.
+        for (int i = 0; i < n; i++)
+            x[static_cast<std::size_t>(i)] +=
+                400.0 * std::exp(-3.0 * i / n) * std::sin(2.0 * M_PI * 2.0 * f * i / kSampleRate);
+    } else { // whistle: breath noise 30 dB down
+        mix(x, whiteNoise(8000.0 * std::sqrt(3.0 / 2.0) * 0.0316, n, 21));
+    }
+    return x;
+}
+
+TEST(PitchRefinerOC, readsNearlyPureTonesInTheirOctaveAndBright)
+{
+    int searchWrong = 0;
+    for (const char *kind : {"sine", "triangle", "tuning fork", "whistle", "oo"}) {
+        for (const double hz :
+             {40.0, 61.7, 97.0, 150.0, 233.3, 352.0, 440.0, 660.0, 1013.0, 1500.0, 2000.0}) {
+            SCOPED_TRACE(std::string(kind) + " at " + std::to_string(hz) + " Hz");
+            const double note = 69.0 + 12.0 * std::log2(hz / 440.0);
+            RangedAnalysis analysis(note);
+            ASSERT_TRUE(analysis.ok);
+            const std::vector<double> segment = nearlyPureTone(kind, hz, analysis.segLength);
+            const auto [refined, goodness] = analysis.refined(segment.data());
+            searchWrong += std::abs(centsBetween(analysis.result.getFreq(), hz)) > 50.0 ? 1 : 0;
+            EXPECT_NEAR(centsBetween(refined, hz), 0.0, 0.5);
+            // Above the default "Quality threshold": drawn at full brightness.
+            EXPECT_GT(goodness, 100.0);
+        }
+    }
+    // The search alone misses many of them, or the test would show nothing of the refinement.
+    EXPECT_GT(searchWrong, 10);
+}
+
+TEST(PitchRefinerOC, goodnessKeepsNoiseBelowTheThresholdAndPitchedNotesAbove)
+{
+    Analysis analysis;
+    ASSERT_TRUE(analysis.ok);
+    // Hiss, breath (noise through a low-pass) and a scrape (noise through a band-pass), loud
+    // and faint: no pitch, whatever the level.
+    for (const double amplitude : {30.0, 3000.0}) {
+        for (std::uint32_t seed = 1; seed <= 8; seed++) {
+            const std::vector<double> hiss = whiteNoise(amplitude, kSegLength, seed);
+            std::vector<double> breath(hiss.size());
+            std::vector<double> scrape(hiss.size());
+            double low = 0.0;
+            double lower = 0.0;
+            for (std::size_t i = 0; i < hiss.size(); i++) {
+                low += 0.1 * (hiss[i] - low);
+                lower += 0.3 * (low - lower);
+                breath[i] = low;
+                scrape[i] = low - lower;
+            }
+            const std::vector<double> *const noises[] = {&hiss, &breath, &scrape};
+            for (const std::vector<double> *noise : noises) {
+                (void)analysis.pitches(noise->data());
+                EXPECT_LT(analysis.refiner.getGoodness(), 100.0)
+                    << "noise " << amplitude << " seed " << seed;
+            }
+        }
+    }
+    // Pitched notes with vibrato and noise 20 dB down are clear.
+    for (const Timbre timbre : allTimbres()) {
+        for (const double note : {58.0, 66.5, 79.0, 88.0}) {
+            Tone shape{.freqHz = noteToHz(note),
+                       .timbre = timbre,
+                       .vibratoHz = 5.5,
+                       .vibratoDepthCents = 25.0,
+                       .seed = 4};
+            std::vector<double> segment = tone(shape, kSegLength);
+            mix(segment, whiteNoise(8000.0 * 0.1 * std::sqrt(3.0 / 2.0), kSegLength, 8));
+            const double refined = analysis.pitches(segment.data()).second;
+            EXPECT_NEAR(centsBetween(refined, shape.freqHz), 0.0, 30.0);
+            EXPECT_GT(analysis.refiner.getGoodness(), 100.0)
+                << timbreName(timbre) << " at note " << note;
+        }
+    }
 }
 
 TEST(PitchRefinerOC, refusesBadSizesAndAnswersTheGivenPitchWhenItCannotMeasure)

@@ -269,6 +269,7 @@ TEST_F(OptionsFileTest, factoryOptionsAreTheDefaults)
     ASSERT_TRUE(parameters.oneTouchPlayRecord.setValue(false));
     ASSERT_TRUE(parameters.analyzeStereoChannel.setValue(QStringLiteral("Left")));
     ASSERT_TRUE(parameters.dbNoiseLimit.setValue(-90.0));
+    ASSERT_TRUE(parameters.refinePitch.setValue(false));
     ASSERT_TRUE(parameters.presetSelected(QStringLiteral("1 Minute loop")));
 
     ASSERT_TRUE(OptionsFile::defaultOptions(parameters));

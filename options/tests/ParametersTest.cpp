@@ -188,7 +188,7 @@ TEST_F(ParametersTest, recolouringRefreshesTheTuningOffsetOnlyOutsideEqual)
 TEST_F(ParametersTest, refinePitchShowsOnTheProcessPageAndRecomputesOnlyOnAChange)
 {
     Parameters parameters;
-    EXPECT_FALSE(parameters.refinePitch.value());
+    EXPECT_TRUE(parameters.refinePitch.value());
     QStringList shown;
     const std::vector<Parameters::Page> pages = parameters.dialogPages();
     ASSERT_EQ(pages[2].tabIdentifier, QStringLiteral("ProcessTab"));
@@ -197,15 +197,15 @@ TEST_F(ParametersTest, refinePitchShowsOnTheProcessPageAndRecomputesOnlyOnAChang
             shown << p->name;
     EXPECT_EQ(shown, (QStringList{QStringLiteral("Response"), QStringLiteral("Refine pitch")}));
 
-    EXPECT_TRUE(parameters.refinePitch.setValue(false));
-    EXPECT_FALSE(parameters.refinePitch.setFromText(QStringLiteral("yes")));
-    EXPECT_EQ(followUpCounts(), FollowUpCounts{});
-    EXPECT_TRUE(parameters.refinePitch.setFromText(QStringLiteral("true")));
     EXPECT_TRUE(parameters.refinePitch.setValue(true));
+    EXPECT_FALSE(parameters.refinePitch.setFromText(QStringLiteral("no")));
+    EXPECT_EQ(followUpCounts(), FollowUpCounts{});
+    EXPECT_TRUE(parameters.refinePitch.setFromText(QStringLiteral("false")));
+    EXPECT_TRUE(parameters.refinePitch.setValue(false));
     EXPECT_EQ(followUpCounts(), (FollowUpCounts{0, 1, 0, 0}));
-    EXPECT_TRUE(Parameters().refinePitch.value());
+    EXPECT_FALSE(Parameters().refinePitch.value());
     parameters.refinePitch.resetToDefault();
-    EXPECT_FALSE(parameters.refinePitch.value());
+    EXPECT_TRUE(parameters.refinePitch.value());
 }
 
 TEST_F(ParametersTest, sharedLookupsReadTheStore)

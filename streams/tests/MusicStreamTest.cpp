@@ -340,6 +340,7 @@ TEST(MusicStream, refinePitchRecomputesAndOffGivesTheSearchBack)
     Quorval::installOptionFollowUps();
     Parameters &options = Parameters::shared();
     OptionGuard refine(options.refinePitch);
+    ASSERT_TRUE(options.refinePitch.setValue(false));
     const double note = 64.37;
     auto music = MusicStream::create(soundOf(test::toneAt(note, 1.0)));
     Quorval::setMusicStream(music);
