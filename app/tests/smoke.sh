@@ -5,8 +5,11 @@ set -euo pipefail
 program=$1 demo=$2 out=$3
 mkdir -p "$out"
 rm -f "$out/window.png"
-export XDG_CONFIG_HOME="$out/config"
-mkdir -p "$XDG_CONFIG_HOME"
+# Options and working files of its own: a take another run left in the shared temporary folder
+# would be offered for recovery, and nobody is there to answer.
+export XDG_CONFIG_HOME="$out/config" TMPDIR="$out/tmp"
+rm -rf "$TMPDIR"
+mkdir -p "$XDG_CONFIG_HOME" "$TMPDIR"
 
 "$program" --version | grep -q '^quorval '
 "$program" --help | grep -q -- '--picture'
