@@ -18,9 +18,11 @@ bash scripts/sound-server.sh bash -c '
         echo "== $bench"
         "$bench" --benchmark_min_time=0.05
     done'
-# The pitch accuracy table on the generated corpus (renders only on demand: --renders).
+# The pitch accuracy table on the generated tones and the instrument renders, with Praat's
+# periodicity pitch beside ours.
+bash bench/setup-evaluation.sh
 echo "== pitch evaluation"
-build/release/bench/pitch_evaluation
+build/release/bench/pitch_evaluation --renders
 
 # Every test target again under ThreadSanitizer; the streams and the audio tests (beside the
 # sound server) run under it.
