@@ -56,6 +56,10 @@ constexpr int kMaxFactor = 12;
 constexpr double kLobeTolerance = 0.15;
 // A candidate whose harmonics hold this share of the strongest bin's power is a real series.
 constexpr double kHeldPower = 0.1;
+// A harmonic that points right with this share of the strongest bin's power is real, however
+// small the share of all its kind: noise at 10 dB SNR lies near a few ten-thousandths a bin. Layers
+// that beat can take the odd harmonics down to a few of these for a segment.
+constexpr double kLoneHarmonic = 0.003;
 
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
@@ -397,14 +401,23 @@ double PitchRefinerOC::powerBetween(double freq, int divisor) const
     return sum;
 }
 
-int PitchRefinerOC::Measurement::commonFactor(double limit, int most) const
+double PitchRefinerOC::Measurement::strayMost(int k) const
+{
+    double most = 0.0;
+    for (int h = 1; h <= kMaxHarmonics; h++)
+        if (h % k != 0)
+            most = std::max(most, powerOf[h - 1]);
+    return most;
+}
+
+int PitchRefinerOC::Measurement::commonFactor(double limit, double lone, int most) const
 {
     for (int k = std::min(most, kMaxFactor); k >= 2; k--) {
         double off = 0.0;
         for (int h = 1; h <= kMaxHarmonics; h++)
             if (h % k != 0)
                 off += powerOf[h - 1];
-        if (off < limit * power)
+        if (off < limit * power && !(strayMost(k) > lone))
             return k;
     }
     return 0;
@@ -423,9 +436,12 @@ bool PitchRefinerOC::holdsStrongest(const Measurement &m) const
     if (m.powerOf[h - 1] > 0.0 && std::abs(m.binOf[h - 1] - b) <= kBinTolerance)
         return true;
     // A partial read tens of cents off its harmonic (vibrato through a resonance) is still that
-    // harmonic, where the others hold real power; a candidate the search took from noise peaks
-    // holds next to none.
-    return std::abs(b - h * freqBins) <= b * kStartSpread && m.power >= kHeldPower * strongest;
+    // harmonic, and so is one whose layers beat, whose phase advance may point a bin or more
+    // off while its strongest bin stays within a bin of the harmonic; both where the others hold
+    // real power: a candidate the search took from noise peaks holds next to none.
+    const bool near = std::abs(b - h * freqBins) <= b * kStartSpread ||
+                      std::abs(strongestBin - h * freqBins) <= 1.0;
+    return near && m.power >= kHeldPower * strongest;
 }
 
 double PitchRefinerOC::goodnessOf(const Measurement &m) const
@@ -491,7 +507,7 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         // The greatest factor whose multiple stays below freqMax.
         const int most =
             static_cast<int>(std::min<double>(kMaxFactor, std::ceil(freqMax / m.freq) - 1.0));
-        const int factor = m.commonFactor(kUpShare, most);
+        const int factor = m.commonFactor(kUpShare, kLoneHarmonic * strongest, most);
         if (factor < 2)
             break;
         const Measurement up = measure(factor * m.freq);

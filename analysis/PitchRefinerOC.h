@@ -86,8 +86,11 @@ private:
         double powerOf[kMaxHarmonics] = {}; // each harmonic's power (index h - 1)
         double binOf[kMaxHarmonics] = {};   // and where its bin points, in bins
         // The greatest factor k (2 .. min(most, kMaxFactor)) whose multiples among the
-        // harmonics hold all but a share below limit of the power; 0 when none does.
-        [[nodiscard]] int commonFactor(double limit, int most) const;
+        // harmonics hold all but a share below limit of the power, with no other harmonic
+        // above lone; 0 when none does.
+        [[nodiscard]] int commonFactor(double limit, double lone, int most) const;
+        // The greatest power of a harmonic that is no multiple of k.
+        [[nodiscard]] double strayMost(int k) const;
     };
 
     // Taps of the windows either side of a bin.

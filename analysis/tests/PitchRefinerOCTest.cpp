@@ -138,6 +138,35 @@ TEST(PitchRefinerOC, fixesTheOctaveErrorsOfTheSearchInNoise)
     EXPECT_EQ(refinedOff, 0);
 }
 
+TEST(PitchRefinerOC, layeredVoicesThatBeatKeepTheirOctave)
+{
+    // A choir-like vowel: three layers a few cents apart, the second harmonic the strongest and
+    // the odd ones weak. Where the layers beat, the odd harmonics fade for a segment and the
+    // strongest partial's phase advance points a bin or more away from it; neither may move the
+    // pitch off the note.
+    PitchRefinerOC refiner;
+    ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
+    const std::vector<double> vowel = {400.0, 3000.0, 400.0, 1200.0, 400.0, 200.0, 100.0, 50.0};
+    const int length = 24 * kSegLength;
+    int off = 0;
+    int segments = 0;
+    for (const double f : {205.0, 231.0, 262.0, 317.0}) {
+        std::vector<double> x = silence(length);
+        for (const double cents : {-9.0, 0.0, 13.0})
+            mix(x, harmonics(detuneHz(f, cents), vowel, length));
+        for (int start = 0; start + kSegLength <= length; start += kSegLength / 2) {
+            refiner.setSamples(x.data() + start);
+            const double refined = refiner.refine(detuneHz(f, 5.0), kFreqMin, kFreqMax);
+            segments++;
+            if (!(std::abs(centsBetween(refined, f)) < 50.0)) {
+                off++;
+                ADD_FAILURE() << f << " Hz at sample " << start << ": " << refined << " Hz";
+            }
+        }
+    }
+    EXPECT_EQ(off, 0) << "of " << segments << " segments";
+}
+
 TEST(PitchRefinerOC, measuresDetunedTonesToAFifthOfACent)
 {
     Analysis analysis;
