@@ -164,9 +164,10 @@ TEST(SoundServer, followsTheServersDefaultInputAndStopsWhenItGoes)
     std::optional<SecondDevice> second(std::in_place);
     ASSERT_TRUE(second->ok());
     // Whatever happens below, the next tests find the server's usual default.
-    const std::unique_ptr<void, void (*)(void *)> restore(nullptr, [](void *) {
-        QProcess::execute("pactl", {"set-default-source", "quorval_input"});
-    });
+    struct RestoreDefault
+    {
+        ~RestoreDefault() { QProcess::execute("pactl", {"set-default-source", "quorval_input"}); }
+    } restore;
     ASSERT_EQ(QProcess::execute("pactl", {"set-default-source", "second_input"}), 0);
 
     expectDevicesListed({"* SecondInput", "  QuorvalInput"});
