@@ -412,9 +412,11 @@ bool MainViewController::keyAction(const QString &prefix, QChar c)
     case ' ':
         return click(transportBar->pauseButton);
     case 'p':
-        return click(transportBar->playButton);
+        transport->togglePlay(Transport::Via::command);
+        return true;
     case 'r':
-        return click(transportBar->recordButton);
+        transport->toggleRecord(Transport::Via::command);
+        return true;
     case 'b':
         return click(transportBar->rewindButton);
     case 'd':

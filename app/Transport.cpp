@@ -99,19 +99,19 @@ void Transport::enter(State state, bool prepared)
     preparedFlag = prepared;
 }
 
-void Transport::togglePlay()
+void Transport::togglePlay(Via via)
 {
     if (canTogglePlay())
-        toggle(State::playing, State::playPaused);
+        toggle(State::playing, State::playPaused, via);
 }
 
-void Transport::toggleRecord()
+void Transport::toggleRecord(Via via)
 {
     if (canToggleRecord())
-        toggle(State::recording, State::recordPaused);
+        toggle(State::recording, State::recordPaused, via);
 }
 
-void Transport::toggle(State running, State paused)
+void Transport::toggle(State running, State paused, Via via)
 {
     const bool wasPaused = pauseOn();
     const bool turningOff = current == running || current == paused;
@@ -119,7 +119,7 @@ void Transport::toggle(State running, State paused)
     stopRecording();
     if (turningOff)
         enter(State::idle);
-    else if (oneTouch() || wasPaused)
+    else if (via == Via::click && (oneTouch() || wasPaused))
         enter(paused, oneTouch());
     else
         run(running);

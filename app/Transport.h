@@ -77,9 +77,17 @@ public:
     [[nodiscard]] bool canTogglePause() const { return current != State::idle; }
     [[nodiscard]] bool canMoveNeedle() const;
 
-    // A click on play, record or pause: turns it on or off, as a button that stays down.
-    void togglePlay();
-    void toggleRecord();
+    // How a command came: one touch changes only what a click on play or record does; a key or
+    // menu command that names play or record starts it at once.
+    enum class Via
+    {
+        click,
+        command
+    };
+
+    // Play, record or pause turned on or off, as a button that stays down.
+    void togglePlay(Via via = Via::click);
+    void toggleRecord(Via via = Via::click);
     void togglePause();
     // Back to idle, stopping whatever runs.
     void stop();
@@ -134,7 +142,7 @@ private:
     void enter(State state, bool prepared = false);
     // Turns play or record (named by its running and paused states) on or off; turning one on
     // turns the other off.
-    void toggle(State running, State paused);
+    void toggle(State running, State paused, Via via);
     // Enters playing or recording and starts the sound.
     void run(State running);
     void startPlayback();

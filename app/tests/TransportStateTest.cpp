@@ -131,6 +131,14 @@ TEST_F(TransportStateTest, oneTouchClicksPrepareAndPauseStartsAndStops)
     EXPECT_TRUE(transport.prepared());
     EXPECT_FALSE(transport.isPlaying());
 
+    // A command names what it does: play starts at once, one touch or not.
+    transport.togglePlay();
+    transport.togglePlay(Transport::Via::command);
+    EXPECT_EQ(transport.state(), State::playing);
+    EXPECT_TRUE(transport.isPlaying());
+    transport.togglePause();
+    EXPECT_EQ(transport.state(), State::playPaused);
+
     // A player that cannot open the file leaves the intent with nothing playing.
     playerOpens = false;
     transport.togglePause();

@@ -69,12 +69,12 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
     type('p');
     EXPECT_TRUE(Quorval::recording);
 
-    // Paused, play may take over: it turns record off and plays once pause is off.
+    // Paused, a click on play takes over: it turns record off and plays once pause is off.
     type(' ');
     EXPECT_FALSE(Quorval::recording);
     EXPECT_FALSE(controller->transportBar->levelMeter->isVisible());
     const std::int64_t recorded = frames();
-    type('p');
+    QTest::mouseClick(controller->transportBar->playButton, Qt::LeftButton);
     EXPECT_FALSE(controller->transportBar->recordButton->isChecked());
     EXPECT_FALSE(Quorval::playing);
     type('b');
@@ -125,6 +125,14 @@ TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
     WAIT_FOR(controller->transportBar->oneTouchLabel->text() ==
                  QStringLiteral("Touch space to play"),
              5000);
+
+    // The keys name what they do: p plays at once, one touch or not.
+    type('p');
+    EXPECT_FALSE(controller->transportBar->playButton->isChecked());
+    type('p');
+    WAIT_FOR(Quorval::playing, 5000);
+    EXPECT_EQ(controller->transportBar->oneTouchLabel->text(),
+              QStringLiteral("Touch space to pause"));
 }
 
 // Held "t" sounds the grid note nearest the pitch at the needle; the button keeps it on.
