@@ -20,6 +20,7 @@
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
@@ -60,6 +61,7 @@ MainViewController::MainViewController(MainView *view, AppDelegate *delegate)
     QUORVAL_CHECK(mainView && appDelegate);
     mainView->controller = this;
     buildLayout();
+    addKeyActions();
 
     promptTimer->setSingleShot(true);
     promptTimer->setInterval(1000);
@@ -272,6 +274,59 @@ void MainViewController::clearPrompt()
         displayView->setPromptMessage(QString());
         displayView->update();
     }
+}
+
+void MainViewController::addKeyActions()
+{
+    // Window-wide, so that a key works whatever in the window has the focus (the menu bar too,
+    // after a menu was closed with Escape). What a key does is decided in keyAction, which also
+    // sees keys that reach the view without a shortcut.
+    const std::pair<Qt::Key, char> keys[] = {{Qt::Key_Space, ' '},
+                                             {Qt::Key_P, 'p'},
+                                             {Qt::Key_R, 'r'},
+                                             {Qt::Key_B, 'b'},
+                                             {Qt::Key_D, 'd'},
+                                             {Qt::Key_Plus, '+'},
+                                             {Qt::Key_Equal, '='},
+                                             {Qt::Key_Minus, '-'},
+                                             {Qt::Key_U, 'u'},
+                                             {Qt::Key_K, 'k'},
+                                             {Qt::Key_O, 'o'},
+                                             {Qt::Key_BracketLeft, '['},
+                                             {Qt::Key_BracketRight, ']'},
+                                             {Qt::Key_F, 'f'},
+                                             {Qt::Key_V, 'v'},
+                                             {Qt::Key_N, 'n'},
+                                             {Qt::Key_S, 's'},
+                                             {Qt::Key_A, 'a'},
+                                             {Qt::Key_C, 'c'},
+                                             {Qt::Key_Q, 'q'}};
+    for (const auto &[key, c] : keys) {
+        auto *action = new QAction(mainView);
+        action->setShortcut(QKeySequence(key));
+        action->setShortcutContext(Qt::WindowShortcut);
+        connect(action, &QAction::triggered, this, [this, c = c] { keyCommand(QLatin1Char(c)); });
+        mainView->addAction(action);
+    }
+    const std::pair<Qt::Key, QToolButton *> pageKeys[] = {{Qt::Key_PageUp, vZoomInButton},
+                                                          {Qt::Key_PageDown, vZoomOutButton}};
+    for (const auto &[key, button] : pageKeys) {
+        auto *action = new QAction(mainView);
+        action->setShortcut(QKeySequence(key));
+        action->setShortcutContext(Qt::WindowShortcut);
+        connect(action, &QAction::triggered, button, [b = button] {
+            if (b->isEnabled())
+                b->click();
+        });
+        mainView->addAction(action);
+    }
+}
+
+void MainViewController::keyCommand(QChar c)
+{
+    clearPrompt();
+    const QString prefix = std::exchange(prepKey, QString());
+    (void)keyAction(prefix, c);
 }
 
 bool MainViewController::keyDown(const QKeyEvent &event)

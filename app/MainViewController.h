@@ -122,6 +122,10 @@ private:
     double lastTonePitch = -1.0; // the last pitch found at the needle
 
     void buildLayout();
+    // The window's keys as shortcuts of the whole window.
+    void addKeyActions();
+    // A key of the window pressed: clears the prompt and acts, after a pending prefix.
+    void keyCommand(QChar c);
     void clearPrompt();
     void showNeedleAt(double seconds);
     bool keyAction(const QString &prefix, QChar c);
