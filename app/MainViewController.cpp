@@ -3,10 +3,9 @@
 #include "analysis/Check.h"
 #include "app/AppDelegate.h"
 #include "app/AskViewController.h"
-#include "app/LevelMeter.h"
 #include "app/MainView.h"
-#include "audio/Player.h"
-#include "audio/Recorder.h"
+#include "app/Transport.h"
+#include "app/TransportBar.h"
 #include "audio/ReferenceTone.h"
 #include "display/ColumnHeaderView.h"
 #include "display/RowHeaderView.h"
@@ -21,6 +20,7 @@
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
@@ -45,109 +45,52 @@ const QString kFilePrompt = QStringLiteral("File... New, Open, Save, saveAs");
 const QString kViewPrompt =
     QStringLiteral("View... Composite, RMS Amplitude, Amplitude, Pitch, Quality, Spectrum");
 
-QIcon recordIcon()
-{
-    QPixmap pixmap(32, 32);
-    pixmap.fill(Qt::transparent);
-    QPainter painter(&pixmap);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(200, 30, 30));
-    painter.drawEllipse(QRectF(7, 7, 18, 18));
-    return QIcon(pixmap);
-}
-
-QToolButton *makeButton(QWidget *parent, const QIcon &icon, const QString &text,
-                        const QString &toolTip, bool checkable)
-{
-    auto *button = new QToolButton(parent);
-    if (icon.isNull())
-        button->setText(text);
-    else
-        button->setIcon(icon);
-    button->setToolTip(toolTip);
-    button->setCheckable(checkable);
-    button->setFocusPolicy(Qt::NoFocus);
-    button->setAutoRaise(false);
-    button->setMinimumSize(30, 28);
-    return button;
-}
-
 } // namespace
-
-double MainViewController::NeedleView::playMark() const
-{
-    return Quorval::needleTime;
-}
-
-void MainViewController::NeedleView::setPlayMark(double seconds)
-{
-    Quorval::needleTime = seconds;
-}
 
 MainViewController::MainViewController(MainView *view, AppDelegate *delegate)
     : QObject(view), mainView(view), scrollView(new TraceArea(view)),
       displayView(scrollView->displayView), columnHeaderView(scrollView->columnHeaderView),
       rowHeaderView(scrollView->rowHeaderView), appDelegate(delegate),
-      promptTimer(new QTimer(this)), recorder(std::make_unique<Recorder>()),
-      player(std::make_unique<Player>(needleView)), recordTimer(new QTimer(this))
+      transport(
+          new Transport({.oneTouch = [] { return Parameters::shared().oneTouchPlayRecord.value(); },
+                         .redraw = [] { DisplayView::requestRedraw(); },
+                         .audioPlayer = {}},
+                        this)),
+      transportBar(new TransportBar(*transport, view)), promptTimer(new QTimer(this))
 {
     QUORVAL_CHECK(mainView && appDelegate);
     mainView->controller = this;
     buildLayout();
+    addKeyActions();
 
     promptTimer->setSingleShot(true);
     promptTimer->setInterval(1000);
     connect(promptTimer, &QTimer::timeout, this, &MainViewController::clearPrompt);
-    // While recording the needle follows the end of the sound and the title its modified mark.
-    recordTimer->setInterval(50);
-    connect(recordTimer, &QTimer::timeout, this, &MainViewController::followRecording);
+    connect(transport, &Transport::stateChanged, this, &MainViewController::refreshControls);
+    connect(transport, &Transport::soundChanged, this, &MainViewController::soundChanged);
+    connect(transport, &Transport::recordingStopped, this, [this] {
+        if (music)
+            music->soundGrew();
+    });
+    connect(transportBar, &TransportBar::needleJumped, this, &MainViewController::showNeedleAt);
 
     connect(displayView, &DisplayView::scrollOutChanged, this,
             &MainViewController::refreshControls);
     connect(displayView, &DisplayView::selectionChanged, this,
-            [this](double start, double end) { needleView.setSelection(start, end); });
-    connect(displayView, &DisplayView::playStartChanged, this, [this](double t) {
-        if (!Quorval::playing && !Quorval::recording)
-            moveNeedle(t);
-    });
-    recorder->setEndedCallback([this] {
-        QMetaObject::invokeMethod(this, &MainViewController::recordingEnded, Qt::QueuedConnection);
-    });
+            [this](double start, double end) { transport->setSelection(start, end); });
+    connect(displayView, &DisplayView::playStartChanged, transport, &Transport::moveNeedle);
     refreshControls();
 }
 
 MainViewController::~MainViewController()
 {
-    player->stop();
-    recorder->stop();
+    // Nothing plays or records into the sound once its helpers are gone.
+    disconnect(transport, nullptr, this, nullptr);
+    transport->stop();
 }
 
 void MainViewController::buildLayout()
 {
-    QStyle *style = mainView->style();
-    rewindButton = makeButton(mainView, style->standardIcon(QStyle::SP_MediaSkipBackward), {},
-                              tr("Rewind to the start (b)"), false);
-    fastForwardButton = makeButton(mainView, style->standardIcon(QStyle::SP_MediaSkipForward), {},
-                                   tr("Fast forward to the end (d)"), false);
-    playButton = makeButton(mainView, style->standardIcon(QStyle::SP_MediaPlay), {},
-                            tr("Play the selection, or from the needle (p)"), true);
-    pauseButton = makeButton(mainView, style->standardIcon(QStyle::SP_MediaPause), {},
-                             tr("Pause playing or recording (space)"), true);
-    recordButton =
-        makeButton(mainView, recordIcon(), {}, tr("Record from the microphone (r)"), true);
-    loopButton = makeButton(mainView, style->standardIcon(QStyle::SP_BrowserReload), {},
-                            tr("Play the selection again and again"), true);
-    toneButton = makeButton(mainView, {}, QStringLiteral("\u266A"),
-                            tr("Reference tone at the nearest note of the scale (hold t)"), true);
-    speedBox = new QComboBox(mainView);
-    // Fastest first, as the keys step through them.
-    for (auto it = Player::kSpeeds.rbegin(); it != Player::kSpeeds.rend(); ++it)
-        speedBox->addItem(QString::number(*it) + QStringLiteral("\u00D7"), *it);
-    speedBox->setToolTip(tr("Playing speed, at the same pitch ([ slower, ] faster)"));
-    speedBox->setFocusPolicy(Qt::NoFocus);
-    oneTouchLabel = new QLabel(mainView);
-    oneTouchLabel->setMinimumWidth(150);
     keyLabel = new QLabel(mainView);
     aFreqLabel = new QLabel(mainView);
     tuningCheckbox = new QCheckBox(tr("Tuning"), mainView);
@@ -159,26 +102,19 @@ void MainViewController::buildLayout()
     optionsButton = new QPushButton(tr("Options..."), mainView);
     optionsButton->setToolTip(tr("All options (o)"));
     optionsButton->setFocusPolicy(Qt::NoFocus);
-    hZoomInButton = makeButton(mainView, {}, QStringLiteral("+"), tr("Zoom in in time (+)"), false);
+    hZoomInButton =
+        makeToolButton(mainView, {}, QStringLiteral("+"), tr("Zoom in in time (+)"), false);
     hZoomOutButton =
-        makeButton(mainView, {}, QStringLiteral("\u2212"), tr("Zoom out in time (-)"), false);
-    hToggleButton = makeButton(mainView, {}, QStringLiteral("\u2194"), {}, true);
+        makeToolButton(mainView, {}, QStringLiteral("\u2212"), tr("Zoom out in time (-)"), false);
+    hToggleButton = makeToolButton(mainView, {}, QStringLiteral("\u2194"), {}, true);
     vZoomInButton =
-        makeButton(mainView, {}, QStringLiteral("+"), tr("Zoom in in height (Page Up)"), false);
-    vZoomOutButton = makeButton(mainView, {}, QStringLiteral("\u2212"),
-                                tr("Zoom out in height (Page Down)"), false);
-    vToggleButton = makeButton(mainView, {}, QStringLiteral("\u2195"), {}, true);
+        makeToolButton(mainView, {}, QStringLiteral("+"), tr("Zoom in in height (Page Up)"), false);
+    vZoomOutButton = makeToolButton(mainView, {}, QStringLiteral("\u2212"),
+                                    tr("Zoom out in height (Page Down)"), false);
+    vToggleButton = makeToolButton(mainView, {}, QStringLiteral("\u2195"), {}, true);
 
     auto *bar = new QHBoxLayout;
-    for (QWidget *w : std::initializer_list<QWidget *>{rewindButton, fastForwardButton, playButton,
-                                                       pauseButton, recordButton, loopButton})
-        bar->addWidget(w);
-    bar->addWidget(speedBox);
-    bar->addWidget(toneButton);
-    bar->addSpacing(8);
-    levelMeter = new LevelMeter([this] { return recorder->levels(); }, mainView);
-    bar->addWidget(levelMeter);
-    bar->addWidget(oneTouchLabel);
+    bar->addWidget(transportBar);
     bar->addStretch();
     bar->addWidget(keyLabel);
     bar->addWidget(keyButton);
@@ -202,16 +138,7 @@ void MainViewController::buildLayout()
     layout->addLayout(bar);
     layout->addWidget(scrollView, 1);
 
-    connect(rewindButton, &QToolButton::clicked, this, &MainViewController::rewindButtonPushed);
-    connect(fastForwardButton, &QToolButton::clicked, this,
-            &MainViewController::fastForwardButtonPushed);
-    connect(playButton, &QToolButton::clicked, this, &MainViewController::playButtonPushed);
-    connect(pauseButton, &QToolButton::clicked, this, &MainViewController::pauseButtonPushed);
-    connect(recordButton, &QToolButton::clicked, this, &MainViewController::recordButtonPushed);
-    connect(loopButton, &QToolButton::clicked, this, &MainViewController::loopButtonPushed);
-    connect(speedBox, &QComboBox::currentIndexChanged, this,
-            [this](int i) { (void)player->setSpeed(speedBox->itemData(i).toDouble()); });
-    connect(toneButton, &QToolButton::toggled, this,
+    connect(transportBar->toneButton, &QToolButton::toggled, this,
             [this](bool on) { on ? startReferenceTone() : stopReferenceTone(); });
     toneTimer = new QTimer(this);
     toneTimer->setInterval(100);
@@ -246,238 +173,35 @@ void MainViewController::setMusicStream(std::shared_ptr<MusicStream> stream)
     Quorval::setMusicStream(music);
     if (music)
         parallel = std::make_unique<ParallelAnalysis>(music, ParallelAnalysis::defaultJobs());
-    needleView.setSelection(-1.0, -1.0);
-    const Extent e = soundExtent();
-    moveNeedle(e.lowest);
-    if (music && oneTouch())
-        prepare(e.frames == 0 && canRecordInto());
+    transport->setSound(wavStream());
     displayView->dataChanged();
     refreshControls();
 }
 
 bool MainViewController::selectAll()
 {
-    const Extent e = soundExtent();
-    if (!music || e.frames == 0 || Quorval::playing || Quorval::recording)
+    const Transport::Extent e = transport->extent();
+    if (!music || e.frames == 0 || transport->isPlaying() || transport->isRecording())
         return false;
     music->timeView->selectionStart = e.lowest;
     music->timeView->selectionEnd = e.highest;
-    needleView.setSelection(e.lowest, e.highest);
-    moveNeedle(e.lowest);
+    transport->setSelection(e.lowest, e.highest);
+    transport->moveNeedle(e.lowest);
     DisplayView::requestRedraw();
     return true;
 }
 
-bool MainViewController::oneTouch() const
+void MainViewController::showNeedleAt(double seconds)
 {
-    return Parameters::shared().oneTouchPlayRecord.value();
-}
-
-MainViewController::Extent MainViewController::soundExtent() const
-{
-    const std::shared_ptr<WavStream> wav = wavStream();
-    if (!wav)
-        return {};
-    return Quorval::dataQueue().sync([&wav] {
-        Extent e;
-        e.lowest = wav->xScale * static_cast<double>(wav->minimumIndex_D());
-        e.highest = wav->xScale * static_cast<double>(wav->maximumIndex_D());
-        e.frames = wav->maximumIndex_D() - wav->minimumIndex_D();
-        return e;
-    });
-}
-
-bool MainViewController::canRecordInto() const
-{
-    const std::shared_ptr<WavStream> wav = wavStream();
-    // The recorder delivers 16-bit mono at its own rate, and appends it as it comes.
-    return wav && wav->nChannels() == Recorder::nChannels &&
-           wav->bytesPerSample() == Recorder::bitDepth / 8 &&
-           wav->sampleRate() == Recorder::sampleRate;
-}
-
-void MainViewController::moveNeedle(double timeSeconds)
-{
-    Quorval::needleTime = timeSeconds;
-    Quorval::playStartTime = timeSeconds;
-}
-
-void MainViewController::prepare(bool forRecord)
-{
-    pauseButton->setChecked(true);
-    playButton->setChecked(!forRecord);
-    recordButton->setChecked(forRecord);
-}
-
-void MainViewController::rewindButtonPushed()
-{
-    const Extent e = soundExtent();
-    moveNeedle(e.lowest);
+    // At the end this leaves most of the view before it, with room for a recording to grow.
     if (displayView->hView->functionOfTime)
-        displayView->hView->setLeftTime(e.lowest, displayView->refreshExtent(), true);
+        displayView->hView->setLeftTime(seconds, displayView->refreshExtent(), true);
     refreshControls();
-}
-
-void MainViewController::fastForwardButtonPushed()
-{
-    const Extent e = soundExtent();
-    moveNeedle(e.highest);
-    // Leaves most of the view before the end, with room for a recording to grow.
-    if (displayView->hView->functionOfTime)
-        displayView->hView->setLeftTime(e.highest, displayView->refreshExtent(), true);
-    refreshControls();
-}
-
-void MainViewController::playButtonPushed()
-{
-    if (playButton->isChecked()) {
-        if (recordButton->isChecked()) {
-            recordButton->setChecked(false);
-            stopRecording();
-        }
-        if (oneTouch() && !Quorval::playing)
-            pauseButton->setChecked(true);
-        if (!pauseButton->isChecked() && !Quorval::playing)
-            startPlayback();
-    } else if (Quorval::playing) {
-        stopPlayback();
-    }
-    refreshControls();
-}
-
-void MainViewController::pauseButtonPushed()
-{
-    if (pauseButton->isChecked()) {
-        if (playButton->isChecked() && Quorval::playing)
-            stopPlayback();
-        if (recordButton->isChecked() && Quorval::recording)
-            stopRecording();
-    } else {
-        if (playButton->isChecked() && !Quorval::playing)
-            startPlayback();
-        if (recordButton->isChecked() && !Quorval::recording)
-            startRecording();
-    }
-    refreshControls();
-}
-
-void MainViewController::recordButtonPushed()
-{
-    if (recordButton->isChecked()) {
-        if (playButton->isChecked()) {
-            playButton->setChecked(false);
-            stopPlayback();
-        }
-        if (oneTouch() && !Quorval::recording)
-            pauseButton->setChecked(true);
-        if (!pauseButton->isChecked() && !Quorval::recording)
-            startRecording();
-    } else if (Quorval::recording) {
-        stopRecording();
-    }
-    refreshControls();
-}
-
-void MainViewController::loopButtonPushed()
-{
-    Quorval::loop = loopButton->isChecked();
-    refreshControls();
-}
-
-void MainViewController::startPlayback()
-{
-    const std::shared_ptr<WavStream> wav = wavStream();
-    if (!wav)
-        return;
-    // Playback reads the working file: everything copied into it must be there.
-    wav->waitForCopy();
-    const Extent e = soundExtent();
-    // The needle belongs to the player's queue while it plays.
-    if (Quorval::needleTime >= e.highest)
-        Quorval::displayQueue().sync([&e] { Quorval::needleTime = e.lowest; });
-    QPointer<MainViewController> self(this);
-    // Quorval::playing is set by the player only when it starts.
-    (void)player->start(*wav, [self] {
-        QMetaObject::invokeMethod(
-            qApp,
-            [self] {
-                if (self)
-                    self->playbackFinished();
-            },
-            Qt::QueuedConnection);
-    });
-}
-
-void MainViewController::stopPlayback()
-{
-    player->stop();
-    Quorval::playing = false;
-    DisplayView::requestRedraw();
-}
-
-void MainViewController::playbackFinished()
-{
-    if (Quorval::playing || !playButton->isChecked())
-        return;
-    if (oneTouch()) {
-        prepare(false);
-    } else {
-        playButton->setChecked(false);
-        pauseButton->setChecked(false);
-    }
-    refreshControls();
-}
-
-void MainViewController::startRecording()
-{
-    const std::shared_ptr<WavStream> wav = wavStream();
-    if (!wav || !canRecordInto())
-        return;
-    // The recorder says why it cannot start; the button stays on with nothing recording.
-    if (!recorder->start(wav))
-        return;
-    wav->modified = true;
-    moveNeedle(soundExtent().highest);
-    recordTimer->start();
-    emit soundChanged();
-}
-
-void MainViewController::stopRecording()
-{
-    if (!recorder->isRecording())
-        return;
-    recorder->stop();
-    recordTimer->stop();
-    followRecording();
-    if (music)
-        music->soundGrew();
-}
-
-void MainViewController::recordingEnded()
-{
-    recordTimer->stop();
-    recordButton->setChecked(false);
-    pauseButton->setChecked(false);
-    followRecording();
-    refreshControls();
-}
-
-void MainViewController::followRecording()
-{
-    Quorval::needleTime = soundExtent().highest;
-    DisplayView::requestRedraw();
-    emit soundChanged();
 }
 
 void MainViewController::stopTransport()
 {
-    if (Quorval::playing)
-        stopPlayback();
-    stopRecording();
-    playButton->setChecked(false);
-    pauseButton->setChecked(false);
-    recordButton->setChecked(false);
-    refreshControls();
+    transport->stop();
 }
 
 void MainViewController::tuningBoxChecked()
@@ -552,6 +276,59 @@ void MainViewController::clearPrompt()
     }
 }
 
+void MainViewController::addKeyActions()
+{
+    // Window-wide, so that a key works whatever in the window has the focus (the menu bar too,
+    // after a menu was closed with Escape). What a key does is decided in keyAction, which also
+    // sees keys that reach the view without a shortcut.
+    const std::pair<Qt::Key, char> keys[] = {{Qt::Key_Space, ' '},
+                                             {Qt::Key_P, 'p'},
+                                             {Qt::Key_R, 'r'},
+                                             {Qt::Key_B, 'b'},
+                                             {Qt::Key_D, 'd'},
+                                             {Qt::Key_Plus, '+'},
+                                             {Qt::Key_Equal, '='},
+                                             {Qt::Key_Minus, '-'},
+                                             {Qt::Key_U, 'u'},
+                                             {Qt::Key_K, 'k'},
+                                             {Qt::Key_O, 'o'},
+                                             {Qt::Key_BracketLeft, '['},
+                                             {Qt::Key_BracketRight, ']'},
+                                             {Qt::Key_F, 'f'},
+                                             {Qt::Key_V, 'v'},
+                                             {Qt::Key_N, 'n'},
+                                             {Qt::Key_S, 's'},
+                                             {Qt::Key_A, 'a'},
+                                             {Qt::Key_C, 'c'},
+                                             {Qt::Key_Q, 'q'}};
+    for (const auto &[key, c] : keys) {
+        auto *action = new QAction(mainView);
+        action->setShortcut(QKeySequence(key));
+        action->setShortcutContext(Qt::WindowShortcut);
+        connect(action, &QAction::triggered, this, [this, c = c] { keyCommand(QLatin1Char(c)); });
+        mainView->addAction(action);
+    }
+    const std::pair<Qt::Key, QToolButton *> pageKeys[] = {{Qt::Key_PageUp, vZoomInButton},
+                                                          {Qt::Key_PageDown, vZoomOutButton}};
+    for (const auto &[key, button] : pageKeys) {
+        auto *action = new QAction(mainView);
+        action->setShortcut(QKeySequence(key));
+        action->setShortcutContext(Qt::WindowShortcut);
+        connect(action, &QAction::triggered, button, [b = button] {
+            if (b->isEnabled())
+                b->click();
+        });
+        mainView->addAction(action);
+    }
+}
+
+void MainViewController::keyCommand(QChar c)
+{
+    clearPrompt();
+    const QString prefix = std::exchange(prepKey, QString());
+    (void)keyAction(prefix, c);
+}
+
 bool MainViewController::keyDown(const QKeyEvent &event)
 {
     clearPrompt();
@@ -604,7 +381,7 @@ bool MainViewController::keyUp(const QKeyEvent &event)
     if (event.key() != Qt::Key_T || event.isAutoRepeat())
         return false;
     // The button keeps the tone on after the key is let go.
-    if (!toneButton->isChecked())
+    if (!transportBar->toneButton->isChecked())
         stopReferenceTone();
     return true;
 }
@@ -628,15 +405,9 @@ void MainViewController::stopReferenceTone()
         tone->stop();
 }
 
-void MainViewController::stepSpeed(int step)
-{
-    speedBox->setCurrentIndex(
-        std::clamp(speedBox->currentIndex() + step, 0, speedBox->count() - 1));
-}
-
 double MainViewController::playingSpeed() const
 {
-    return player->playingSpeed();
+    return transport->speed();
 }
 
 bool MainViewController::referenceToneSounding() const
@@ -694,15 +465,17 @@ bool MainViewController::keyAction(const QString &prefix, QChar c)
     }
     switch (c.toLatin1()) {
     case ' ':
-        return click(pauseButton);
+        return click(transportBar->pauseButton);
     case 'p':
-        return click(playButton);
+        transport->togglePlay(Transport::Via::command);
+        return true;
     case 'r':
-        return click(recordButton);
+        transport->toggleRecord(Transport::Via::command);
+        return true;
     case 'b':
-        return click(rewindButton);
+        return click(transportBar->rewindButton);
     case 'd':
-        return click(fastForwardButton);
+        return click(transportBar->fastForwardButton);
     case '+':
     case '=':
         return click(hZoomInButton);
@@ -714,10 +487,10 @@ bool MainViewController::keyAction(const QString &prefix, QChar c)
         startReferenceTone();
         return true;
     case '[':
-        stepSpeed(+1);
+        transportBar->stepSpeed(+1);
         return true;
     case ']':
-        stepSpeed(-1);
+        transportBar->stepSpeed(-1);
         return true;
     case 'k':
         return click(keyButton);
@@ -739,30 +512,8 @@ bool MainViewController::keyAction(const QString &prefix, QChar c)
 void MainViewController::refreshControls()
 {
     Parameters &parameters = Parameters::shared();
-    const Extent e = soundExtent();
     const bool hasSound = music != nullptr;
-    const bool play = playButton->isChecked();
-    const bool pause = pauseButton->isChecked();
-    const bool record = recordButton->isChecked();
-
-    levelMeter->setActive(recorder->isRecording());
-    playButton->setEnabled((!record || pause) && e.frames > 0);
-    recordButton->setEnabled(canRecordInto());
-    pauseButton->setEnabled(play || record);
-    rewindButton->setEnabled(e.frames > 0 && !Quorval::recording);
-    fastForwardButton->setEnabled(e.frames > 0 && !Quorval::recording);
-    loopButton->setChecked(Quorval::loop);
-
-    QString hint;
-    if (oneTouch()) {
-        if (Quorval::playing || Quorval::recording)
-            hint = tr("Touch space to pause");
-        else if (play && pause)
-            hint = tr("Touch space to play");
-        else if (record && pause)
-            hint = tr("Touch space to record");
-    }
-    oneTouchLabel->setText(hint);
+    transportBar->refresh();
 
     keyLabel->setText(QStringLiteral("%1 %2").arg(
         parameters.key.value(), parameters.minor.value() ? tr("Minor") : tr("Major")));

@@ -1,4 +1,5 @@
 #include "app/LevelMeter.h"
+#include "app/TransportBar.h"
 #include "app/tests/WindowTest.h"
 #include "audio/tests/SoundServer.h"
 #include "display/DisplayView.h"
@@ -39,17 +40,17 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
     // Without one touch a click on play starts at once.
     ASSERT_TRUE(Parameters::shared().oneTouchPlayRecord.setValue(false));
     controller->stopTransport();
-    ASSERT_TRUE(controller->playButton->isEnabled());
+    ASSERT_TRUE(controller->transportBar->playButton->isEnabled());
     const double start = Quorval::needleTime;
-    QTest::mouseClick(controller->playButton, Qt::LeftButton);
+    QTest::mouseClick(controller->transportBar->playButton, Qt::LeftButton);
     WAIT_FOR(Quorval::playing, 5000);
     WAIT_FOR(Quorval::needleTime > start + 0.1, 5000);
 
     // Space pauses where it is and resumes from there.
     type(' ');
     EXPECT_FALSE(Quorval::playing);
-    EXPECT_TRUE(controller->playButton->isChecked());
-    EXPECT_TRUE(controller->pauseButton->isChecked());
+    EXPECT_TRUE(controller->transportBar->playButton->isChecked());
+    EXPECT_TRUE(controller->transportBar->pauseButton->isChecked());
     const double paused = Quorval::needleTime;
     type(' ');
     WAIT_FOR(Quorval::playing, 5000);
@@ -59,22 +60,22 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
     const std::int64_t before = frames();
     type('r');
     EXPECT_FALSE(Quorval::playing);
-    EXPECT_FALSE(controller->playButton->isChecked());
+    EXPECT_FALSE(controller->transportBar->playButton->isChecked());
     WAIT_FOR(Quorval::recording, 5000);
     WAIT_FOR(frames() > before + 4410, 5000);
-    EXPECT_TRUE(controller->levelMeter->isVisible());
-    EXPECT_FALSE(controller->playButton->isEnabled());
+    EXPECT_TRUE(controller->transportBar->levelMeter->isVisible());
+    EXPECT_FALSE(controller->transportBar->playButton->isEnabled());
     EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
     type('p');
     EXPECT_TRUE(Quorval::recording);
 
-    // Paused, play may take over: it turns record off and plays once pause is off.
+    // Paused, a click on play takes over: it turns record off and plays once pause is off.
     type(' ');
     EXPECT_FALSE(Quorval::recording);
-    EXPECT_FALSE(controller->levelMeter->isVisible());
+    EXPECT_FALSE(controller->transportBar->levelMeter->isVisible());
     const std::int64_t recorded = frames();
-    type('p');
-    EXPECT_FALSE(controller->recordButton->isChecked());
+    QTest::mouseClick(controller->transportBar->playButton, Qt::LeftButton);
+    EXPECT_FALSE(controller->transportBar->recordButton->isChecked());
     EXPECT_FALSE(Quorval::playing);
     type('b');
     type(' ');
@@ -82,6 +83,15 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
     EXPECT_EQ(frames(), recorded);
     type('p');
     EXPECT_FALSE(Quorval::playing);
+
+    // Play turned off while paused leaves nothing paused: the next play starts at once.
+    type('p');
+    WAIT_FOR(Quorval::playing, 5000);
+    type(' ');
+    type('p');
+    EXPECT_FALSE(controller->transportBar->pauseButton->isChecked());
+    type('p');
+    WAIT_FOR(Quorval::playing, 5000);
 }
 
 TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
@@ -89,27 +99,40 @@ TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
     ASSERT_TRUE(Parameters::shared().oneTouchPlayRecord.setValue(true));
     delegate->newFileMenuItemSelected();
     // A new recording comes prepared for record.
-    EXPECT_TRUE(controller->recordButton->isChecked());
-    EXPECT_TRUE(controller->pauseButton->isChecked());
-    EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to record"));
+    EXPECT_TRUE(controller->transportBar->recordButton->isChecked());
+    EXPECT_TRUE(controller->transportBar->pauseButton->isChecked());
+    EXPECT_EQ(controller->transportBar->oneTouchLabel->text(),
+              QStringLiteral("Touch space to record"));
     type(' ');
     WAIT_FOR(Quorval::recording, 5000);
-    EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to pause"));
+    EXPECT_EQ(controller->transportBar->oneTouchLabel->text(),
+              QStringLiteral("Touch space to pause"));
     WAIT_FOR(frames() > 4410, 5000);
     type(' ');
     EXPECT_FALSE(Quorval::recording);
 
     // A click on play prepares it instead of starting.
-    QTest::mouseClick(controller->playButton, Qt::LeftButton);
+    QTest::mouseClick(controller->transportBar->playButton, Qt::LeftButton);
     EXPECT_FALSE(Quorval::playing);
-    EXPECT_FALSE(controller->recordButton->isChecked());
-    EXPECT_EQ(controller->oneTouchLabel->text(), QStringLiteral("Touch space to play"));
+    EXPECT_FALSE(controller->transportBar->recordButton->isChecked());
+    EXPECT_EQ(controller->transportBar->oneTouchLabel->text(),
+              QStringLiteral("Touch space to play"));
     type('b');
     type(' ');
     WAIT_FOR(Quorval::playing, 5000);
     // Played to its end, it comes back prepared.
     WAIT_FOR(!Quorval::playing, 10000);
-    WAIT_FOR(controller->oneTouchLabel->text() == QStringLiteral("Touch space to play"), 5000);
+    WAIT_FOR(controller->transportBar->oneTouchLabel->text() ==
+                 QStringLiteral("Touch space to play"),
+             5000);
+
+    // The keys name what they do: p plays at once, one touch or not.
+    type('p');
+    EXPECT_FALSE(controller->transportBar->playButton->isChecked());
+    type('p');
+    WAIT_FOR(Quorval::playing, 5000);
+    EXPECT_EQ(controller->transportBar->oneTouchLabel->text(),
+              QStringLiteral("Touch space to pause"));
 }
 
 // Held "t" sounds the grid note nearest the pitch at the needle; the button keeps it on.
@@ -133,12 +156,12 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
     QTest::sendKeyEvent(QTest::Release, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
                         Qt::NoModifier);
     EXPECT_FALSE(controller->referenceToneSounding());
-    controller->toneButton->click();
+    controller->transportBar->toneButton->click();
     EXPECT_TRUE(controller->referenceToneSounding());
     QTest::sendKeyEvent(QTest::Release, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
                         Qt::NoModifier);
     EXPECT_TRUE(controller->referenceToneSounding());
-    controller->toneButton->click();
+    controller->transportBar->toneButton->click();
     EXPECT_FALSE(controller->referenceToneSounding());
 }
 
@@ -153,8 +176,8 @@ TEST_F(WindowTest, bracketKeysStepThePlayingSpeed)
         speeds.push_back(controller->playingSpeed());
     }
     EXPECT_EQ(speeds, (std::vector<double>{0.75, 0.5, 0.5, 0.75, 1.0, 1.0}));
-    EXPECT_EQ(controller->speedBox->currentText(), QStringLiteral("1\u00D7"));
-    EXPECT_TRUE(controller->speedBox->toolTip().contains(QLatin1Char('[')));
+    EXPECT_EQ(controller->transportBar->speedBox->currentText(), QStringLiteral("1\u00D7"));
+    EXPECT_TRUE(controller->transportBar->speedBox->toolTip().contains(QLatin1Char('[')));
 }
 
 } // namespace

@@ -11,11 +11,13 @@
 #include "streams/WorkingFiles.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QComboBox>
 #include <QDir>
 #include <QFileInfo>
 #include <QLabel>
 #include <QMenu>
+#include <QMenuBar>
 #include <QProcess>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -36,6 +38,36 @@ using Answer = AskViewController::Answer;
 
 const QString kSaveQuestion =
     QStringLiteral("Save modified file? | demo.wav has been modified.\nDo you want to save it?");
+
+// A menu closed with Escape leaves the keyboard with the menu bar; the window's keys still work.
+TEST_F(WindowTest, keysWorkAfterAMenuIsClosedWithEscape)
+{
+    QMainWindow *w = delegate->window;
+    QApplication::setActiveWindow(w);
+    WAIT_FOR(QApplication::activeWindow() == w, 2000);
+    HView &time = *controller->musicStream()->timeView;
+    WAIT_FOR(time.timeWidth > 0.0, 5000);
+    QMenuBar *bar = w->menuBar();
+    QTest::mouseClick(bar, Qt::LeftButton, {},
+                      bar->actionGeometry(delegate->fileMenu->menuAction()).center());
+    WAIT_FOR(delegate->fileMenu->isVisible(), 2000);
+    QTest::keyClick(delegate->fileMenu, Qt::Key_Escape);
+    WAIT_FOR(!delegate->fileMenu->isVisible(), 2000);
+    QWidget *focus = QApplication::focusWidget();
+    ASSERT_NE(focus, nullptr);
+
+    const bool tuning = Parameters::shared().tuning.value();
+    QTest::keyClick(focus, 'u');
+    EXPECT_NE(Parameters::shared().tuning.value(), tuning);
+    const double whole = time.timeWidth;
+    QTest::keyClick(focus, '+');
+    EXPECT_LT(time.timeWidth, whole);
+    // The prefixes too: "v" then "p" chooses the pitch view.
+    ASSERT_NE(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
+    QTest::keyClick(focus, 'v');
+    QTest::keyClick(focus, 'p');
+    EXPECT_EQ(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
+}
 
 TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
 {

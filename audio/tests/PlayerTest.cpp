@@ -1,5 +1,6 @@
 #include "audio/Player.h"
 
+#include "audio/tests/FakeAudioPlayer.h"
 #include "streams/Quorval.h"
 #include "streams/tests/RecordedSound.h"
 #include "streams/tests/Wait.h"
@@ -15,43 +16,8 @@
 namespace quorval {
 namespace {
 
-// An audio player that only notes what it is told; its clock is set by the test.
-struct FakeAudioState
-{
-    std::atomic<double> now{0.0};
-    std::mutex mutex;
-    std::vector<double> timesSet; // guarded by mutex
-    std::vector<int> loopsSet;    // guarded by mutex
-    std::atomic<int> pauses{0};
-    std::function<void()> finish;
-};
-
-class FakeAudioPlayer : public AudioPlayer
-{
-public:
-    explicit FakeAudioPlayer(std::shared_ptr<FakeAudioState> state) : state(std::move(state)) {}
-    double currentTime() override { return state->now; }
-    void setCurrentTime(double seconds) override
-    {
-        std::lock_guard lock(state->mutex);
-        state->timesSet.push_back(seconds);
-        state->now = seconds;
-    }
-    void setNumberOfLoops(int loops) override
-    {
-        std::lock_guard lock(state->mutex);
-        state->loopsSet.push_back(loops);
-    }
-    void play() override {}
-    void pause() override { ++state->pauses; }
-    void setFinishCallback(std::function<void()> callback) override
-    {
-        state->finish = std::move(callback);
-    }
-
-private:
-    std::shared_ptr<FakeAudioState> state;
-};
+using test::FakeAudioPlayer;
+using test::FakeAudioState;
 
 struct PlayerFixture : ::testing::Test
 {
