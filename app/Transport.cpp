@@ -114,7 +114,9 @@ void Transport::toggleRecord(Via via)
 void Transport::toggle(State running, State paused, Via via)
 {
     const bool wasPaused = pauseOn();
-    const bool turningOff = current == running || current == paused;
+    // A command names what it does: from the prepared state it starts, as space would.
+    const bool startingPrepared = via == Via::command && current == paused && preparedFlag;
+    const bool turningOff = (current == running || current == paused) && !startingPrepared;
     stopPlayback();
     stopRecording();
     if (turningOff)

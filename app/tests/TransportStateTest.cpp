@@ -131,8 +131,9 @@ TEST_F(TransportStateTest, oneTouchClicksPrepareAndPauseStartsAndStops)
     EXPECT_TRUE(transport.prepared());
     EXPECT_FALSE(transport.isPlaying());
 
-    // A command names what it does: play starts at once, one touch or not.
-    transport.togglePlay();
+    // A command names what it does: play starts at once, one touch or not, from the prepared
+    // state an opened sound comes in too.
+    ASSERT_TRUE(transport.prepared());
     transport.togglePlay(Transport::Via::command);
     EXPECT_EQ(transport.state(), State::playing);
     EXPECT_TRUE(transport.isPlaying());
@@ -189,6 +190,17 @@ TEST_F(TransportStateTest, recordingFollowsTheSoundAndGivesWayToPlayOnlyWhenPaus
     transport.toggleRecord();
     EXPECT_EQ(transport.state(), State::idle);
     take->modified = false;
+
+    // A new recording comes prepared; the record command starts it at once.
+    const std::shared_ptr<WavStream> next = WavStream::createForRecording(1, 2, 44100.0);
+    ASSERT_NE(next, nullptr);
+    transport.setSound(next);
+    ASSERT_TRUE(transport.prepared());
+    transport.toggleRecord(Transport::Via::command);
+    EXPECT_EQ(transport.state(), State::recording);
+    EXPECT_TRUE(transport.isRecording());
+    transport.stop();
+    next->modified = false;
 }
 
 } // namespace
