@@ -35,9 +35,11 @@ if [ -f streams/CMakeLists.txt ]; then
     build/tsan/streams/streams_tests
     if [ -x build/tsan/audio/audio_tests ]; then
         # Slow practice playback must keep up in real time, which the sanitizer's slowdown does
-        # not allow on a loaded machine; the test suite runs it in the ordinary test build.
+        # not allow on a loaded machine; restarting the server mid-run leaves the audio library
+        # of this one process reconnecting for longer than the tests after it wait. The ordinary
+        # test build runs both, each test in a process of its own.
         bash scripts/sound-server.sh build/tsan/audio/audio_tests \
-            --gtest_filter=-SoundServer.slowPlaybackKeepsThePitchAndStretchesTheTime
+            --gtest_filter=-SoundServer.slowPlaybackKeepsThePitchAndStretchesTheTime:SoundServer.recordsAgainAfterTheServerRestarts
     fi
     # The window's tests are built above but not yet run here: their main queue hands work over
     # through Qt's event queue, which the sanitizer cannot see into, and it reports races there.
