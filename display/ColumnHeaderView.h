@@ -2,6 +2,8 @@
 
 #include "display/ScreenView.h"
 
+#include <vector>
+
 namespace quorval {
 
 // The ruler above the trace area: the time of each vertical grid line (hours, minutes, seconds
@@ -15,6 +17,14 @@ public:
     explicit ColumnHeaderView(QWidget *parent = nullptr);
 
     void paint(QPainter &painter, QSizeF size) override;
+
+    // The spacing of the grid lines across h, which the ruler labels: the grid's own spacing,
+    // widened until the widest label fits between two lines with room to spare, so labels
+    // never run into each other. 0 for no grid. Main thread (measures the label font).
+    static double lineSpacing(const HView &h, bool spectrum);
+
+    // Where the last paint put its labels, in points, left to right.
+    std::vector<QRectF> labelRects;
 
     double lastHeight = 0.0; // the display canvas height at the last redraw
     double lastMouseX = 0.0;

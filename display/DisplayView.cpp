@@ -117,6 +117,7 @@ HExtent DisplayView::extent() const
     if (dataView && shown.extent && shown.data == dataView->data)
         e = *shown.extent;
     e.preferredLength = Parameters::shared().preferredDisplayLength.value();
+    e.growing = Quorval::recording;
     return e;
 }
 
@@ -132,6 +133,7 @@ HExtent DisplayView::refreshExtent()
         shown.extent = fetched;
     HExtent e = fetched;
     e.preferredLength = Parameters::shared().preferredDisplayLength.value();
+    e.growing = Quorval::recording;
     return e;
 }
 
@@ -545,7 +547,8 @@ void DisplayView::paintGrid(QPainter &painter, const Geometry &g, double width)
     const DataView &v = *dataView;
     painter.setPen(QPen(kGrey, 1.0));
     // Lines across time (or frequency).
-    timeLineInc = gridSize(h.pixelWidth * h.xGridSize, h.functionOfTime);
+    // The ruler's spacing: the lines stand at the times it labels.
+    timeLineInc = ColumnHeaderView::lineSpacing(h, viewType == ViewType::Spectrum);
     if (timeLineInc > 0.0) {
         for (auto i = static_cast<std::int64_t>(std::ceil(h.leftTime / timeLineInc));; ++i) {
             const double t = static_cast<double>(i) * timeLineInc;

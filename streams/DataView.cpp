@@ -73,7 +73,7 @@ void DataView::setScrollerPosition(double value)
 
 void HView::setLeftTime(double t, const HExtent &extent, bool flagScrollers)
 {
-    const double limit = extent.highestX - timeWidth * dataShare();
+    const double limit = extent.highestX - timeWidth * dataShare(extent);
     leftTime = std::max(std::min(t, limit), extent.lowestX);
     if (flagScrollers)
         needsScrollerUpdate = true;
@@ -83,7 +83,7 @@ double HView::fullWidth(const HExtent &extent) const
 {
     if (!functionOfTime)
         return extent.span();
-    return std::max(extent.span() / 0.8, extent.preferredLength);
+    return std::max(extent.span() / dataShare(extent), extent.preferredLength);
 }
 
 void HView::hZoom(double factor, const HExtent &extent, double needleTime)
@@ -140,7 +140,7 @@ double HView::scrollableWidth(const HExtent &extent) const
 {
     if (!functionOfTime)
         return extent.span();
-    return std::max(extent.span() + 0.2 * timeWidth, extent.preferredLength);
+    return std::max(extent.span() + (1.0 - dataShare(extent)) * timeWidth, extent.preferredLength);
 }
 
 bool HView::showsLessThanWhole(const HExtent &extent) const

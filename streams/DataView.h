@@ -50,13 +50,16 @@ struct DataView
     void setScrollerPosition(double value);
 };
 
-// What the horizontal axis operations need of the data shown: its extent on the axis, and
-// "Preferred display length" (seconds), which a time axis zoomed all the way out still spans.
+// What the horizontal axis operations need of the data shown: its extent on the axis,
+// "Preferred display length" (seconds), which a time axis zoomed all the way out still spans,
+// and whether the data may still grow (a recording), which a time axis leaves room for past
+// its end. A finished sound's view ends at its end.
 struct HExtent
 {
     double lowestX = 0.0;
     double highestX = 0.0;
     double preferredLength = 10.0;
+    bool growing = true;
 
     [[nodiscard]] double span() const { return highestX - lowestX; }
 };
@@ -85,9 +88,14 @@ struct HView
     // Share of the width a time axis may show of the data: the rest is room past its end for a
     // recording that grows.
     [[nodiscard]] double dataShare() const { return functionOfTime ? 0.8 : 1.0; }
+    // dataShare() for data that may grow, else the whole width.
+    [[nodiscard]] double dataShare(const HExtent &extent) const
+    {
+        return extent.growing ? dataShare() : 1.0;
+    }
 
-    // Clamped scroll: the left edge stays within the data, a time axis running at most 20% of
-    // its width past the end (the lower clamp wins when the two cross).
+    // Clamped scroll: the left edge stays within the data, a time axis of growing data running
+    // at most 20% of its width past the end (the lower clamp wins when the two cross).
     void setLeftTime(double t, const HExtent &extent, bool flagScrollers);
     // Zooms in (factor > 1) or out about the needle when it is in view on a time axis, else
     // about the middle; zooming in with a selection of some length shows the selection instead.

@@ -11,7 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace quorval {
 namespace {
@@ -160,6 +162,82 @@ TEST(Picture, rulerCentresHalfSecondLabelsOnTheirLines)
     for (int px = static_cast<int>(o.left + 143.0); px < static_cast<int>(o.left + 157.0); ++px)
         for (int py = 0; py < static_cast<int>(o.top); ++py)
             ASSERT_LT(image.pixelColor(px, py).lightness(), 200) << px << "," << py;
+}
+
+TEST(Picture, rulerLabelsNeitherCollideNorRunOffEitherEnd)
+{
+    ShownSound shown(toneAt(69.0, 1.0), QStringLiteral("Composite"));
+    const Offsets o = offsets();
+    struct Span
+    {
+        double from;
+        double to;
+    };
+    // Half-second lines 50 points apart, with labels of a decimal; a stretch starting off the
+    // grid; whole seconds; the hour's turn.
+    for (const Span span :
+         {Span{0.0, 4.0}, Span{0.37, 4.13}, Span{0.0, 14.0}, Span{3595.0, 3605.0}}) {
+        SCOPED_TRACE(span.from);
+        MusicStream &music = shown.music();
+        music.timeView->leftTime = span.from;
+        music.timeView->timeWidth = span.to - span.from;
+        TraceArea area;
+        const QImage image = area.picture(kTrace, 1.0);
+        ASSERT_FALSE(image.isNull());
+        const std::vector<QRectF> &rects = area.columnHeaderView->labelRects;
+        ASSERT_GE(rects.size(), 3U);
+        for (std::size_t i = 0; i < rects.size(); ++i) {
+            EXPECT_GE(rects[i].left(), 0.0) << i;
+            EXPECT_LE(rects[i].right(), kTrace.width()) << i;
+            if (i > 0) {
+                EXPECT_GE(rects[i].left(), rects[i - 1].right() + 2.0) << i;
+            }
+        }
+        // The rectangles hold all the ink: no text reaches past them.
+        std::vector<int> inkPerLabel(rects.size(), 0);
+        for (int px = 0; px < static_cast<int>(kTrace.width()); ++px)
+            for (int py = 0; py < static_cast<int>(o.top); ++py) {
+                if (image.pixelColor(static_cast<int>(o.left) + px, py).lightness() <= 200)
+                    continue;
+                const QPointF point(px + 0.5, py + 0.5);
+                const auto inside = std::find_if(rects.begin(), rects.end(), [&](const QRectF &r) {
+                    return r.adjusted(-1.0, -1.0, 1.0, 1.0).contains(point);
+                });
+                ASSERT_NE(inside, rects.end()) << px << "," << py;
+                ++inkPerLabel[static_cast<std::size_t>(inside - rects.begin())];
+            }
+        for (std::size_t i = 0; i < rects.size(); ++i)
+            EXPECT_GT(inkPerLabel[i], 10) << i;
+    }
+}
+
+TEST(Picture, wholeViewOfAFinishedSoundEndsAtItsEnd)
+{
+    Parameters &options = Parameters::shared();
+    const double preferred = options.preferredDisplayLength.value();
+    ASSERT_TRUE(options.preferredDisplayLength.setValue(1.0));
+    {
+        ShownSound shown(toneAt(69.0, 2.0), QStringLiteral("Composite"));
+        HView &h = *shown.music().timeView;
+        h.timeWidth = 0.0; // not yet shown: the first redraw shows the whole
+        TraceArea area;
+        ASSERT_FALSE(area.picture(kTrace, 1.0).isNull());
+        const HExtent e = area.displayView->extent();
+        ASSERT_GT(e.span(), 1.5);
+        EXPECT_DOUBLE_EQ(h.timeWidth, e.span());
+        EXPECT_DOUBLE_EQ(h.leftTime, e.lowestX);
+
+        // Zoomed in and scrolled to the end, the view stops at the end; zoomed out past the
+        // whole, it is the whole again.
+        const HExtent fetched = area.displayView->refreshExtent();
+        h.hZoom(4.0, fetched, -1.0);
+        h.setLeftTime(e.highestX, fetched, false);
+        EXPECT_DOUBLE_EQ(h.leftTime + h.timeWidth, e.highestX);
+        h.hZoom(0.125, fetched, -1.0);
+        EXPECT_DOUBLE_EQ(h.timeWidth, e.span());
+        HView::needsScrollerUpdate = false;
+    }
+    ASSERT_TRUE(options.preferredDisplayLength.setValue(preferred));
 }
 
 TEST(Picture, everyViewDrawsItsTraceWhereItsAxisPutsIt)
