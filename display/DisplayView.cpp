@@ -104,6 +104,9 @@ void DisplayView::dataChanged()
 
 void DisplayView::redrawAll()
 {
+    // What lies under a still mouse changes with the view and with the data.
+    if (mouseInside && setup())
+        emit hovered(hoverAt(lastMouseX));
     update();
     if (rowHeaderView)
         rowHeaderView->update();
@@ -396,11 +399,16 @@ void DisplayView::vToggle()
 
 double DisplayView::timeAt(double x) const
 {
-    return hView->leftTime + hView->pixelWidth * x;
+    // A zoom changes the width before the next redraw brings the scale up to date.
+    const double perPoint =
+        hView->canvasWidth > 0.0 ? hView->timeWidth / hView->canvasWidth : hView->pixelWidth;
+    return hView->leftTime + perPoint * x;
 }
 
 void DisplayView::mousePressEvent(QMouseEvent *event)
 {
+    mouseInside = true;
+    lastMouseX = event->position().x();
     if (event->button() != Qt::LeftButton || Quorval::playing || Quorval::recording)
         return;
     if (!setup() || hView->pixelWidth <= 0.0)
@@ -420,11 +428,12 @@ void DisplayView::mousePressEvent(QMouseEvent *event)
 
 void DisplayView::mouseMoveEvent(QMouseEvent *event)
 {
-    if (!(event->buttons() & Qt::LeftButton)) {
-        if (setup())
-            emit hovered(hoverAt(event->position().x()));
+    mouseInside = true;
+    lastMouseX = event->position().x();
+    if (setup())
+        emit hovered(hoverAt(lastMouseX));
+    if (!(event->buttons() & Qt::LeftButton))
         return;
-    }
     if (Quorval::playing || Quorval::recording || !setup() || hView->mouseDown < 0.0)
         return;
     const HExtent e = extent();
@@ -437,6 +446,8 @@ void DisplayView::mouseMoveEvent(QMouseEvent *event)
 
 void DisplayView::wheelEvent(QWheelEvent *event)
 {
+    mouseInside = true;
+    lastMouseX = event->position().x();
     if (!setup() || hView->timeWidth <= 0.0)
         return;
     const QPoint delta = event->angleDelta();
@@ -454,6 +465,7 @@ void DisplayView::wheelEvent(QWheelEvent *event)
 
 void DisplayView::leaveEvent(QEvent *event)
 {
+    mouseInside = false;
     emit hovered(HoverInfo{});
     ScreenView::leaveEvent(event);
 }

@@ -94,7 +94,8 @@ public:
     // "leftTime %f, timeWidth %f\n" and the column stream's description.
     [[nodiscard]] QString description() const;
 
-    // What the mouse at canvas x lies over.
+    // What the mouse at canvas x lies over. hovered tells it on every move (drags included) and
+    // again whenever the view or its data change under a mouse that stays in the canvas.
     [[nodiscard]] HoverInfo hoverAt(double x) const;
 
     std::shared_ptr<DisplayColumnStream> columnStream;
@@ -174,6 +175,9 @@ private:
     std::uint64_t generation = 1;
     bool fetchInFlight = false;
     bool scrollerUpdatePosted = false;
+    // Where the mouse last was over the canvas, for the hover read-out after the view moves.
+    bool mouseInside = false;
+    double lastMouseX = 0.0; // points
 };
 
 } // namespace quorval

@@ -7,8 +7,10 @@
 #include "streams/PitchStream.h"
 #include "streams/tests/Tones.h"
 
+#include <QApplication>
 #include <QSignalSpy>
 #include <QTest>
+#include <QWheelEvent>
 
 #include <gtest/gtest.h>
 
@@ -100,6 +102,46 @@ TEST_F(Mouse, hoverTellsTheNoteAndItsDeviation)
     EXPECT_GT(info.goodness, 0.0);
     EXPECT_TRUE(info.text.contains(QStringLiteral("A4")));
     EXPECT_TRUE(info.text.startsWith(QStringLiteral("0:02.0")));
+}
+
+TEST_F(Mouse, hoverFollowsTheMouseThroughDragsScrollsAndZooms)
+{
+    QSignalSpy hovers(&display(), &DisplayView::hovered);
+    auto lastHoverTime = [&hovers] {
+        return hovers.isEmpty() ? -1.0 : hovers.last().at(0).value<HoverInfo>().timeSeconds;
+    };
+    // The time under canvas x as the view now stands.
+    auto timeUnder = [this](int x) {
+        return hView().leftTime + x * hView().timeWidth / hView().canvasWidth;
+    };
+
+    // While a selection is dragged out.
+    QTest::mousePress(&display(), Qt::LeftButton, {}, at(1.0));
+    QTest::mouseMove(&display(), at(1.5));
+    EXPECT_NEAR(lastHoverTime(), 1.5, 2.0 * hView().pixelWidth);
+    QTest::mouseMove(&display(), at(2.5));
+    EXPECT_NEAR(lastHoverTime(), 2.5, 2.0 * hView().pixelWidth);
+    QTest::mouseRelease(&display(), Qt::LeftButton, {}, at(2.5));
+
+    // A zoom (as the keys and buttons make it) and a wheel scroll move the sound under a still
+    // mouse.
+    const QPoint mouse = at(2.0);
+    QTest::mouseMove(&display(), mouse);
+    display().hZoom(4.0);
+    EXPECT_NEAR(lastHoverTime(), timeUnder(mouse.x()), 1e-9);
+    const double beforeWheel = hView().leftTime;
+    QWheelEvent wheel(mouse, display().mapToGlobal(mouse), {}, QPoint(0, 120), Qt::NoButton, {},
+                      Qt::NoScrollPhase, false);
+    QApplication::sendEvent(&display(), &wheel);
+    ASSERT_NE(hView().leftTime, beforeWheel);
+    EXPECT_NEAR(lastHoverTime(), timeUnder(mouse.x()), 1e-9);
+
+    // Once the mouse has left, a redraw tells nothing more.
+    QEvent leave(QEvent::Leave);
+    QApplication::sendEvent(&display(), &leave);
+    const qsizetype told = hovers.count();
+    display().hZoom(2.0);
+    EXPECT_EQ(hovers.count(), told);
 }
 
 TEST_F(Mouse, zoomShowsTheScrollerWhosePagesAndTheRulerScrollInTime)
