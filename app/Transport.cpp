@@ -170,18 +170,19 @@ void Transport::stop()
 
 std::optional<double> Transport::rewind()
 {
-    if (!canMoveNeedle())
-        return std::nullopt;
-    const double t = extent().lowest;
-    placeNeedle(t);
-    return t;
+    return needleToEnd(&Extent::lowest);
 }
 
 std::optional<double> Transport::fastForward()
 {
+    return needleToEnd(&Extent::highest);
+}
+
+std::optional<double> Transport::needleToEnd(double Extent::*end)
+{
     if (!canMoveNeedle())
         return std::nullopt;
-    const double t = extent().highest;
+    const double t = extent().*end;
     placeNeedle(t);
     return t;
 }

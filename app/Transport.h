@@ -153,6 +153,8 @@ private:
     void recordingEnded();
     void followRecording();
     void placeNeedle(double seconds);
+    // The needle to one end of the sound (Extent::lowest or ::highest), where it may move.
+    std::optional<double> needleToEnd(double Extent::*end);
 
     Hooks hooks;
     std::shared_ptr<WavStream> wav;

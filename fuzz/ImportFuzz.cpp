@@ -1,7 +1,8 @@
 // Fuzz target: arbitrary bytes are opened as a sound file, as the window opens one: the WAV
 // reader or, failing it, the decoder; whatever opens is copied, cut into segments and analysed.
 // The first byte picks "Lowest Note" from ordinary values and the ends of its range, so that the
-// longest and shortest segments are reached too. Crashes, sanitizer reports, hangs and the checks below fail.
+// longest and shortest segments are reached too. Crashes, sanitizer reports, hangs and the checks
+// below fail.
 
 #include "fuzz/FuzzInput.h"
 #include "options/OptionStore.h"
