@@ -867,10 +867,13 @@ std::optional<Sound> readRealPart(const AnnotatedPart &part)
     for (std::size_t i = 0; i < noteMidi.size(); i++) {
         if (noteMidi[i].empty())
             continue;
-        const double midi = percentile(noteMidi[i], 0.5);
-        sound.notes[i].pitchHz = noteHz(midi);
-        sound.lowestNote = std::min(sound.lowestNote, std::round(midi) - 1.0);
-        sound.highestNote = std::max(sound.highestNote, std::round(midi) + 1.0);
+        // A note's pitches but for a few stray frames at its ends; an annotated note may also
+        // run on into the next.
+        sound.notes[i].pitchHz = noteHz(percentile(noteMidi[i], 0.5));
+        sound.lowestNote =
+            std::min(sound.lowestNote, std::round(percentile(noteMidi[i], 0.2)) - 1.0);
+        sound.highestNote =
+            std::max(sound.highestNote, std::round(percentile(noteMidi[i], 0.8)) + 1.0);
     }
     const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
     const auto length = static_cast<std::size_t>(s.segLength);

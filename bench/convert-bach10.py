@@ -9,16 +9,16 @@ groups each part's frames into notes (frame numbers counted from 1). A part's fi
 frames that lie in a note and have a pitch, one a line: "centre_seconds midi note_index".
 Frames between the annotated notes (onsets the annotators left out) are not listed.
 A few low bassoon notes are annotated an octave above what is played and written (the tracker
-behind the annotation took their second partial): a note whose annotated pitch lies an octave
-from the score's note sounding at its middle (NN-Name.txt: onset ms, score ms, MIDI note, part)
-is moved to the score's octave, and said so on standard error.
+behind the annotation took their second partial): a frame whose annotated pitch lies an octave
+from the score's note sounding at its time (NN-Name.txt: onset ms, score ms, MIDI note, part),
+and is not the score's note 100 ms either side of it, is moved to the score's octave, and said
+so on standard error.
 parts.txt gets one line per part: "instrument<TAB>wav path<TAB>pitch file path".
 """
 
 import pathlib
 import sys
 
-import numpy
 import scipy.io
 
 INSTRUMENTS = [("violin", "violin"), ("clarinet", "clarinet"), ("saxophone", "saxphone"),
@@ -37,13 +37,18 @@ def score_notes(piece):
     return [sorted(part) for part in parts]
 
 
-def octave_off(midi, timeSeconds, written):
-    """How many octaves midi lies from the written note sounding at timeSeconds (0 if none)."""
-    sounding = [note for onset, note in written if onset <= timeSeconds]
-    if not sounding:
-        return 0
-    octaves = round((midi - sounding[-1]) / 12.0)
-    return octaves if abs(midi - sounding[-1] - 12.0 * octaves) < 0.5 else 0
+def octaves_off(midi, timeSeconds, written):
+    """How many octaves midi lies from the written note sounding at timeSeconds; 0 if it is not
+    an octave off, or if it is the written note 100 ms before or after (the score's times are
+    approximate, and the annotation may be right about a note change the score puts later)."""
+    around = []
+    for t in (timeSeconds, timeSeconds - 0.1, timeSeconds + 0.1):
+        sounding = [note for onset, note in written if onset <= t]
+        if not sounding or abs(midi - sounding[-1]) < 0.5:
+            return 0
+        around.append(sounding[-1])
+    octaves = round((midi - around[0]) / 12.0)
+    return octaves if abs(midi - around[0] - 12.0 * octaves) < 0.5 else 0
 
 
 def main():
@@ -59,17 +64,18 @@ def main():
             wav = piece / f"{piece.name}-{spelling}.wav"
             lines = []
             for index, note in enumerate(notes[row, 0][:, 0]):
-                frames = note[0].astype(int)
-                middle = FIRST_CENTRE_SECONDS + STEP_SECONDS * (frames[0] + frames[-1] - 2) / 2
-                octaves = octave_off(float(numpy.median(note[1])), middle, written[row])
-                if octaves != 0:
-                    print(f"{piece.name} {instrument}: the note at {middle:.2f} s is annotated "
-                          f"{octaves:+d} octave from the score; moved", file=sys.stderr)
-                for frame in frames:
+                moved = []
+                for frame in note[0].astype(int):
                     midi = f0s[row, frame - 1]
                     if midi > 0:
                         centre = FIRST_CENTRE_SECONDS + STEP_SECONDS * (frame - 1)
+                        octaves = octaves_off(midi, centre, written[row])
+                        if octaves != 0:
+                            moved.append(centre)
                         lines.append(f"{centre:.3f} {midi - 12 * octaves:.6f} {index}\n")
+                if moved:
+                    print(f"{piece.name} {instrument}: {len(moved)} frames from {moved[0]:.2f} "
+                          f"to {moved[-1]:.2f} s moved to the score's octave", file=sys.stderr)
             pitch = output / f"{piece.name}-{instrument}.txt"
             pitch.write_text("".join(lines))
             print(f"{instrument}\t{wav.resolve()}\t{pitch.resolve()}")
