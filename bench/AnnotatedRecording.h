@@ -54,8 +54,10 @@ inline std::optional<std::vector<double>> readSamples(const std::string &path, d
     WavFileOC wav;
     if (!wav.setupFromPath(path) || !wav.isVerified() || wav.getSampleRate() != sampleRate)
         return std::nullopt;
-    std::vector<double> samples(static_cast<std::size_t>(
-        wav.getFileDataLength() / (wav.getNChannels() * wav.getBytesPerSample())));
+    const int frameBytes = wav.getNChannels() * wav.getBytesPerSample();
+    if (frameBytes <= 0)
+        return std::nullopt;
+    std::vector<double> samples(static_cast<std::size_t>(wav.getFileDataLength() / frameBytes));
     if (!wav.getSamples(samples.data(), 0, static_cast<int>(samples.size())))
         return std::nullopt;
     return samples;

@@ -4,7 +4,7 @@
 # and aubio for the side-by-side speed figures; then prepares the real recordings (below). Does
 # nothing that is already done.
 set -euo pipefail
-cd "$(dirname "$0")"
+here="$(dirname "$0")"
 
 install() {
     local installed
@@ -51,5 +51,5 @@ fi
 install python3-scipy
 mkdir -p "$cache/truth"
 # Debian's interpreter: the one python3-scipy is installed for.
-/usr/bin/python3 convert-bach10.py "$source" "$cache/truth" > "$cache/parts.txt.new"
+/usr/bin/python3 "$here/convert-bach10.py" "$source" "$cache/truth" > "$cache/parts.txt.new"
 mv "$cache/parts.txt.new" "$cache/parts.txt"
