@@ -82,7 +82,7 @@ TEST_F(OptionStoreTest, eachChangeIsSignalledOnceOnTheMainThreadWhoeverSetsIt)
         (void)parameters.labelPianoKeys.setValue(QStringLiteral("None"));
     });
     other.join();
-    // Seen at once by readers on every thread, told later on the main thread.
+    // Read at once, told later on the main thread.
     EXPECT_TRUE(parameters.minor.value());
     ASSERT_TRUE(waitForCount(seen, 3));
     EXPECT_EQ(seen[1], std::make_pair(QStringLiteral("Minor"), mainThread));
