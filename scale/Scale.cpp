@@ -5,7 +5,6 @@
 #include "options/Parameters.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 
 namespace quorval {
@@ -53,8 +52,6 @@ const char16_t *const kNoteNames[12][12] = {
     {u"B", u"B♯", u"C♯", u"D", u"D♯", u"E", u"E♯", u"F♯", u"F♯♯", u"G♯", u"A", u"A♯"},
 };
 
-std::atomic<double> applicationTuningOffset{0.0};
-
 int wrap12(qint64 n)
 {
     const qint64 r = n % 12;
@@ -96,7 +93,6 @@ Scale::Settings Scale::currentSettings(const Parameters &parameters)
     settings.temperament = std::max(parameters.temperament.index(), 0);
     settings.completenessLevel = std::max(parameters.completeness.index(), 0);
     settings.aFrequency = parameters.aFrequency.value();
-    settings.tuningOffset = tuningOffset();
     return settings;
 }
 
@@ -108,16 +104,6 @@ Scale Scale::current(const Parameters &parameters)
 Scale Scale::current()
 {
     return current(Parameters::shared());
-}
-
-double Scale::tuningOffset()
-{
-    return applicationTuningOffset.load();
-}
-
-void Scale::setTuningOffset(double semitones)
-{
-    applicationTuningOffset.store(semitones);
 }
 
 double Scale::noteNumber(double freqHz, double aFrequency)
