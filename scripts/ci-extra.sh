@@ -25,8 +25,8 @@ bash bench/setup-evaluation.sh
 echo "== pitch evaluation"
 build/release/bench/pitch_evaluation --renders
 
-# Every test target again under ThreadSanitizer; the streams and the audio tests (beside the
-# sound server) run under it.
+# Every test target again under ThreadSanitizer; the streams, the audio and the window's tests
+# (beside the sound server) run under it.
 if [ -f streams/CMakeLists.txt ]; then
     cmake -S . -B build/tsan -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUORVAL_WERROR=ON \
         -DQUORVAL_SANITIZE=thread
@@ -36,14 +36,18 @@ if [ -f streams/CMakeLists.txt ]; then
     build/tsan/streams/streams_tests
     if [ -x build/tsan/audio/audio_tests ]; then
         # Slow practice playback must keep up in real time, which the sanitizer's slowdown does
-        # not allow on a loaded machine; restarting the server mid-run leaves the audio library
-        # of this one process reconnecting for longer than the tests after it wait. The ordinary
-        # test build runs both, each test in a process of its own.
+        # not allow on a loaded machine. Restarting the server mid-run leaves the audio library
+        # of that process reconnecting for longer than the tests after it wait, so that test
+        # runs in a process of its own.
+        restart=SoundServer.recordsAgainAfterTheServerRestarts
         bash scripts/sound-server.sh build/tsan/audio/audio_tests \
-            --gtest_filter=-SoundServer.slowPlaybackKeepsThePitchAndStretchesTheTime:SoundServer.recordsAgainAfterTheServerRestarts
+            --gtest_filter=-SoundServer.slowPlaybackKeepsThePitchAndStretchesTheTime:$restart
+        bash scripts/sound-server.sh build/tsan/audio/audio_tests --gtest_filter=$restart
     fi
-    # The window's tests are built above but not yet run here: their main queue hands work over
-    # through Qt's event queue, which the sanitizer cannot see into, and it reports races there.
+    # The window's tests, all in one process: what one test leaves behind is seen by the next.
+    if [ -x build/tsan/app/app_tests ]; then
+        bash scripts/sound-server.sh build/tsan/app/app_tests
+    fi
     unset TSAN_OPTIONS
 fi
 

@@ -2,11 +2,11 @@
 #include "app/Document.h"
 #include "app/HandoverServer.h"
 #include "app/tests/WindowTest.h"
+#include "audio/tests/ChildProcess.h"
 
 #include <QDialog>
 #include <QDir>
 #include <QLocalSocket>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QTimer>
 
@@ -438,9 +438,8 @@ TEST(HandoverSocket, anotherUserCanNeitherHandOverNorReceive)
 {
     if (::geteuid() != 0)
         GTEST_SKIP() << "a second user can only be made as root";
-    QProcess::execute(QStringLiteral("useradd"),
-                      {QStringLiteral("--system"), QStringLiteral("--no-create-home"),
-                       QStringLiteral("quorval-probe")});
+    test::ChildProcess useradd("useradd", {"--system", "--no-create-home", "quorval-probe"});
+    (void)useradd.finish(30000);
     const passwd *other = ::getpwnam("quorval-probe");
     if (!other)
         GTEST_SKIP() << "useradd could not make the user quorval-probe";

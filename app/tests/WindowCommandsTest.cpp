@@ -18,7 +18,6 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
-#include <QProcess>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTabWidget>
@@ -491,13 +490,13 @@ TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)
     QString orphan;
     if (test::soundServerPresent()) {
         const QString cut = dir.filePath(QStringLiteral("cut.wav"));
-        QProcess recording;
-        recording.start(QStringLiteral(QUORVAL_CLI_PATH), {QStringLiteral("record"), cut});
-        ASSERT_TRUE(recording.waitForStarted());
+        test::ChildProcess recording(QStringLiteral(QUORVAL_CLI_PATH),
+                                     {QStringLiteral("record"), cut});
+        ASSERT_TRUE(recording.started());
         WAIT_FOR(QFileInfo(cut).size() > 44 + 2 * 44100, 20000);
-        const qint64 owner = recording.processId();
-        ::kill(static_cast<pid_t>(owner), SIGKILL);
-        recording.waitForFinished();
+        const pid_t owner = recording.id();
+        ::kill(owner, SIGKILL);
+        (void)recording.finish(20000);
         orphan = QString::fromStdString(WorkingFiles::folder()) +
                  QStringLiteral("/quorval-recording-%1-%2.wav")
                      .arg(owner)

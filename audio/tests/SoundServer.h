@@ -1,10 +1,10 @@
 #pragma once
 
+#include "audio/tests/ChildProcess.h"
+
 #include <QAudioDevice>
 #include <QByteArray>
 #include <QMediaDevices>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QStringList>
 
 #include <gtest/gtest.h>
@@ -41,22 +41,12 @@ struct ChildResult
 inline ChildResult runChild(const QString &program, const QStringList &arguments,
                             const QStringList &set = {}, int timeoutMs = 30000)
 {
-    QProcess child;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    for (const QString &pair : set)
-        environment.insert(pair.section(QLatin1Char('='), 0, 0), pair.section(QLatin1Char('='), 1));
-    child.setProcessEnvironment(environment);
-    child.start(program, arguments);
+    ChildProcess child(program, arguments, set);
     ChildResult result;
-    if (!child.waitForFinished(timeoutMs)) {
-        child.kill();
-        child.waitForFinished();
-        result.crashed = true;
-    }
-    result.crashed = result.crashed || child.exitStatus() != QProcess::NormalExit;
-    result.exitCode = child.exitCode();
-    result.errorText = QString::fromLocal8Bit(child.readAllStandardError());
-    result.outputText = QString::fromLocal8Bit(child.readAllStandardOutput());
+    result.crashed = !child.finish(timeoutMs) || child.crashed;
+    result.exitCode = child.exitCode;
+    result.errorText = QString::fromLocal8Bit(child.error);
+    result.outputText = QString::fromLocal8Bit(child.output);
     return result;
 }
 

@@ -574,7 +574,9 @@ TEST(SoundServer, recordsAgainAfterTheServerRestarts)
         return heard;
     };
     ASSERT_TRUE(recordBriefly());
-    ASSERT_EQ(QProcess::execute("bash", {QUORVAL_SOUND_SERVER_SCRIPT, "--restart"}), 0);
+    test::ChildProcess restart("bash", {QUORVAL_SOUND_SERVER_SCRIPT, "--restart"});
+    ASSERT_TRUE(restart.finish(60000));
+    ASSERT_EQ(restart.exitCode, 0);
     // The audio library reconnects a moment after the server is back; until then a start
     // fails with the set-up message.
     const MessageCatcher messages;
