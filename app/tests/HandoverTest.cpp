@@ -1,5 +1,4 @@
 // Files handed to the running window by later launches, through real sockets.
-#include "app/Document.h"
 #include "app/HandoverServer.h"
 #include "app/tests/WindowTest.h"
 
@@ -61,7 +60,7 @@ private:
 std::unique_ptr<QLocalSocket> handOver(const QStringList &paths, bool end = true)
 {
     auto socket = std::make_unique<QLocalSocket>();
-    socket->connectToServer(Document::serverName());
+    socket->connectToServer(HandoverServer::windowSocketPath());
     QByteArray message;
     for (const QString &path : paths)
         message += QFile::encodeName(path).toPercentEncoding("/") + '\n';
@@ -81,23 +80,25 @@ protected:
         runtimeVariable =
             std::make_unique<ScopedVariable>("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
         WindowTest::SetUp();
-        document = std::make_unique<Document>(*delegate);
-        ASSERT_TRUE(document->listen());
+        server = std::make_unique<HandoverServer>();
+        QObject::connect(server.get(), &HandoverServer::received, document,
+                         &SoundDocument::openFiles);
+        ASSERT_TRUE(server->listen(HandoverServer::windowSocketPath()));
     }
 
     void TearDown() override
     {
-        document.reset();
+        server.reset();
         WindowTest::TearDown();
         runtimeVariable.reset();
     }
 
     // The sockets the window holds for senders now.
-    qsizetype held() const { return document->findChildren<QLocalSocket *>().size(); }
+    qsizetype held() const { return server->findChildren<QLocalSocket *>().size(); }
 
     QTemporaryDir runtime;
     std::unique_ptr<ScopedVariable> runtimeVariable;
-    std::unique_ptr<Document> document;
+    std::unique_ptr<HandoverServer> server;
 };
 
 TEST_F(HandoverTest, filesHandedOverWhileAQuestionShowsWaitForItsAnswer)
@@ -172,19 +173,19 @@ TEST_F(HandoverTest, whatIsNoSoundFileIsRefusedWithAReasonAndBlocksNothing)
         const char *reason;
     };
     std::vector<Case> cases = {
-        {pipe, "not a file but a device, pipe or socket"},
-        {QStringLiteral("/dev/zero"), "not a file but a device, pipe or socket"},
-        {folder, "it is a folder"},
+        {pipe, "not a regular file (a FIFO)"},
+        {QStringLiteral("/dev/zero"), "not a regular file (a device)"},
+        {folder, "not a regular file (a folder)"},
         {dir.filePath(QString(5000, QLatin1Char('n')) + QStringLiteral(".wav")),
-         "its name is too long"},
-        {dir.filePath(QStringLiteral("gone.wav")), "there is no such file"},
+         "file name too long"},
+        {dir.filePath(QStringLiteral("gone.wav")), "no such file"},
     };
     // The owner of everything reads what is closed to others.
     if (::geteuid() != 0) {
         const QString closed = dir.filePath(QStringLiteral("closed.wav"));
         ASSERT_TRUE(QFile::copy(demoPath, closed));
         ASSERT_TRUE(QFile::setPermissions(closed, QFileDevice::Permissions()));
-        cases.push_back({closed, "you may not read it"});
+        cases.push_back({closed, "permission denied"});
     }
     for (const Case &each : cases) {
         dialogs.clear();
@@ -283,7 +284,7 @@ TEST_F(HandoverTest, aFloodOfLaunchesCostsTheWindowNoDescriptors)
     int hold[2] = {};
     ASSERT_EQ(::pipe2(done, O_CLOEXEC | O_NONBLOCK), 0);
     ASSERT_EQ(::pipe2(hold, O_CLOEXEC), 0);
-    const QByteArray path = QFile::encodeName(Document::serverName());
+    const QByteArray path = QFile::encodeName(HandoverServer::windowSocketPath());
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {

@@ -97,7 +97,7 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
 TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
 {
     ASSERT_TRUE(Parameters::shared().oneTouchPlayRecord.setValue(true));
-    delegate->newFileMenuItemSelected();
+    document->newRecording();
     // A new recording comes prepared for record.
     EXPECT_TRUE(controller->transportBar->recordButton->isChecked());
     EXPECT_TRUE(controller->transportBar->pauseButton->isChecked());

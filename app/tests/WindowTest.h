@@ -4,12 +4,15 @@
 #include "app/AskViewController.h"
 #include "app/MainView.h"
 #include "app/MainViewController.h"
+#include "app/MainWindow.h"
+#include "app/SoundDocument.h"
 #include "options/Parameters.h"
 #include "options/tests/support/OptionsTestStore.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
+#include <QApplication>
 #include <QFile>
 #include <QMainWindow>
 #include <QStringList>
@@ -46,21 +49,38 @@ protected:
             answers.pop_front();
             return answer;
         });
-        AppDelegate::Panels panels;
+        launch(demoPath);
+        ASSERT_TRUE(controller->wavStream());
+        controller->wavStream()->waitForCopy();
+    }
+
+    // Starts the window afresh on initial (or a new recording), its panels answered by the
+    // test, and makes it the active window, as a user's is.
+    void launch(const std::optional<QString> &initial)
+    {
+        if (auto wav = controller ? controller->wavStream() : nullptr)
+            wav->modified = false;
+        delegate.reset();
+        controller = nullptr;
+        SoundDocument::Panels panels;
         panels.chooseFileToOpen = [this] {
             ++openPanels;
             return openPath;
         };
-        panels.chooseFileToSave = [this](const QString &) {
+        panels.chooseFileToSave = [this](const QString &, const QString &title) {
             ++savePanels;
+            savePanelTitle = title;
             return savePath;
         };
         delegate = std::make_unique<AppDelegate>(Parameters::shared(), std::move(panels));
-        delegate->initialOpenFilePath = demoPath;
+        delegate->initialOpenFilePath = initial;
         ASSERT_TRUE(delegate->applicationDidFinishLaunching());
         controller = delegate->mainViewController;
-        ASSERT_TRUE(controller->wavStream());
-        controller->wavStream()->waitForCopy();
+        document = delegate->document;
+        window = delegate->window;
+        QApplication::setActiveWindow(window);
+        ASSERT_TRUE(
+            QTest::qWaitFor([this] { return QApplication::activeWindow() == window; }, 5000));
     }
 
     void TearDown() override
@@ -73,20 +93,27 @@ protected:
         Quorval::setDeveloperMode(false);
     }
 
-    // Presses a key on the window as a user does.
-    void key(Qt::Key k, const QString &text = QString(),
-             Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    // Presses a key on the window as a user does, on the widget with the focus.
+    void key(Qt::Key k, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
     {
-        QTest::sendKeyEvent(QTest::Click, delegate->mainView, k, text, modifiers);
+        QTest::keyClick(focused(), k, modifiers);
     }
-    void type(char c) { key(Qt::Key_unknown, QString(QLatin1Char(c))); }
+    void type(char c) { QTest::keyClick(focused(), c); }
+    [[nodiscard]] QWidget *focused() const
+    {
+        QWidget *focus = QApplication::focusWidget();
+        return focus ? focus : delegate->mainView;
+    }
 
-    [[nodiscard]] QString title() const { return delegate->window->windowTitle(); }
+    [[nodiscard]] QString title() const { return window->windowTitle(); }
 
     QTemporaryDir dir;
     QString demoPath;
     std::unique_ptr<AppDelegate> delegate;
     MainViewController *controller = nullptr;
+    SoundDocument *document = nullptr;
+    MainWindow *window = nullptr;
+    QString savePanelTitle;
     std::deque<AskViewController::Answer> answers;
     QStringList dialogs;
     std::optional<QString> openPath;
