@@ -4,10 +4,14 @@
 
 #include <QDialog>
 #include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QLocalSocket>
+#include <QMimeData>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTimer>
+#include <QUrl>
 
 #include <gtest/gtest.h>
 
@@ -29,6 +33,8 @@
 
 namespace quorval {
 namespace {
+
+using Answer = AskViewController::Answer;
 
 // Sets an environment variable for the length of a scope.
 class ScopedVariable
@@ -137,6 +143,42 @@ TEST_F(HandoverTest, filesHandedOverWhileAQuestionShowsWaitForItsAnswer)
         EXPECT_TRUE(question.endsWith(QLatin1String("Do you want to save it?")))
             << question.toStdString();
     EXPECT_FALSE(title().contains(QLatin1String("second.wav")));
+}
+
+// A file dropped on the window takes the hand-over's path: an unsaved take is asked about first,
+// and "No" lets it go for good.
+TEST_F(HandoverTest, aDroppedOrHandedOverFileReplacesAnUnsavedTakeOnlyAfterTheQuestion)
+{
+    const QString other = dir.filePath(QStringLiteral("other.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, other));
+    document->newRecording();
+    std::shared_ptr<WavStream> take = controller->wavStream();
+    ASSERT_TRUE(take && take->appendSamples(std::vector<std::int16_t>(4410, 1000)));
+    ASSERT_TRUE(take->modified);
+    const QString takePath = QFile::decodeName(take->fileURL.c_str());
+    const QString question = QStringLiteral(
+        "Save modified file? | New File has been modified.\nDo you want to save it?");
+
+    QMimeData dragged;
+    dragged.setUrls({QUrl::fromLocalFile(other)});
+    const QPointF middle = QRectF(delegate->mainView->rect()).center();
+    QDragEnterEvent enter(middle.toPoint(), Qt::CopyAction, &dragged, Qt::LeftButton, {});
+    QApplication::sendEvent(delegate->mainView, &enter);
+    ASSERT_TRUE(enter.isAccepted());
+    QDropEvent drop(middle, Qt::CopyAction, &dragged, Qt::LeftButton, {});
+    answers = {Answer::cancel};
+    QApplication::sendEvent(delegate->mainView, &drop);
+    WAIT_FOR(!dialogs.isEmpty(), 10000);
+    EXPECT_EQ(dialogs, QStringList{question});
+    EXPECT_EQ(controller->wavStream(), take);
+    take.reset();
+
+    dialogs.clear();
+    answers = {Answer::no};
+    const std::unique_ptr<QLocalSocket> sender = handOver({other});
+    WAIT_FOR(title().contains(QLatin1String("other.wav")), 10000);
+    EXPECT_EQ(dialogs, QStringList{question});
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !QFileInfo::exists(takePath); }, 10000));
 }
 
 TEST_F(HandoverTest, aFileHandedOverWhileAnyDialogShowsOpensOnlyOnceItIsClosed)

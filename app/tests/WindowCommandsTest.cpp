@@ -31,8 +31,10 @@
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <thread>
+#include <vector>
 
 namespace quorval {
 namespace {
@@ -42,34 +44,56 @@ using Answer = AskViewController::Answer;
 const QString kSaveQuestion =
     QStringLiteral("Save modified file? | demo.wav has been modified.\nDo you want to save it?");
 
-// A menu closed with Escape leaves the keyboard with the menu bar; the window's keys still work.
-TEST_F(WindowTest, keysWorkAfterAMenuIsClosedWithEscape)
+// A key is its menu item or button, and works whatever in the window has the focus: the trace,
+// a label, the menu bar after a menu was closed with Escape.
+TEST_F(WindowTest, keysAreTheirMenuItemsWhateverHasTheFocus)
 {
-    QMainWindow *w = window;
-    QApplication::setActiveWindow(w);
-    WAIT_FOR(QApplication::activeWindow() == w, 2000);
     HView &time = *controller->musicStream()->timeView;
     WAIT_FOR(time.timeWidth > 0.0, 5000);
-    QMenuBar *bar = w->menuBar();
-    QTest::mouseClick(bar, Qt::LeftButton, {},
-                      bar->actionGeometry(window->fileMenu->menuAction()).center());
-    WAIT_FOR(window->fileMenu->isVisible(), 2000);
-    QTest::keyClick(window->fileMenu, Qt::Key_Escape);
-    WAIT_FOR(!window->fileMenu->isVisible(), 2000);
-    QWidget *focus = QApplication::focusWidget();
-    ASSERT_NE(focus, nullptr);
+    const auto focusMenuBar = [this] {
+        QMenuBar *bar = window->menuBar();
+        QTest::mouseClick(bar, Qt::LeftButton, {},
+                          bar->actionGeometry(window->fileMenu->menuAction()).center());
+        EXPECT_TRUE(QTest::qWaitFor([this] { return window->fileMenu->isVisible(); }, 2000));
+        QTest::keyClick(window->fileMenu, Qt::Key_Escape);
+        EXPECT_TRUE(QTest::qWaitFor([this] { return !window->fileMenu->isVisible(); }, 2000));
+    };
+    const std::vector<std::function<void()>> focusOn = {
+        focusMenuBar, [this] { controller->displayView->setFocus(); },
+        [this] { controller->keyLabel->setFocus(); }};
+    const char views[] = {'p', 'c', 's'};
+    for (std::size_t i = 0; i < focusOn.size(); ++i) {
+        focusOn[i]();
+        ASSERT_NE(QApplication::focusWidget(), nullptr);
+        SCOPED_TRACE(QApplication::focusWidget()->metaObject()->className());
 
-    const bool tuning = Parameters::shared().tuning.value();
-    QTest::keyClick(focus, 'u');
-    EXPECT_NE(Parameters::shared().tuning.value(), tuning);
-    const double whole = time.timeWidth;
-    QTest::keyClick(focus, '+');
-    EXPECT_LT(time.timeWidth, whole);
-    // The prefixes too: "v" then "p" chooses the pitch view.
-    ASSERT_NE(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
-    QTest::keyClick(focus, 'v');
-    QTest::keyClick(focus, 'p');
-    EXPECT_EQ(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
+        const bool tuning = Parameters::shared().tuning.value();
+        type('u');
+        EXPECT_NE(Parameters::shared().tuning.value(), tuning);
+        const double whole = time.timeWidth;
+        type('+');
+        EXPECT_LT(time.timeWidth, whole);
+        type('-');
+
+        // "v" then a letter is the View menu's item itself.
+        const int view = QStringLiteral("crapqs").indexOf(QLatin1Char(views[i]));
+        QSignalSpy chosen(window->viewMenuItems[static_cast<std::size_t>(view)],
+                          &QAction::triggered);
+        type('v');
+        type(views[i]);
+        EXPECT_EQ(chosen.count(), 1);
+        EXPECT_TRUE(window->viewMenuItems[static_cast<std::size_t>(view)]->isChecked());
+        EXPECT_TRUE(controller->displayView->promptMessage().isEmpty());
+
+        // "f" then "a" is Save As, as Ctrl+Shift+S is; the panel says which.
+        QSignalSpy savedAs(window->fileSaveAsMenuItem, &QAction::triggered);
+        type('f');
+        type('a');
+        key(Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
+        EXPECT_EQ(savedAs.count(), 2);
+        EXPECT_EQ(savePanels, static_cast<int>(2 * (i + 1)));
+        EXPECT_EQ(savePanelTitle, QStringLiteral("Save As"));
+    }
 }
 
 TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
