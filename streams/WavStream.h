@@ -143,8 +143,10 @@ private:
 
     static std::shared_ptr<WavStream> openWav(std::unique_ptr<WavFileOC> source,
                                               const std::string &path);
-    // refused: the file opened but its rate was refused (with a message).
-    static std::shared_ptr<WavStream> importWithSndfile(const std::string &path, bool &refused);
+    // refused: the file opened but its rate was refused (with a message). Otherwise, when
+    // nothing came of it, why says why in a few words for the user.
+    static std::shared_ptr<WavStream> importWithSndfile(const std::string &path, bool &refused,
+                                                        std::string &why);
     // maxFrames from the frame limit for a file of fileFrames frames (estimated: a decoder's
     // guess); grows the file's ring.
     void applyFrameLimit(std::int64_t fileFrames, bool estimated);

@@ -214,7 +214,18 @@ TEST_F(HandoverTest, whatIsNoSoundFileIsRefusedWithAReasonAndBlocksNothing)
         QString path;
         const char *reason;
     };
+    const QString text = dir.filePath(QStringLiteral("notes.wav"));
+    const QString empty = dir.filePath(QStringLiteral("empty.wav"));
+    {
+        QFile words(text);
+        ASSERT_TRUE(words.open(QIODevice::WriteOnly));
+        words.write("not a sound at all, just some words");
+        QFile nothing(empty);
+        ASSERT_TRUE(nothing.open(QIODevice::WriteOnly));
+    }
     std::vector<Case> cases = {
+        {text, "not a sound file"},
+        {empty, "the file is empty"},
         {pipe, "not a regular file (a FIFO)"},
         {QStringLiteral("/dev/zero"), "not a regular file (a device)"},
         {folder, "not a regular file (a folder)"},
@@ -235,6 +246,10 @@ TEST_F(HandoverTest, whatIsNoSoundFileIsRefusedWithAReasonAndBlocksNothing)
         WAIT_FOR(!dialogs.isEmpty(), 10000);
         ASSERT_EQ(dialogs.size(), 1);
         EXPECT_TRUE(dialogs[0].contains(QLatin1String("Can't read sound file")))
+            << dialogs[0].toStdString();
+        // The text stays the same; the detail beneath names the file and says why.
+        EXPECT_TRUE(dialogs[0].startsWith(QLatin1String(" | Can't read sound file | \"") +
+                                          QFileInfo(each.path).fileName().left(40)))
             << dialogs[0].toStdString();
         EXPECT_TRUE(dialogs[0].contains(QLatin1String(each.reason))) << dialogs[0].toStdString();
         // The name is cut for the message, never the whole 5000 characters.

@@ -30,8 +30,8 @@ namespace quorval {
 
 // The real window, launched offscreen on a copy of the demo sound. Every message dialog is
 // answered by the test: the answers queued in `answers` in order (yes when none is left), each
-// dialog recorded as "title | text". File panels answer with openPath and savePath, counting
-// how often they were asked.
+// dialog recorded as "title | text", with " | detail" when it has one. File panels answer with
+// openPath and savePath, counting how often they were asked.
 class WindowTest : public StoreTest
 {
 protected:
@@ -42,7 +42,8 @@ protected:
         demoPath = dir.filePath(QStringLiteral("demo.wav"));
         ASSERT_TRUE(QFile::copy(QStringLiteral(QUORVAL_DEMO_WAV), demoPath));
         previousResponder = AskViewController::setResponder([this](const AskViewController &d) {
-            dialogs.append(d.windowTitle() + QStringLiteral(" | ") + d.text());
+            dialogs.append(d.windowTitle() + QStringLiteral(" | ") + d.text() +
+                           (d.detail().isEmpty() ? QString() : QStringLiteral(" | ") + d.detail()));
             if (answers.empty())
                 return AskViewController::Answer::yes;
             const AskViewController::Answer answer = answers.front();
