@@ -1,6 +1,5 @@
 #include "app/SoundDocument.h"
 
-#include "analysis/WavFileOC.h"
 #include "app/AskViewController.h"
 #include "options/Parameters.h"
 #include "streams/MusicStream.h"
@@ -17,7 +16,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <limits>
 
 namespace quorval {
 
@@ -238,43 +236,9 @@ void SoundDocument::exportSelection()
         tr("Export Selection"));
     if (!path)
         return;
-    wav->waitForCopy();
-    const std::string target = QFile::encodeName(*path).toStdString();
-    const std::string partial = target + ".partial";
-    // A file replaced keeps who may read it; a new one gets what the umask allows.
-    const bool replacing = QFileInfo(*path).isFile();
-    const bool written = Quorval::dataQueue().sync([&] {
-        const std::int64_t bytes = (frames->second - frames->first) * wav->bytesPerFrame;
-        if (bytes > std::numeric_limits<std::int32_t>::max())
-            return false;
-        WavFileOC out;
-        if (!out.setupWithSampleRate(wav->sampleRate(), wav->nChannels(), wav->bytesPerSample(),
-                                     static_cast<int>(bytes), partial,
-                                     replacing ? WavFileOC::Access::ownerOnly
-                                               : WavFileOC::Access::asUmaskAllows))
-            return false;
-        // The working file is a ring: a stretch may run over its end to its start.
-        int from = wav->byteLocOf(frames->first);
-        int to = 0;
-        while (to < bytes) {
-            const int copied =
-                out.copyDataFromWavFile(wav->wavFile_D(), from, to, static_cast<int>(bytes) - to);
-            if (copied == 0) {
-                if (from == 0)
-                    return false;
-                from = 0;
-                continue;
-            }
-            from += copied;
-            to += copied;
-        }
-        return out.finalizeWithByteSize(static_cast<int>(bytes)) &&
-               (!replacing || out.copyPermissionsFrom(target));
-    });
-    if (!written || std::rename(partial.c_str(), target.c_str()) != 0) {
-        std::remove(partial.c_str());
-        AskViewController::message(window, QString(), QStringLiteral("Can't save sound file"));
-    }
+    // Written as Save As writes (links followed, a FIFO written through, nothing half-written
+    // over a file); WavStream says "Can't save sound file" when it cannot.
+    (void)wav->exportFrames(QFile::encodeName(*path).toStdString(), frames->first, frames->second);
 }
 
 bool SoundDocument::shouldDiscardModifiedSound()

@@ -555,7 +555,9 @@ bool WavStream::appendSamples(std::span<const std::int16_t> samples)
     return written;
 }
 
-std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
+std::optional<std::int64_t>
+WavStream::writeTo(const std::string &path,
+                   std::optional<std::pair<std::int64_t, std::int64_t>> range)
 {
     const SaveTarget kind = saveTargetOf(path);
     if (kind == SaveTarget::folder)
@@ -593,8 +595,11 @@ std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
             if (!out.setupFromWavFile(*wavFile, partPath, access) ||
                 !out.copyHeadersFromWavFile(*wavFile))
                 return std::nullopt;
-            const std::int64_t first = minIndex_D;
-            const std::int64_t frames = maxIndex_D - minIndex_D;
+            const std::int64_t first =
+                range ? std::clamp(range->first, minIndex_D, maxIndex_D) : minIndex_D;
+            const std::int64_t end =
+                range ? std::clamp(range->second, first, maxIndex_D) : maxIndex_D;
+            const std::int64_t frames = end - first;
             const std::int64_t totalBytes = frames * bytesPerFrame;
             QUORVAL_CHECK(totalBytes <= std::numeric_limits<std::int32_t>::max());
             // Ring order: from the oldest frame to the end of the ring, then from its start.
@@ -619,7 +624,7 @@ std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
                 return std::nullopt;
             if (replacing && !out.copyPermissionsFrom(target.string()))
                 return std::nullopt;
-            return maxIndex_D;
+            return end;
         });
     if (written && kind == SaveTarget::inPlace)
         error = copyInto(partPath, target.string());
@@ -653,6 +658,17 @@ bool WavStream::save()
     }
     modified = false;
     return true;
+}
+
+bool WavStream::exportFrames(const std::string &path, std::int64_t first, std::int64_t end)
+{
+    auto self = std::static_pointer_cast<WavStream>(shared_from_this());
+    // On the copy queue, so that a copy still under way finishes first.
+    const bool written = Quorval::copyQueue().sync(
+        [&] { return self->writeTo(path, std::make_pair(first, end)).has_value(); });
+    if (!written)
+        showMessage("", "Can't save sound file");
+    return written;
 }
 
 bool WavStream::saveAs(const std::string &path)

@@ -377,6 +377,30 @@ TEST_F(WindowTest, exportSelectionWritesExactlyTheSelectedFrames)
     document->exportSelection();
     EXPECT_EQ(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 2);
+    EXPECT_EQ(savePanelTitle, QStringLiteral("Export Selection"));
+
+    // Written as Save As writes: a link keeps naming its file, which takes the selection, and a
+    // file of the user's that happens to be called NAME.partial is left alone.
+    const auto write = [](const QString &path, const QByteArray &bytes) {
+        QFile file(path);
+        return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+    };
+    const auto read = [](const QString &path) {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    const QString real = dir.filePath(QStringLiteral("real.wav"));
+    const QString link = dir.filePath(QStringLiteral("link.wav"));
+    ASSERT_TRUE(write(real, "an older take"));
+    ASSERT_TRUE(QFile::link(real, link));
+    ASSERT_TRUE(write(link + QStringLiteral(".partial"), "the user's own"));
+    dialogs.clear();
+    savePath = link;
+    document->exportSelection();
+    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
+    EXPECT_TRUE(QFileInfo(link).isSymLink());
+    EXPECT_EQ(read(real), exported);
+    EXPECT_EQ(read(link + QStringLiteral(".partial")), QByteArray("the user's own"));
 }
 
 TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
