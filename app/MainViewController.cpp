@@ -3,6 +3,7 @@
 #include "analysis/Check.h"
 #include "app/AskViewController.h"
 #include "app/MainView.h"
+#include "app/ToolRow.h"
 #include "app/Transport.h"
 #include "app/TransportBar.h"
 #include "audio/ReferenceTone.h"
@@ -113,9 +114,11 @@ void MainViewController::buildLayout()
     vZoomOutButton = buttonOf(vZoomOutAction);
     vToggleButton = buttonOf(vToggleAction);
 
-    auto *bar = new QHBoxLayout;
-    bar->addWidget(transportBar);
-    bar->addStretch();
+    // The key, tuning, options and zoom controls: beside the transport where the window is
+    // wide enough, under it where not.
+    auto *controls = new QWidget(mainView);
+    auto *bar = new QHBoxLayout(controls);
+    bar->setContentsMargins(0, 0, 0, 0);
     bar->addWidget(keyLabel);
     bar->addWidget(keyButton);
     bar->addSpacing(8);
@@ -123,19 +126,20 @@ void MainViewController::buildLayout()
     bar->addWidget(tuningCheckbox);
     bar->addWidget(optionsButton);
     bar->addSpacing(12);
-    bar->addWidget(new QLabel(tr("Time"), mainView));
+    bar->addWidget(new QLabel(tr("Time"), controls));
     for (QWidget *w :
          std::initializer_list<QWidget *>{hZoomInButton, hZoomOutButton, hToggleButton})
         bar->addWidget(w);
     bar->addSpacing(8);
-    bar->addWidget(new QLabel(tr("Height"), mainView));
+    bar->addWidget(new QLabel(tr("Height"), controls));
     for (QWidget *w :
          std::initializer_list<QWidget *>{vZoomInButton, vZoomOutButton, vToggleButton})
         bar->addWidget(w);
+    toolRow = new ToolRow(transportBar, controls, mainView);
 
     auto *layout = new QVBoxLayout(mainView);
     layout->setContentsMargins(6, 6, 6, 6);
-    layout->addLayout(bar);
+    layout->addWidget(toolRow);
     layout->addWidget(traceArea, 1);
 
     connect(transportBar->toneButton, &QToolButton::toggled, this,

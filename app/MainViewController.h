@@ -24,6 +24,7 @@ class ReferenceTone;
 class MusicStream;
 class ParallelAnalysis;
 class RowHeaderView;
+class ToolRow;
 class TraceArea;
 class Transport;
 class TransportBar;
@@ -93,6 +94,8 @@ public:
     OptionsMenu &optionsMenu;
     Transport *transport;
     TransportBar *transportBar;
+    // The transport and the other controls, side by side or stacked as the width allows.
+    ToolRow *toolRow;
     QLabel *keyLabel;
     QLabel *aFreqLabel;
     QCheckBox *tuningCheckbox;

@@ -1,7 +1,9 @@
 #include "analysis/tests/support/EndedProcess.h"
 #include "app/CrashRecovery.h"
+#include "app/LevelMeter.h"
 #include "app/RecentFiles.h"
 #include "app/ReportCommands.h"
+#include "app/TransportBar.h"
 #include "app/tests/WindowTest.h"
 #include "audio/SoundDevices.h"
 #include "audio/tests/SoundServer.h"
@@ -94,6 +96,54 @@ TEST_F(WindowTest, keysAreTheirMenuItemsWhateverHasTheFocus)
         EXPECT_EQ(savePanels, static_cast<int>(2 * (i + 1)));
         EXPECT_EQ(savePanelTitle, QStringLiteral("Save As"));
     }
+}
+
+// The window fits a 1024 px screen and half of a 1920 px one with every control whole, and the
+// level meter has room whenever it records.
+TEST_F(WindowTest, aNarrowWindowKeepsEveryControlAndTheLevelMeterWhole)
+{
+    TransportBar &transport = *controller->transportBar;
+    const QList<QWidget *> controls = {transport.rewindButton,    transport.recordButton,
+                                       transport.speedBox,        transport.toneButton,
+                                       controller->keyButton,     controller->optionsButton,
+                                       controller->hZoomInButton, controller->vToggleButton};
+    const auto whole = [&](const char *when) {
+        SCOPED_TRACE(when);
+        EXPECT_LE(window->minimumSizeHint().width(), 960);
+        for (QWidget *w : controls) {
+            const QRect inWindow(w->mapTo(window, QPoint(0, 0)), w->size());
+            EXPECT_TRUE(w->isVisible()) << w->toolTip().toStdString();
+            // Not hidden behind its parents' edges either.
+            EXPECT_EQ(w->visibleRegion().boundingRect(), w->rect()) << w->toolTip().toStdString();
+            EXPECT_TRUE(window->rect().contains(inWindow)) << w->toolTip().toStdString();
+            EXPECT_GE(w->width(), w->minimumSizeHint().width()) << w->toolTip().toStdString();
+        }
+        if (qEnvironmentVariableIsSet("QUORVAL_TEST_PICTURES"))
+            window->grab().save(qEnvironmentVariable("QUORVAL_TEST_PICTURES") +
+                                QStringLiteral("/window-%1.png").arg(window->width()));
+    };
+    const auto resizeTo = [this](int width) {
+        window->resize(width, 600);
+        return QTest::qWaitFor([&] { return window->width() == width; }, 5000);
+    };
+    for (const int width : {1024, 960}) {
+        ASSERT_TRUE(resizeTo(width));
+        QApplication::processEvents();
+        whole("idle");
+    }
+    if (!test::soundServerPresent())
+        return;
+    document->newRecording();
+    type('r');
+    WAIT_FOR(Quorval::recording, 5000);
+    for (const int width : {1100, 960}) {
+        ASSERT_TRUE(resizeTo(width));
+        WAIT_FOR(transport.levelMeter->isVisible() &&
+                     transport.levelMeter->width() >= LevelMeter::kMinimumWidth,
+                 5000);
+        whole("recording");
+    }
+    controller->stopTransport();
 }
 
 TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
