@@ -7,8 +7,6 @@
 #include "app/Transport.h"
 #include "app/TransportBar.h"
 #include "audio/ReferenceTone.h"
-#include "display/ColumnHeaderView.h"
-#include "display/RowHeaderView.h"
 #include "display/TraceArea.h"
 #include "options/Parameters.h"
 #include "options/dialog/OptionsMenu.h"
@@ -49,8 +47,7 @@ const QString kViewPrompt =
 
 MainViewController::MainViewController(MainView *view, OptionsMenu &options)
     : QObject(view), mainView(view), traceArea(new TraceArea(view)),
-      displayView(traceArea->displayView), columnHeaderView(traceArea->columnHeaderView),
-      rowHeaderView(traceArea->rowHeaderView), optionsMenu(options),
+      displayView(traceArea->displayView), optionsMenu(options),
       transport(
           new Transport({.oneTouch = [] { return Parameters::shared().oneTouchPlayRecord.value(); },
                          .redraw = [] { DisplayView::requestRedraw(); },
@@ -295,22 +292,19 @@ void MainViewController::addKeyActions()
                 button->click();
         };
     };
-    pauseAction = addAction(tr("Pause"), {Qt::Key_Space}, clickOf(transportBar->pauseButton));
-    playAction = addAction(tr("Play"), {Qt::Key_P},
-                           [this] { transport->togglePlay(Transport::Via::command); });
-    recordAction = addAction(tr("Record"), {Qt::Key_R},
-                             [this] { transport->toggleRecord(Transport::Via::command); });
-    rewindAction = addAction(tr("To the Start"), {Qt::Key_B}, clickOf(transportBar->rewindButton));
-    fastForwardAction =
-        addAction(tr("To the End"), {Qt::Key_D}, clickOf(transportBar->fastForwardButton));
-    slowerAction =
-        addAction(tr("Slower"), {Qt::Key_BracketLeft}, [this] { transportBar->stepSpeed(+1); });
-    fasterAction =
-        addAction(tr("Faster"), {Qt::Key_BracketRight}, [this] { transportBar->stepSpeed(-1); });
+    addAction(tr("Pause"), {Qt::Key_Space}, clickOf(transportBar->pauseButton));
+    addAction(tr("Play"), {Qt::Key_P}, [this] { transport->togglePlay(Transport::Via::command); });
+    addAction(tr("Record"), {Qt::Key_R},
+              [this] { transport->toggleRecord(Transport::Via::command); });
+    addAction(tr("To the Start"), {Qt::Key_B}, clickOf(transportBar->rewindButton));
+    addAction(tr("To the End"), {Qt::Key_D}, clickOf(transportBar->fastForwardButton));
+    addAction(tr("Slower"), {Qt::Key_BracketLeft}, [this] { transportBar->stepSpeed(+1); });
+    addAction(tr("Faster"), {Qt::Key_BracketRight}, [this] { transportBar->stepSpeed(-1); });
     // Held: sounds until the key is let go (see eventFilter).
-    toneAction = addAction(tr("Reference Tone"), {Qt::Key_T}, [this] { startReferenceTone(); });
-    toneAction->setAutoRepeat(false);
-    tuningAction = addAction(tr("Tuning"), {Qt::Key_U}, [this] { tuningCheckbox->click(); });
+    addAction(tr("Reference Tone"), {Qt::Key_T}, [this] {
+        startReferenceTone();
+    })->setAutoRepeat(false);
+    addAction(tr("Tuning"), {Qt::Key_U}, [this] { tuningCheckbox->click(); });
     keyAction = addAction(tr("Key..."), {Qt::Key_K}, [this] { keyButtonPushed(); });
     optionsAction = addAction(tr("Options..."), {Qt::Key_O}, [this] { optionsButtonPushed(); });
     hZoomInAction =
@@ -381,11 +375,6 @@ void MainViewController::stopReferenceTone()
     toneTimer->stop();
     if (tone)
         tone->stop();
-}
-
-double MainViewController::playingSpeed() const
-{
-    return transport->speed();
 }
 
 bool MainViewController::referenceToneSounding() const

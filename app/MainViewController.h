@@ -18,12 +18,10 @@ class QToolButton;
 namespace quorval {
 
 class OptionsMenu;
-class ColumnHeaderView;
 class MainView;
 class ReferenceTone;
 class MusicStream;
 class ParallelAnalysis;
-class RowHeaderView;
 class ToolRow;
 class TraceArea;
 class Transport;
@@ -71,8 +69,6 @@ public:
     [[nodiscard]] double referenceFrequency();
     [[nodiscard]] bool referenceToneSounding() const;
 
-    [[nodiscard]] double playingSpeed() const;
-
     // Sets the display's prompt and clears it a second later.
     void showPrompt(const QString &message);
 
@@ -89,8 +85,6 @@ public:
     MainView *mainView;
     TraceArea *traceArea;
     DisplayView *displayView;
-    ColumnHeaderView *columnHeaderView;
-    RowHeaderView *rowHeaderView;
     OptionsMenu &optionsMenu;
     Transport *transport;
     TransportBar *transportBar;
@@ -107,16 +101,7 @@ public:
     QToolButton *vZoomInButton;
     QToolButton *vZoomOutButton;
     QToolButton *vToggleButton;
-    // The keys' actions, each shared with its button where there is one.
-    QAction *pauseAction;
-    QAction *playAction;
-    QAction *recordAction;
-    QAction *rewindAction;
-    QAction *fastForwardAction;
-    QAction *slowerAction;
-    QAction *fasterAction;
-    QAction *toneAction;
-    QAction *tuningAction;
+    // The keys' actions that buttons share or whose state follows the program's.
     QAction *keyAction;
     QAction *optionsAction;
     QAction *hZoomInAction;

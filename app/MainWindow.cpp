@@ -108,10 +108,10 @@ void MainWindow::buildMenus()
     ReportCommands &reports = parts->reports;
 
     fileMenu = bar->addMenu(tr("&File"));
-    fileNewMenuItem = add(fileMenu, tr("&New Recording"), [&document] { document.newRecording(); },
-                          {QKeySequence::New, afterPrefix(Qt::Key_F, Qt::Key_N)});
-    fileOpenMenuItem = add(fileMenu, tr("&Open..."), [&document] { document.open(); },
-                           {QKeySequence::Open, afterPrefix(Qt::Key_F, Qt::Key_O)});
+    add(fileMenu, tr("&New Recording"), [&document] { document.newRecording(); },
+        {QKeySequence::New, afterPrefix(Qt::Key_F, Qt::Key_N)});
+    add(fileMenu, tr("&Open..."), [&document] { document.open(); },
+        {QKeySequence::Open, afterPrefix(Qt::Key_F, Qt::Key_O)});
     fileMenu->addMenu(parts->recentFiles.menu());
     fileMenu->addSeparator();
     fileSaveMenuItem = add(fileMenu, tr("&Save"), [&document] { document.save(); },

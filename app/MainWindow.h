@@ -67,8 +67,6 @@ public:
     void refreshStatus();
 
     QMenu *fileMenu = nullptr;
-    QAction *fileNewMenuItem = nullptr;
-    QAction *fileOpenMenuItem = nullptr;
     QAction *fileSaveMenuItem = nullptr;
     QAction *fileSaveAsMenuItem = nullptr;
     QAction *exportSelectionMenuItem = nullptr;

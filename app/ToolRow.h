@@ -19,9 +19,6 @@ public:
     // Takes first and second as children.
     ToolRow(QWidget *first, QWidget *second, QWidget *parent = nullptr);
 
-    // Whether the groups stand one above the other now.
-    [[nodiscard]] bool stacked() const { return !fitsSideBySide(width()); }
-
     // Both groups side by side at their preferred sizes.
     [[nodiscard]] QSize sizeHint() const override;
     // The wider group's minimum: stacked, the row needs no more.

@@ -1,3 +1,5 @@
+#include "app/Transport.h"
+
 #include "app/LevelMeter.h"
 #include "app/TransportBar.h"
 #include "app/tests/WindowTest.h"
@@ -168,11 +170,11 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
 // each up.
 TEST_F(WindowTest, bracketKeysStepThePlayingSpeed)
 {
-    EXPECT_EQ(controller->playingSpeed(), 1.0);
+    EXPECT_EQ(controller->transport->speed(), 1.0);
     std::vector<double> speeds;
     for (char c : {'[', '[', '[', ']', ']', ']'}) {
         type(c);
-        speeds.push_back(controller->playingSpeed());
+        speeds.push_back(controller->transport->speed());
     }
     EXPECT_EQ(speeds, (std::vector<double>{0.75, 0.5, 0.5, 0.75, 1.0, 1.0}));
     EXPECT_EQ(controller->transportBar->speedBox->currentText(), QStringLiteral("1\u00D7"));
