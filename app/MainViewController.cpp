@@ -3,10 +3,10 @@
 #include "analysis/Check.h"
 #include "app/AskViewController.h"
 #include "app/MainView.h"
+#include "app/ToneControl.h"
 #include "app/ToolRow.h"
 #include "app/Transport.h"
 #include "app/TransportBar.h"
-#include "audio/ReferenceTone.h"
 #include "display/TraceArea.h"
 #include "options/Parameters.h"
 #include "options/dialog/OptionsMenu.h"
@@ -53,7 +53,10 @@ MainViewController::MainViewController(MainView *view, OptionsMenu &options)
                          .redraw = [] { DisplayView::requestRedraw(); },
                          .audioPlayer = {}},
                         this)),
-      transportBar(new TransportBar(*transport, view)), promptTimer(new QTimer(this))
+      transportBar(new TransportBar(*transport, view)),
+      tone(new ToneControl([this] { return music; },
+                           [this](const QString &text) { showPrompt(text); }, this)),
+      promptTimer(new QTimer(this))
 {
     QUORVAL_CHECK(mainView);
     addKeyActions();
@@ -139,14 +142,8 @@ void MainViewController::buildLayout()
     layout->addWidget(toolRow);
     layout->addWidget(traceArea, 1);
 
-    connect(transportBar->toneButton, &QToolButton::toggled, this,
-            [this](bool on) { on ? startReferenceTone() : stopReferenceTone(); });
-    toneTimer = new QTimer(this);
-    toneTimer->setInterval(100);
-    connect(toneTimer, &QTimer::timeout, this, [this] {
-        if (tone && tone->isSounding())
-            tone->setFrequency(referenceFrequency());
-    });
+    connect(transportBar->toneButton, &QToolButton::toggled, tone,
+            [this](bool on) { on ? tone->start() : tone->stop(); });
     connect(tuningCheckbox, &QCheckBox::clicked, this, &MainViewController::tuningBoxChecked);
     connect(keyButton, &QPushButton::clicked, keyAction, &QAction::trigger);
     connect(optionsButton, &QPushButton::clicked, optionsAction, &QAction::trigger);
@@ -301,9 +298,7 @@ void MainViewController::addKeyActions()
     addAction(tr("Slower"), {Qt::Key_BracketLeft}, [this] { transportBar->stepSpeed(+1); });
     addAction(tr("Faster"), {Qt::Key_BracketRight}, [this] { transportBar->stepSpeed(-1); });
     // Held: sounds until the key is let go (see eventFilter).
-    addAction(tr("Reference Tone"), {Qt::Key_T}, [this] {
-        startReferenceTone();
-    })->setAutoRepeat(false);
+    addAction(tr("Reference Tone"), {Qt::Key_T}, [this] { tone->start(); })->setAutoRepeat(false);
     addAction(tr("Tuning"), {Qt::Key_U}, [this] { tuningCheckbox->click(); });
     keyAction = addAction(tr("Key..."), {Qt::Key_K}, [this] { keyButtonPushed(); });
     optionsAction = addAction(tr("Options..."), {Qt::Key_O}, [this] { optionsButtonPushed(); });
@@ -349,54 +344,13 @@ bool MainViewController::eventFilter(QObject *watched, QEvent *event)
         // The button keeps the tone on after the key is let go.
         if (key.key() == Qt::Key_T && !key.isAutoRepeat() && inWindow() &&
             !transportBar->toneButton->isChecked())
-            stopReferenceTone();
+            tone->stop();
         break;
     }
     default:
         break;
     }
     return QObject::eventFilter(watched, event);
-}
-
-void MainViewController::startReferenceTone()
-{
-    if (!tone)
-        tone = ReferenceTone::make();
-    if (!tone) {
-        showPrompt(tr("No sound output for the reference tone"));
-        return;
-    }
-    tone->start(referenceFrequency());
-    toneTimer->start();
-}
-
-void MainViewController::stopReferenceTone()
-{
-    toneTimer->stop();
-    if (tone)
-        tone->stop();
-}
-
-bool MainViewController::referenceToneSounding() const
-{
-    return tone && tone->isSounding();
-}
-
-double MainViewController::referenceFrequency()
-{
-    const Scale scale = Scale::current();
-    if (const std::shared_ptr<PitchStream> pitch = music ? music->pitchStream() : nullptr) {
-        const double at = Quorval::needleTime / pitch->xScale - pitch->overlap;
-        const auto count = static_cast<double>(pitch->maximumIndex());
-        if (std::isfinite(at) && at >= 0.0 && at < count) {
-            const double p = music->pitchAt(static_cast<std::int64_t>(at));
-            if (p > 0.0)
-                lastTonePitch = p;
-        }
-    }
-    // Without a pitch heard yet: the tonic above middle C.
-    const double p = lastTonePitch > 0.0 ? lastTonePitch : 60.0 + scale.settings().keyPitchClass;
-    return scale.frequency(p - scale.deviation(p));
 }
 
 void MainViewController::optionsChanged()

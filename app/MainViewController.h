@@ -19,9 +19,9 @@ namespace quorval {
 
 class OptionsMenu;
 class MainView;
-class ReferenceTone;
 class MusicStream;
 class ParallelAnalysis;
+class ToneControl;
 class ToolRow;
 class TraceArea;
 class Transport;
@@ -62,13 +62,6 @@ public:
     void vZoomOut();
     void vToggle();
 
-    // The reference tone: the grid note nearest the pitch at the needle (else the last pitch
-    // heard, else the tonic) in the key, temperament, tuning and "A Frequency" in force.
-    void startReferenceTone();
-    void stopReferenceTone();
-    [[nodiscard]] double referenceFrequency();
-    [[nodiscard]] bool referenceToneSounding() const;
-
     // Sets the display's prompt and clears it a second later.
     void showPrompt(const QString &message);
 
@@ -88,6 +81,8 @@ public:
     OptionsMenu &optionsMenu;
     Transport *transport;
     TransportBar *transportBar;
+    // The reference tone of the tone button and the t key.
+    ToneControl *tone;
     // The transport and the other controls, side by side or stacked as the width allows.
     ToolRow *toolRow;
     QLabel *keyLabel;
@@ -122,10 +117,6 @@ signals:
     void soundChanged();
 
 private:
-    std::unique_ptr<ReferenceTone> tone;
-    QTimer *toneTimer;           // follows the needle while the tone sounds
-    double lastTonePitch = -1.0; // the last pitch found at the needle
-
     void buildLayout();
     // The window's keys as actions of the whole window.
     void addKeyActions();

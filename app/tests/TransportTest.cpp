@@ -1,6 +1,7 @@
 #include "app/Transport.h"
 
 #include "app/LevelMeter.h"
+#include "app/ToneControl.h"
 #include "app/TransportBar.h"
 #include "app/tests/WindowTest.h"
 #include "audio/tests/SoundServer.h"
@@ -142,7 +143,7 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
     QUORVAL_NEED_SOUND_SERVER();
     // The demo's first note, a little into it.
     Quorval::needleTime = 0.5;
-    const double frequency = controller->referenceFrequency();
+    const double frequency = controller->tone->frequency();
     const Scale scale = Scale::current();
     const double note = scale.noteNumber(frequency);
     EXPECT_NEAR(scale.deviation(note), 0.0, 1e-9);
@@ -153,17 +154,17 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
 
     QTest::sendKeyEvent(QTest::Press, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
                         Qt::NoModifier);
-    EXPECT_TRUE(controller->referenceToneSounding());
+    EXPECT_TRUE(controller->tone->sounding());
     QTest::sendKeyEvent(QTest::Release, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
                         Qt::NoModifier);
-    EXPECT_FALSE(controller->referenceToneSounding());
+    EXPECT_FALSE(controller->tone->sounding());
     controller->transportBar->toneButton->click();
-    EXPECT_TRUE(controller->referenceToneSounding());
+    EXPECT_TRUE(controller->tone->sounding());
     QTest::sendKeyEvent(QTest::Release, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
                         Qt::NoModifier);
-    EXPECT_TRUE(controller->referenceToneSounding());
+    EXPECT_TRUE(controller->tone->sounding());
     controller->transportBar->toneButton->click();
-    EXPECT_FALSE(controller->referenceToneSounding());
+    EXPECT_FALSE(controller->tone->sounding());
 }
 
 // "[" and "]" step through the practice speeds shown beside the transport; the player takes
