@@ -3,6 +3,7 @@
 #include "options/Messages.h"
 #include "streams/Quorval.h"
 
+#include <QFont>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPlainTextEdit>
@@ -40,7 +41,8 @@ QPushButton *makeButton(const QString &title, QWidget *parent)
 
 AskViewController::AskViewController(const QString &title, const QString &text, Buttons buttons,
                                      QWidget *parent)
-    : QDialog(parent), textField(new QLabel(text, this)), scrollView(new QPlainTextEdit(this)),
+    : QDialog(parent), textField(new QLabel(text, this)), detailField(new QLabel(this)),
+      scrollView(new QPlainTextEdit(this)),
       yesButton(makeButton(buttons.no ? tr("Yes") : tr("OK"), this)),
       noButton(makeButton(tr("No"), this)), cancelButton(makeButton(tr("Cancel"), this)),
       helpButton(makeButton(tr("Help"), this)), messageText(text)
@@ -56,6 +58,14 @@ AskViewController::AskViewController(const QString &title, const QString &text, 
     textField->setWordWrap(true);
     textField->setTextInteractionFlags(Qt::TextSelectableByMouse);
     textField->setVisible(!longText);
+    // Smaller, beneath: the file and the reason a message is about.
+    detailField->setTextFormat(Qt::PlainText);
+    detailField->setWordWrap(true);
+    detailField->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    QFont small = detailField->font();
+    small.setPointSizeF(small.pointSizeF() * 0.9);
+    detailField->setFont(small);
+    detailField->hide();
     scrollView->setPlainText(text);
     scrollView->setReadOnly(true);
     scrollView->setVisible(longText);
@@ -77,6 +87,7 @@ AskViewController::AskViewController(const QString &title, const QString &text, 
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(textField);
     layout->addWidget(scrollView);
+    layout->addWidget(detailField);
     layout->addLayout(row);
 
     connect(yesButton, &QPushButton::clicked, this, [this] {
@@ -92,6 +103,13 @@ AskViewController::AskViewController(const QString &title, const QString &text, 
         QDialog::reject();
     });
     connect(helpButton, &QPushButton::clicked, this, &AskViewController::helpButtonPushed);
+}
+
+void AskViewController::setDetail(const QString &detail)
+{
+    detailText = detail;
+    detailField->setText(detail);
+    detailField->setVisible(!detail.isEmpty());
 }
 
 bool AskViewController::scrolls() const
@@ -115,10 +133,11 @@ void AskViewController::helpButtonPushed()
 AskViewController::Answer AskViewController::ask(QWidget *parent, const QString &title,
                                                  const QString &text, Buttons buttons,
                                                  const QString &helpTopic,
-                                                 const ButtonTitles &titles)
+                                                 const ButtonTitles &titles, const QString &detail)
 {
     AskViewController dialog(title, text, buttons, parent);
     dialog.helpTopic = helpTopic;
+    dialog.setDetail(detail);
     for (auto [button, buttonTitle] : {std::pair{dialog.yesButton, titles.yes},
                                        {dialog.noButton, titles.no},
                                        {dialog.cancelButton, titles.cancel}})
@@ -130,9 +149,10 @@ AskViewController::Answer AskViewController::ask(QWidget *parent, const QString 
     return dialog.answer;
 }
 
-void AskViewController::message(QWidget *parent, const QString &title, const QString &text)
+void AskViewController::message(QWidget *parent, const QString &title, const QString &text,
+                                const QString &detail)
 {
-    (void)ask(parent, title, text, Buttons{});
+    (void)ask(parent, title, text, Buttons{}, QString(), {}, detail);
 }
 
 AskViewController::Responder AskViewController::setResponder(Responder answerer)
@@ -148,8 +168,8 @@ void AskViewController::setHelpOpener(std::function<bool(const QString &topic)> 
 void AskViewController::installAsMessageHandler(QWidget *parent)
 {
     QPointer<QWidget> owner(parent);
-    setMessageHandler([owner](const QString &title, const QString &text) {
-        auto show = [owner, title, text] { message(owner.data(), title, text); };
+    setMessageHandler([owner](const QString &title, const QString &text, const QString &detail) {
+        auto show = [owner, title, text, detail] { message(owner.data(), title, text, detail); };
         if (Quorval::isMainThread())
             show();
         else

@@ -54,11 +54,13 @@ public:
                       QWidget *parent = nullptr);
 
     // Shows a question and waits for the answer; closing the window answers cancel (no when
-    // there is no cancel button).
+    // there is no cancel button). detail: what it concerns and why, beneath the text.
     static Answer ask(QWidget *parent, const QString &title, const QString &text, Buttons buttons,
-                      const QString &helpTopic = QString(), const ButtonTitles &titles = {});
+                      const QString &helpTopic = QString(), const ButtonTitles &titles = {},
+                      const QString &detail = QString());
     // Shows a message with OK.
-    static void message(QWidget *parent, const QString &title, const QString &text);
+    static void message(QWidget *parent, const QString &title, const QString &text,
+                        const QString &detail = QString());
 
     // A test's answerer: receives the dialog about to be shown (title, text, buttons set) and
     // answers for the user. Empty: the user answers. Returns the one it replaces.
@@ -74,9 +76,13 @@ public:
     static void installAsMessageHandler(QWidget *parent);
 
     [[nodiscard]] QString text() const { return messageText; }
+    [[nodiscard]] QString detail() const { return detailText; }
+    // Sets the detail text beneath the text; empty hides it.
+    void setDetail(const QString &detail);
     [[nodiscard]] bool scrolls() const;
 
     QLabel *textField;
+    QLabel *detailField;
     QPlainTextEdit *scrollView;
     QPushButton *yesButton;
     QPushButton *noButton;
@@ -96,6 +102,7 @@ private:
     void helpButtonPushed();
 
     QString messageText;
+    QString detailText;
     Answer answer = Answer::cancel;
     Answer closeAnswer = Answer::cancel;
 };

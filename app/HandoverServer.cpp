@@ -3,6 +3,7 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QTimer>
@@ -223,6 +224,23 @@ bool HandoverServer::isOwnSocket(const QString &path)
     struct stat info = {};
     return ::lstat(QFile::encodeName(path).constData(), &info) == 0 && S_ISSOCK(info.st_mode) &&
            info.st_uid == ::geteuid();
+}
+
+QString HandoverServer::windowSocketPath()
+{
+    const std::optional<QString> folder = privateFolder();
+    return folder ? *folder + QStringLiteral("/quorval-handover") : QString();
+}
+
+bool HandoverServer::sendToRunningWindow(const QStringList &paths)
+{
+    const QString path = windowSocketPath();
+    if (path.isEmpty())
+        return false;
+    QStringList absolute;
+    for (const QString &each : paths)
+        absolute.append(QFileInfo(each).absoluteFilePath());
+    return send(path, absolute);
 }
 
 } // namespace quorval

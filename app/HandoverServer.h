@@ -50,6 +50,12 @@ public:
     // kTimeout.
     static bool send(const QString &path, const QStringList &paths);
 
+    // The window's socket in the user's private runtime folder; empty when there is no such
+    // folder.
+    static QString windowSocketPath();
+    // Sends paths (made absolute) to a running window; false when none answers.
+    static bool sendToRunningWindow(const QStringList &paths);
+
     // The user's private runtime folder: XDG_RUNTIME_DIR when it is a folder of the user's own
     // with mode 0700; else <temp>/quorval-<uid>, made 0700 when missing. Nothing when that one
     // is not a folder of the user's own with mode 0700 (a link, another user's, open to others);

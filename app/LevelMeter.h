@@ -36,6 +36,9 @@ public:
     [[nodiscard]] bool clipLit() const;
 
     [[nodiscard]] QSize sizeHint() const override { return {170, 20}; }
+    // Narrower, the scale could no longer be read.
+    [[nodiscard]] QSize minimumSizeHint() const override { return {kMinimumWidth, 16}; }
+    static constexpr int kMinimumWidth = 100;
 
 protected:
     void paintEvent(QPaintEvent *event) override;

@@ -1,10 +1,7 @@
 #include "app/MainView.h"
 
-#include "app/MainViewController.h"
-
 #include <QDragEnterEvent>
 #include <QDropEvent>
-#include <QKeyEvent>
 #include <QMimeData>
 #include <QUrl>
 
@@ -30,22 +27,6 @@ MainView::MainView(QWidget *parent) : QWidget(parent)
 {
     setFocusPolicy(Qt::StrongFocus);
     setAcceptDrops(true);
-}
-
-void MainView::keyPressEvent(QKeyEvent *event)
-{
-    if (controller && controller->keyDown(*event))
-        event->accept();
-    else
-        QWidget::keyPressEvent(event);
-}
-
-void MainView::keyReleaseEvent(QKeyEvent *event)
-{
-    if (controller && controller->keyUp(*event))
-        event->accept();
-    else
-        QWidget::keyReleaseEvent(event);
 }
 
 void MainView::dragEnterEvent(QDragEnterEvent *event)

@@ -1,14 +1,12 @@
 #include "app/MainViewController.h"
 
 #include "analysis/Check.h"
-#include "app/AppDelegate.h"
 #include "app/AskViewController.h"
 #include "app/MainView.h"
+#include "app/ToneControl.h"
+#include "app/ToolRow.h"
 #include "app/Transport.h"
 #include "app/TransportBar.h"
-#include "audio/ReferenceTone.h"
-#include "display/ColumnHeaderView.h"
-#include "display/RowHeaderView.h"
 #include "display/TraceArea.h"
 #include "options/Parameters.h"
 #include "options/dialog/OptionsMenu.h"
@@ -47,21 +45,23 @@ const QString kViewPrompt =
 
 } // namespace
 
-MainViewController::MainViewController(MainView *view, AppDelegate *delegate)
-    : QObject(view), mainView(view), scrollView(new TraceArea(view)),
-      displayView(scrollView->displayView), columnHeaderView(scrollView->columnHeaderView),
-      rowHeaderView(scrollView->rowHeaderView), appDelegate(delegate),
+MainViewController::MainViewController(MainView *view, OptionsMenu &options)
+    : QObject(view), mainView(view), traceArea(new TraceArea(view)),
+      displayView(traceArea->displayView), optionsMenu(options),
       transport(
           new Transport({.oneTouch = [] { return Parameters::shared().oneTouchPlayRecord.value(); },
                          .redraw = [] { DisplayView::requestRedraw(); },
                          .audioPlayer = {}},
                         this)),
-      transportBar(new TransportBar(*transport, view)), promptTimer(new QTimer(this))
+      transportBar(new TransportBar(*transport, view)),
+      tone(new ToneControl([this] { return music; },
+                           [this](const QString &text) { showPrompt(text); }, this)),
+      promptTimer(new QTimer(this))
 {
-    QUORVAL_CHECK(mainView && appDelegate);
-    mainView->controller = this;
-    buildLayout();
+    QUORVAL_CHECK(mainView);
     addKeyActions();
+    buildLayout();
+    QApplication::instance()->installEventFilter(this);
 
     promptTimer->setSingleShot(true);
     promptTimer->setInterval(1000);
@@ -102,20 +102,23 @@ void MainViewController::buildLayout()
     optionsButton = new QPushButton(tr("Options..."), mainView);
     optionsButton->setToolTip(tr("All options (o)"));
     optionsButton->setFocusPolicy(Qt::NoFocus);
-    hZoomInButton =
-        makeToolButton(mainView, {}, QStringLiteral("+"), tr("Zoom in in time (+)"), false);
-    hZoomOutButton =
-        makeToolButton(mainView, {}, QStringLiteral("\u2212"), tr("Zoom out in time (-)"), false);
-    hToggleButton = makeToolButton(mainView, {}, QStringLiteral("\u2194"), {}, true);
-    vZoomInButton =
-        makeToolButton(mainView, {}, QStringLiteral("+"), tr("Zoom in in height (Page Up)"), false);
-    vZoomOutButton = makeToolButton(mainView, {}, QStringLiteral("\u2212"),
-                                    tr("Zoom out in height (Page Down)"), false);
-    vToggleButton = makeToolButton(mainView, {}, QStringLiteral("\u2195"), {}, true);
+    const auto buttonOf = [this](QAction *action) {
+        QToolButton *button = makeToolButton(mainView, {}, {}, {}, false);
+        button->setDefaultAction(action);
+        return button;
+    };
+    hZoomInButton = buttonOf(hZoomInAction);
+    hZoomOutButton = buttonOf(hZoomOutAction);
+    hToggleButton = buttonOf(hToggleAction);
+    vZoomInButton = buttonOf(vZoomInAction);
+    vZoomOutButton = buttonOf(vZoomOutAction);
+    vToggleButton = buttonOf(vToggleAction);
 
-    auto *bar = new QHBoxLayout;
-    bar->addWidget(transportBar);
-    bar->addStretch();
+    // The key, tuning, options and zoom controls: beside the transport where the window is
+    // wide enough, under it where not.
+    auto *controls = new QWidget(mainView);
+    auto *bar = new QHBoxLayout(controls);
+    bar->setContentsMargins(0, 0, 0, 0);
     bar->addWidget(keyLabel);
     bar->addWidget(keyButton);
     bar->addSpacing(8);
@@ -123,38 +126,27 @@ void MainViewController::buildLayout()
     bar->addWidget(tuningCheckbox);
     bar->addWidget(optionsButton);
     bar->addSpacing(12);
-    bar->addWidget(new QLabel(tr("Time"), mainView));
+    bar->addWidget(new QLabel(tr("Time"), controls));
     for (QWidget *w :
          std::initializer_list<QWidget *>{hZoomInButton, hZoomOutButton, hToggleButton})
         bar->addWidget(w);
     bar->addSpacing(8);
-    bar->addWidget(new QLabel(tr("Height"), mainView));
+    bar->addWidget(new QLabel(tr("Height"), controls));
     for (QWidget *w :
          std::initializer_list<QWidget *>{vZoomInButton, vZoomOutButton, vToggleButton})
         bar->addWidget(w);
+    toolRow = new ToolRow(transportBar, controls, mainView);
 
     auto *layout = new QVBoxLayout(mainView);
     layout->setContentsMargins(6, 6, 6, 6);
-    layout->addLayout(bar);
-    layout->addWidget(scrollView, 1);
+    layout->addWidget(toolRow);
+    layout->addWidget(traceArea, 1);
 
-    connect(transportBar->toneButton, &QToolButton::toggled, this,
-            [this](bool on) { on ? startReferenceTone() : stopReferenceTone(); });
-    toneTimer = new QTimer(this);
-    toneTimer->setInterval(100);
-    connect(toneTimer, &QTimer::timeout, this, [this] {
-        if (tone && tone->isSounding())
-            tone->setFrequency(referenceFrequency());
-    });
+    connect(transportBar->toneButton, &QToolButton::toggled, tone,
+            [this](bool on) { on ? tone->start() : tone->stop(); });
     connect(tuningCheckbox, &QCheckBox::clicked, this, &MainViewController::tuningBoxChecked);
-    connect(keyButton, &QPushButton::clicked, this, &MainViewController::keyButtonPushed);
-    connect(optionsButton, &QPushButton::clicked, this, &MainViewController::optionsButtonPushed);
-    connect(hZoomInButton, &QToolButton::clicked, this, &MainViewController::hZoomIn);
-    connect(hZoomOutButton, &QToolButton::clicked, this, &MainViewController::hZoomOut);
-    connect(hToggleButton, &QToolButton::clicked, this, &MainViewController::hToggle);
-    connect(vZoomInButton, &QToolButton::clicked, this, &MainViewController::vZoomIn);
-    connect(vZoomOutButton, &QToolButton::clicked, this, &MainViewController::vZoomOut);
-    connect(vToggleButton, &QToolButton::clicked, this, &MainViewController::vToggle);
+    connect(keyButton, &QPushButton::clicked, keyAction, &QAction::trigger);
+    connect(optionsButton, &QPushButton::clicked, optionsAction, &QAction::trigger);
 }
 
 std::shared_ptr<WavStream> MainViewController::wavStream() const
@@ -166,7 +158,6 @@ void MainViewController::setMusicStream(std::shared_ptr<MusicStream> stream)
 {
     stopTransport();
     clearPrompt();
-    prepKey.clear();
     // The old sound's helpers end before it goes; the new one is analysed on every core.
     parallel.reset();
     music = std::move(stream);
@@ -212,14 +203,14 @@ void MainViewController::tuningBoxChecked()
 
 void MainViewController::optionsButtonPushed()
 {
-    appDelegate->optionsMenu->optionsMenuItemSelected();
+    optionsMenu.optionsMenuItemSelected();
     refreshControls();
 }
 
 void MainViewController::keyButtonPushed()
 {
-    if (!appDelegate->optionsMenu->dialog().isVisible())
-        appDelegate->optionsMenu->openOptionsAt(QStringLiteral("Key"));
+    if (!optionsMenu.dialog().isVisible())
+        optionsMenu.openOptionsAt(QStringLiteral("Key"));
     refreshControls();
 }
 
@@ -276,237 +267,96 @@ void MainViewController::clearPrompt()
     }
 }
 
+QAction *MainViewController::addAction(const QString &text, const QList<QKeySequence> &keys,
+                                       const std::function<void()> &command)
+{
+    auto *action = new QAction(text, mainView);
+    action->setShortcuts(keys);
+    // Window-wide, so that a key works whatever in the window has the focus (the menu bar too,
+    // after a menu was closed with Escape).
+    action->setShortcutContext(Qt::WindowShortcut);
+    connect(action, &QAction::triggered, this, command);
+    mainView->addAction(action);
+    return action;
+}
+
 void MainViewController::addKeyActions()
 {
-    // Window-wide, so that a key works whatever in the window has the focus (the menu bar too,
-    // after a menu was closed with Escape). What a key does is decided in keyAction, which also
-    // sees keys that reach the view without a shortcut.
-    const std::pair<Qt::Key, char> keys[] = {{Qt::Key_Space, ' '},
-                                             {Qt::Key_P, 'p'},
-                                             {Qt::Key_R, 'r'},
-                                             {Qt::Key_B, 'b'},
-                                             {Qt::Key_D, 'd'},
-                                             {Qt::Key_Plus, '+'},
-                                             {Qt::Key_Equal, '='},
-                                             {Qt::Key_Minus, '-'},
-                                             {Qt::Key_U, 'u'},
-                                             {Qt::Key_K, 'k'},
-                                             {Qt::Key_O, 'o'},
-                                             {Qt::Key_BracketLeft, '['},
-                                             {Qt::Key_BracketRight, ']'},
-                                             {Qt::Key_F, 'f'},
-                                             {Qt::Key_V, 'v'},
-                                             {Qt::Key_N, 'n'},
-                                             {Qt::Key_S, 's'},
-                                             {Qt::Key_A, 'a'},
-                                             {Qt::Key_C, 'c'},
-                                             {Qt::Key_Q, 'q'}};
-    for (const auto &[key, c] : keys) {
-        auto *action = new QAction(mainView);
-        action->setShortcut(QKeySequence(key));
-        action->setShortcutContext(Qt::WindowShortcut);
-        connect(action, &QAction::triggered, this, [this, c = c] { keyCommand(QLatin1Char(c)); });
-        mainView->addAction(action);
-    }
-    const std::pair<Qt::Key, QToolButton *> pageKeys[] = {{Qt::Key_PageUp, vZoomInButton},
-                                                          {Qt::Key_PageDown, vZoomOutButton}};
-    for (const auto &[key, button] : pageKeys) {
-        auto *action = new QAction(mainView);
-        action->setShortcut(QKeySequence(key));
-        action->setShortcutContext(Qt::WindowShortcut);
-        connect(action, &QAction::triggered, button, [b = button] {
-            if (b->isEnabled())
-                b->click();
-        });
-        mainView->addAction(action);
-    }
+    // A transport button's key acts as its click does, and only when it could be clicked.
+    const auto clickOf = [](QAbstractButton *button) {
+        return [button] {
+            if (button->isEnabled())
+                button->click();
+        };
+    };
+    addAction(tr("Pause"), {Qt::Key_Space}, clickOf(transportBar->pauseButton));
+    addAction(tr("Play"), {Qt::Key_P}, [this] { transport->togglePlay(Transport::Via::command); });
+    addAction(tr("Record"), {Qt::Key_R},
+              [this] { transport->toggleRecord(Transport::Via::command); });
+    addAction(tr("To the Start"), {Qt::Key_B}, clickOf(transportBar->rewindButton));
+    addAction(tr("To the End"), {Qt::Key_D}, clickOf(transportBar->fastForwardButton));
+    addAction(tr("Slower"), {Qt::Key_BracketLeft}, [this] { transportBar->stepSpeed(+1); });
+    addAction(tr("Faster"), {Qt::Key_BracketRight}, [this] { transportBar->stepSpeed(-1); });
+    // Held: sounds until the key is let go (see eventFilter).
+    addAction(tr("Reference Tone"), {Qt::Key_T}, [this] { tone->start(); })->setAutoRepeat(false);
+    addAction(tr("Tuning"), {Qt::Key_U}, [this] { tuningCheckbox->click(); });
+    keyAction = addAction(tr("Key..."), {Qt::Key_K}, [this] { keyButtonPushed(); });
+    optionsAction = addAction(tr("Options..."), {Qt::Key_O}, [this] { optionsButtonPushed(); });
+    hZoomInAction =
+        addAction(QStringLiteral("+"), {Qt::Key_Plus, Qt::Key_Equal}, [this] { hZoomIn(); });
+    hZoomInAction->setToolTip(tr("Zoom in in time (+)"));
+    hZoomOutAction = addAction(QStringLiteral("\u2212"), {Qt::Key_Minus}, [this] { hZoomOut(); });
+    hZoomOutAction->setToolTip(tr("Zoom out in time (-)"));
+    hToggleAction = addAction(QStringLiteral("\u2194"), {}, [this] { hToggle(); });
+    vZoomInAction = addAction(QStringLiteral("+"), {Qt::Key_PageUp}, [this] { vZoomIn(); });
+    vZoomInAction->setToolTip(tr("Zoom in in height (Page Up)"));
+    vZoomOutAction =
+        addAction(QStringLiteral("\u2212"), {Qt::Key_PageDown}, [this] { vZoomOut(); });
+    vZoomOutAction->setToolTip(tr("Zoom out in height (Page Down)"));
+    vToggleAction = addAction(QStringLiteral("\u2195"), {}, [this] { vToggle(); });
+    for (QAction *toggle : {hToggleAction, vToggleAction})
+        toggle->setCheckable(true);
 }
 
-void MainViewController::keyCommand(QChar c)
+bool MainViewController::eventFilter(QObject *watched, QEvent *event)
 {
-    clearPrompt();
-    const QString prefix = std::exchange(prepKey, QString());
-    (void)keyAction(prefix, c);
-}
-
-bool MainViewController::keyDown(const QKeyEvent &event)
-{
-    clearPrompt();
-    const Qt::KeyboardModifiers mods = event.modifiers() & ~Qt::KeypadModifier;
-    if (mods & Qt::ControlModifier) {
-        prepKey.clear();
-        switch (event.key()) {
-        case Qt::Key_N:
-            appDelegate->newFileMenuItemSelected();
-            return true;
-        case Qt::Key_O:
-            appDelegate->openFileMenuItemSelected();
-            return true;
-        case Qt::Key_S:
-            if (appDelegate->fileSaveMenuItem->isEnabled())
-                appDelegate->saveFileMenuItemSelected();
-            return true;
-        default:
-            return false;
+    const auto inWindow = [this, watched] {
+        auto *widget = qobject_cast<QWidget *>(watched);
+        return widget && widget->window() == mainView->window();
+    };
+    switch (event->type()) {
+    case QEvent::ShortcutOverride: {
+        // The first key of a sequence: f and v only ever start one.
+        const auto &key = static_cast<const QKeyEvent &>(*event);
+        if ((key.modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier && inWindow()) {
+            if (key.key() == Qt::Key_F)
+                showPrompt(kFilePrompt);
+            else if (key.key() == Qt::Key_V)
+                showPrompt(kViewPrompt);
         }
+        break;
     }
-    switch (event.key()) {
-    case Qt::Key_PageUp:
-        prepKey.clear();
-        if (vZoomInButton->isEnabled())
-            vZoomInButton->click();
-        return true;
-    case Qt::Key_PageDown:
-        prepKey.clear();
-        if (vZoomOutButton->isEnabled())
-            vZoomOutButton->click();
-        return true;
-    case Qt::Key_Escape:
-        prepKey.clear();
-        if (mainView->window()->isFullScreen())
-            mainView->window()->showNormal();
-        return true;
+    case QEvent::Shortcut:
+        clearPrompt();
+        break;
+    case QEvent::KeyRelease: {
+        const auto &key = static_cast<const QKeyEvent &>(*event);
+        // The button keeps the tone on after the key is let go.
+        if (key.key() == Qt::Key_T && !key.isAutoRepeat() && inWindow() &&
+            !transportBar->toneButton->isChecked())
+            tone->stop();
+        break;
+    }
     default:
         break;
     }
-    const QString text = event.text();
-    if (text.isEmpty())
-        return false;
-    const QString prefix = std::exchange(prepKey, QString());
-    return keyAction(prefix, text.front());
+    return QObject::eventFilter(watched, event);
 }
 
-bool MainViewController::keyUp(const QKeyEvent &event)
+void MainViewController::optionsChanged()
 {
-    if (event.key() != Qt::Key_T || event.isAutoRepeat())
-        return false;
-    // The button keeps the tone on after the key is let go.
-    if (!transportBar->toneButton->isChecked())
-        stopReferenceTone();
-    return true;
-}
-
-void MainViewController::startReferenceTone()
-{
-    if (!tone)
-        tone = ReferenceTone::make();
-    if (!tone) {
-        showPrompt(tr("No sound output for the reference tone"));
-        return;
-    }
-    tone->start(referenceFrequency());
-    toneTimer->start();
-}
-
-void MainViewController::stopReferenceTone()
-{
-    toneTimer->stop();
-    if (tone)
-        tone->stop();
-}
-
-double MainViewController::playingSpeed() const
-{
-    return transport->speed();
-}
-
-bool MainViewController::referenceToneSounding() const
-{
-    return tone && tone->isSounding();
-}
-
-double MainViewController::referenceFrequency()
-{
-    const Scale scale = Scale::current();
-    if (const std::shared_ptr<PitchStream> pitch = music ? music->pitchStream() : nullptr) {
-        const double at = Quorval::needleTime / pitch->xScale - pitch->overlap;
-        const auto count = static_cast<double>(pitch->maximumIndex());
-        if (std::isfinite(at) && at >= 0.0 && at < count) {
-            const double p = music->pitchAt(static_cast<std::int64_t>(at));
-            if (p > 0.0)
-                lastTonePitch = p;
-        }
-    }
-    // Without a pitch heard yet: the tonic above middle C.
-    const double p = lastTonePitch > 0.0 ? lastTonePitch : 60.0 + scale.settings().keyPitchClass;
-    return scale.frequency(p - scale.deviation(p));
-}
-
-bool MainViewController::keyAction(const QString &prefix, QChar c)
-{
-    auto click = [](QAbstractButton *button) {
-        if (button->isEnabled())
-            button->click();
-        return true;
-    };
-    if (prefix == QLatin1String("f")) {
-        switch (c.toLatin1()) {
-        case 'n':
-            appDelegate->newFileMenuItemSelected();
-            return true;
-        case 'o':
-            appDelegate->openFileMenuItemSelected();
-            return true;
-        case 's':
-            appDelegate->saveFileMenuItemSelected();
-            return true;
-        case 'a':
-            appDelegate->saveAsFileMenuItemSelected();
-            return true;
-        default:
-            break;
-        }
-    } else if (prefix == QLatin1String("v")) {
-        const int i = QStringLiteral("crapqs").indexOf(c);
-        if (i >= 0) {
-            appDelegate->setViewType(i);
-            return true;
-        }
-    }
-    switch (c.toLatin1()) {
-    case ' ':
-        return click(transportBar->pauseButton);
-    case 'p':
-        transport->togglePlay(Transport::Via::command);
-        return true;
-    case 'r':
-        transport->toggleRecord(Transport::Via::command);
-        return true;
-    case 'b':
-        return click(transportBar->rewindButton);
-    case 'd':
-        return click(transportBar->fastForwardButton);
-    case '+':
-    case '=':
-        return click(hZoomInButton);
-    case '-':
-        return click(hZoomOutButton);
-    case 'u':
-        return click(tuningCheckbox);
-    case 't':
-        startReferenceTone();
-        return true;
-    case '[':
-        transportBar->stepSpeed(+1);
-        return true;
-    case ']':
-        transportBar->stepSpeed(-1);
-        return true;
-    case 'k':
-        return click(keyButton);
-    case 'o':
-        return click(optionsButton);
-    case 'f':
-        prepKey = QStringLiteral("f");
-        showPrompt(kFilePrompt);
-        return true;
-    case 'v':
-        prepKey = QStringLiteral("v");
-        showPrompt(kViewPrompt);
-        return true;
-    default:
-        return false;
-    }
+    displayView->dataChanged();
+    refreshControls();
 }
 
 void MainViewController::refreshControls()
@@ -522,14 +372,13 @@ void MainViewController::refreshControls()
 
     const bool h = displayView->canHScrollOut();
     const bool v = displayView->canVScrollOut();
-    for (QToolButton *b :
-         {hZoomInButton, hToggleButton, vZoomInButton, vZoomOutButton, vToggleButton})
-        b->setEnabled(hasSound);
-    hZoomOutButton->setEnabled(hasSound && h);
-    hToggleButton->setChecked(h);
-    hToggleButton->setToolTip(h ? tr("Zoom out full") : tr("Restore zoom"));
-    vToggleButton->setChecked(v);
-    vToggleButton->setToolTip(v ? tr("Zoom out full") : tr("Restore zoom"));
+    for (QAction *a : {hZoomInAction, hToggleAction, vZoomInAction, vZoomOutAction, vToggleAction})
+        a->setEnabled(hasSound);
+    hZoomOutAction->setEnabled(hasSound && h);
+    hToggleAction->setChecked(h);
+    hToggleAction->setToolTip(h ? tr("Zoom out full") : tr("Restore zoom"));
+    vToggleAction->setChecked(v);
+    vToggleAction->setToolTip(v ? tr("Zoom out full") : tr("Restore zoom"));
 
     QString title = QStringLiteral("Quorval");
     if (const std::shared_ptr<WavStream> wav = wavStream()) {
@@ -539,16 +388,6 @@ void MainViewController::refreshControls()
     }
     mainView->window()->setWindowTitle(title);
     displayView->redrawAll();
-}
-
-bool MainViewController::windowShouldClose()
-{
-    if (!appDelegate->shouldDiscardModifiedSound())
-        return false;
-    stopTransport();
-    if (const std::shared_ptr<WavStream> wav = wavStream())
-        wav->modified = false;
-    return true;
 }
 
 } // namespace quorval

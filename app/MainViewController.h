@@ -5,10 +5,11 @@
 #include <QObject>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
+class QAction;
 class QCheckBox;
-class QKeyEvent;
 class QLabel;
 class QPushButton;
 class QTimer;
@@ -16,13 +17,12 @@ class QToolButton;
 
 namespace quorval {
 
-class AppDelegate;
-class ColumnHeaderView;
+class OptionsMenu;
 class MainView;
-class ReferenceTone;
 class MusicStream;
 class ParallelAnalysis;
-class RowHeaderView;
+class ToneControl;
+class ToolRow;
 class TraceArea;
 class Transport;
 class TransportBar;
@@ -30,8 +30,9 @@ class WavStream;
 
 // The main window's content: the trace area with keyboard and ruler, the transport bar, the key
 // and A-frequency labels, the tuning box, the key and options buttons and the six zoom buttons.
-// Turns keys into commands and keeps every control, tooltip and the window title in step. The
-// transport's state lives in its Transport.
+// Every key of the content is a window-wide action, shared with its button, so it works
+// whatever in the window has the focus; keeps every control, tooltip and the window title in
+// step. The transport's state lives in its Transport.
 //
 // Main thread only.
 class MainViewController : public QObject
@@ -39,9 +40,9 @@ class MainViewController : public QObject
     Q_OBJECT
 
 public:
-    // Builds the controls inside mainView. appDelegate runs the File and View commands of the
-    // "f" and "v" keys, the options dialog and the modified-sound check; not null.
-    MainViewController(MainView *mainView, AppDelegate *appDelegate);
+    // Builds the controls and their actions inside mainView; optionsMenu opens the options
+    // dialog for the key and options buttons and outlives the controller.
+    MainViewController(MainView *mainView, OptionsMenu &optionsMenu);
     ~MainViewController() override;
 
     // Shows music (may be null): hands its sound to the transport (which stops and prepares it)
@@ -61,20 +62,6 @@ public:
     void vZoomOut();
     void vToggle();
 
-    // Handles a key press of the window; false when it is none of the window's keys.
-    bool keyDown(const QKeyEvent &event);
-    // Key releases: the end of a held "t".
-    bool keyUp(const QKeyEvent &event);
-
-    // The reference tone: the grid note nearest the pitch at the needle (else the last pitch
-    // heard, else the tonic) in the key, temperament, tuning and "A Frequency" in force.
-    void startReferenceTone();
-    void stopReferenceTone();
-    [[nodiscard]] double referenceFrequency();
-    [[nodiscard]] bool referenceToneSounding() const;
-
-    [[nodiscard]] double playingSpeed() const;
-
     // Sets the display's prompt and clears it a second later.
     void showPrompt(const QString &message);
 
@@ -85,19 +72,19 @@ public:
 
     // Brings every control, tooltip and the title up to the program's state, and redraws.
     void refreshControls();
-
-    // Whether the window may close: asks about an unsaved sound. When it may, the sound's
-    // modified mark is cleared.
-    bool windowShouldClose();
+    // The options changed (the view type among them): the data is drawn anew.
+    void optionsChanged();
 
     MainView *mainView;
-    TraceArea *scrollView;
+    TraceArea *traceArea;
     DisplayView *displayView;
-    ColumnHeaderView *columnHeaderView;
-    RowHeaderView *rowHeaderView;
-    AppDelegate *appDelegate;
+    OptionsMenu &optionsMenu;
     Transport *transport;
     TransportBar *transportBar;
+    // The reference tone of the tone button and the t key.
+    ToneControl *tone;
+    // The transport and the other controls, side by side or stacked as the width allows.
+    ToolRow *toolRow;
     QLabel *keyLabel;
     QLabel *aFreqLabel;
     QCheckBox *tuningCheckbox;
@@ -109,26 +96,35 @@ public:
     QToolButton *vZoomInButton;
     QToolButton *vZoomOutButton;
     QToolButton *vToggleButton;
-    QString prepKey;
+    // The keys' actions that buttons share or whose state follows the program's.
+    QAction *keyAction;
+    QAction *optionsAction;
+    QAction *hZoomInAction;
+    QAction *hZoomOutAction;
+    QAction *hToggleAction;
+    QAction *vZoomInAction;
+    QAction *vZoomOutAction;
+    QAction *vToggleAction;
     QTimer *promptTimer;
+
+protected:
+    // Shows the prompt of the f and v prefixes, clears it when a key did its command, and ends
+    // the held reference tone when t is let go.
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 signals:
     // The sound's state shown in the title changed (modified, length while recording).
     void soundChanged();
 
 private:
-    std::unique_ptr<ReferenceTone> tone;
-    QTimer *toneTimer;           // follows the needle while the tone sounds
-    double lastTonePitch = -1.0; // the last pitch found at the needle
-
     void buildLayout();
-    // The window's keys as shortcuts of the whole window.
+    // The window's keys as actions of the whole window.
     void addKeyActions();
-    // A key of the window pressed: clears the prompt and acts, after a pending prefix.
-    void keyCommand(QChar c);
+    // An action of the window with its keys, running command.
+    QAction *addAction(const QString &text, const QList<QKeySequence> &keys,
+                       const std::function<void()> &command);
     void clearPrompt();
     void showNeedleAt(double seconds);
-    bool keyAction(const QString &prefix, QChar c);
 
     std::shared_ptr<MusicStream> music;
     std::unique_ptr<ParallelAnalysis> parallel; // helpers analysing `music` on the other cores

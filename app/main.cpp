@@ -1,6 +1,8 @@
 #include "app/AppDelegate.h"
-#include "app/Document.h"
+#include "app/HandoverServer.h"
 #include "app/MainViewController.h"
+#include "app/MainWindow.h"
+#include "app/SoundDocument.h"
 #include "display/DisplayView.h"
 #include "options/Parameters.h"
 #include "streams/MusicStream.h"
@@ -48,13 +50,12 @@ void closeAfterPicture(quorval::AppDelegate &delegate, const QString &path)
     auto *timer = new QTimer(&delegate);
     timer->setInterval(100);
     QObject::connect(timer, &QTimer::timeout, &delegate, [&delegate, path, timer] {
-        const std::shared_ptr<quorval::MusicStream> music =
-            delegate.mainViewController->musicStream();
+        const std::shared_ptr<quorval::MusicStream> music = delegate.document->music();
         // Every segment's pitch computed: the picture shows the whole analysis.
         if (!music || !music->waitUntilCalculated(std::chrono::milliseconds(1)))
             return;
         timer->stop();
-        delegate.refreshStatus();
+        delegate.window->refreshStatus();
         quorval::DisplayView *view = delegate.mainViewController->displayView;
         (void)view->prepareNow(view->size());
         if (!delegate.window->grab().save(path))
@@ -137,7 +138,7 @@ int main(int argc, char **argv)
 
     // A file opened from the file manager while Quorval runs goes to the running window.
     if (!arguments.files.isEmpty() && !arguments.picture &&
-        quorval::Document::sendToRunningInstance(arguments.files))
+        quorval::HandoverServer::sendToRunningWindow(arguments.files))
         return 0;
 
     quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
@@ -148,12 +149,16 @@ int main(int argc, char **argv)
     int status = 0;
     {
         quorval::AppDelegate delegate(quorval::Parameters::shared());
-        quorval::Document document(delegate);
         closeOnEndingSignals(delegate);
-        if (!arguments.picture)
-            (void)document.listen();
+        if (!arguments.picture) {
+            // Files from later launches, opened as files dropped on the window are.
+            auto *server = new quorval::HandoverServer(&delegate);
+            QObject::connect(server, &quorval::HandoverServer::received, delegate.document,
+                             &quorval::SoundDocument::openFiles);
+            (void)server->listen(quorval::HandoverServer::windowSocketPath());
+        }
         if (!arguments.files.isEmpty())
-            (void)document.readFromURL(arguments.files.front());
+            delegate.initialOpenFilePath = arguments.files.front();
         QObject::connect(&delegate, &quorval::AppDelegate::terminate, &app, &QApplication::quit,
                          Qt::QueuedConnection);
         QTimer::singleShot(0, &delegate, [&delegate, &arguments] {

@@ -5,6 +5,7 @@
 #include "GeneratedMusic.h"
 #include "app/AppDelegate.h"
 #include "app/MainViewController.h"
+#include "app/MainWindow.h"
 #include "bench/BenchMain.h"
 #include "display/DisplayView.h"
 #include "options/OptionStore.h"
@@ -15,7 +16,6 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QMainWindow>
 #include <QTemporaryDir>
 #include <QTimer>
 

@@ -17,8 +17,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <sndfile.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -54,31 +52,6 @@ void appendFixed(std::string &text, double value)
 bool stderrIsTerminal()
 {
     return isatty(fileno(stderr)) == 1;
-}
-
-// Why the file at path is no sound the tool can open, in a few words.
-QString whyNoSound(const QString &path)
-{
-    const QFileInfo info(path);
-    if (!info.exists())
-        return QStringLiteral("no such file");
-    if (info.isDir())
-        return QStringLiteral("it is a folder");
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return file.errorString();
-    if (file.size() == 0)
-        return QStringLiteral("the file is empty");
-    const QByteArray head = file.read(12);
-    SF_INFO format = {};
-    SNDFILE *sound = sf_open(QFile::encodeName(path).constData(), SFM_READ, &format);
-    const QString decoder = QString::fromLocal8Bit(sf_strerror(sound));
-    if (sound)
-        sf_close(sound);
-    if (head.startsWith("RIFF") && head.mid(8, 4) == "WAVE")
-        return QStringLiteral("a WAV file cut short, damaged or in an unsupported format (%1)")
-            .arg(decoder);
-    return QStringLiteral("not a sound file, or in an unsupported format (%1)").arg(decoder);
 }
 
 } // namespace
@@ -213,13 +186,11 @@ int Tool::run(const CommandLine &line)
 
 std::shared_ptr<WavStream> Tool::openSound(const QString &file)
 {
-    // Messages come without the file's name: put it in front, and the reason behind a refusal.
+    // The path as given goes in front; a refusal's detail names the file and says why.
     const MessageHandler previous =
-        setMessageHandler([&file](const QString &, const QString &text) {
+        setMessageHandler([&file](const QString &, const QString &text, const QString &detail) {
             complain(file + QStringLiteral(": ") + text +
-                     (text == QLatin1String("Can't read sound file")
-                          ? QStringLiteral(": ") + whyNoSound(file)
-                          : QString()));
+                     (detail.isEmpty() ? QString() : QStringLiteral(": ") + detail));
         });
     const std::string path = QFile::encodeName(file).toStdString();
     std::shared_ptr<WavStream> wav = WavStream::createFromFile(path);

@@ -74,8 +74,9 @@ int main(int argc, char **argv)
         QMetaObject::invokeMethod(application, std::move(fn), Qt::QueuedConnection);
     });
     // Messages from below (the system's texts) go to stderr.
-    quorval::setMessageHandler([](const QString &, const QString &text) {
-        std::fprintf(stderr, "quorval-cli: %s\n", text.toLocal8Bit().constData());
+    quorval::setMessageHandler([](const QString &, const QString &text, const QString &detail) {
+        const QString line = detail.isEmpty() ? text : text + QStringLiteral(": ") + detail;
+        std::fprintf(stderr, "quorval-cli: %s\n", line.toLocal8Bit().constData());
     });
 
     int status = quorval::Tool(stdout).run(*line);

@@ -22,7 +22,7 @@ MessageHandler &installedHandler()
 
 } // namespace
 
-void showMessage(const QString &title, const QString &text)
+void showMessage(const QString &title, const QString &text, const QString &detail)
 {
     MessageHandler handler;
     {
@@ -31,11 +31,13 @@ void showMessage(const QString &title, const QString &text)
     }
     // Called outside the lock: a handler may itself show a message.
     if (handler) {
-        handler(title, text);
+        handler(title, text, detail);
         return;
     }
-    std::fprintf(stderr, "%s: %s\n", title.toLocal8Bit().constData(),
-                 text.toLocal8Bit().constData());
+    QString line = title + QStringLiteral(": ") + text;
+    if (!detail.isEmpty())
+        line += QStringLiteral(": ") + detail;
+    std::fprintf(stderr, "%s\n", line.toLocal8Bit().constData());
 }
 
 MessageHandler setMessageHandler(MessageHandler handler)

@@ -6,13 +6,15 @@
 
 namespace quorval {
 
-// Receives every user-visible message: a title and a text shown to the user as they stand.
-using MessageHandler = std::function<void(const QString &title, const QString &text)>;
+// Receives every user-visible message: a title and a text shown to the user as they stand, and
+// a detail (what it concerns and why; empty when there is none) shown beneath the text.
+using MessageHandler =
+    std::function<void(const QString &title, const QString &text, const QString &detail)>;
 
 // Shows a message to the user through the installed handler; without one it is printed to
 // stderr. Callable from any thread: the handler is called on the caller's thread, so a handler
 // that opens a dialog must hand the message over to the main thread itself.
-void showMessage(const QString &title, const QString &text);
+void showMessage(const QString &title, const QString &text, const QString &detail = {});
 
 // Installs the handler that shows messages (the window's message dialog); an empty handler
 // restores printing to stderr. Returns the handler it replaces, so tests can put it back.

@@ -10,6 +10,7 @@
 #include "streams/Warnings.h"
 #include "streams/WorkingFiles.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QUuid>
 
@@ -19,6 +20,7 @@
 #include <cmath>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -214,10 +216,15 @@ std::shared_ptr<WavStream> WavStream::createFromFile(const std::string &path)
     auto source = std::make_unique<WavFileOC>();
     std::shared_ptr<WavStream> stream;
     const bool opened = source->setupFromPath(path);
+    // The message names the file and says why; its text is the same whatever the reason.
+    const auto unreadable = [&path](const std::string &why) {
+        showMessage("", QStringLiteral("Can't read sound file"),
+                    quotedForMessage(QFileInfo(QFile::decodeName(path.c_str())).fileName()) +
+                        QStringLiteral(": ") + QString::fromStdString(why));
+    };
     // No decoder reads what cannot be opened, or what is no regular file.
     if (!opened && !source->failureReason().empty()) {
-        showMessage("", QStringLiteral("Can't read sound file: ") +
-                            QString::fromStdString(source->failureReason()));
+        unreadable(source->failureReason());
         return nullptr;
     }
     if (opened && source->isVerified()) {
@@ -226,12 +233,17 @@ std::shared_ptr<WavStream> WavStream::createFromFile(const std::string &path)
         stream = openWav(std::move(source), path);
     } else {
         bool refused = false;
-        stream = importWithSndfile(path, refused);
+        std::string why;
+        stream = importWithSndfile(path, refused, why);
         if (refused)
             return nullptr;
+        if (!stream) {
+            unreadable(why.empty() ? std::string("not a sound file") : why);
+            return nullptr;
+        }
     }
     if (!stream) {
-        showMessage("", "Can't read sound file");
+        unreadable("its working copy could not be made");
         return nullptr;
     }
     stream->fileTitle = QFileInfo(QString::fromStdString(path)).fileName().toStdString();
@@ -396,22 +408,42 @@ int bytesPerSampleOf(int format)
     }
 }
 
+// Why no decoder reads a regular file that opened, from its first bytes (got of them) and the
+// decoder's own words.
+std::string whyNotDecoded(const char (&head)[12], ssize_t got, const char *decoderSays)
+{
+    if (got <= 0)
+        return "the file is empty";
+    const std::string decoder =
+        decoderSays && *decoderSays ? std::string(" (") + decoderSays + ")" : std::string();
+    if (got == 12 && std::memcmp(head, "RIFF", 4) == 0 && std::memcmp(head + 8, "WAVE", 4) == 0)
+        return "a WAV file cut short, damaged or in an unsupported format" + decoder;
+    return "not a sound file, or in an unsupported format" + decoder;
+}
+
 } // namespace
 
-std::shared_ptr<WavStream> WavStream::importWithSndfile(const std::string &path, bool &refused)
+std::shared_ptr<WavStream> WavStream::importWithSndfile(const std::string &path, bool &refused,
+                                                        std::string &why)
 {
     const FileStamp stamp = stampOf(path);
     SF_INFO info{};
-    std::string why;
     const int fd = openRegularFile(path, O_RDONLY, why);
     if (fd < 0)
         return nullptr;
+    // Read before the decoder takes the descriptor (and closes it when it fails).
+    char head[12] = {};
+    const ssize_t got = ::pread(fd, head, sizeof head, 0);
     SNDFILE *opened = sf_open_fd(fd, SFM_READ, &info, SF_TRUE);
-    if (!opened)
+    if (!opened) {
+        why = whyNotDecoded(head, got, sf_strerror(nullptr));
         return nullptr;
+    }
     std::shared_ptr<SNDFILE> file(opened, sf_close);
-    if (info.channels <= 0)
+    if (info.channels <= 0) {
+        why = whyNotDecoded(head, got, "no channels");
         return nullptr;
+    }
     refused = rateRefused(info.samplerate);
     if (refused)
         return nullptr;
@@ -427,8 +459,10 @@ std::shared_ptr<WavStream> WavStream::importWithSndfile(const std::string &path,
     stream->isSetup = stream->wavFile->setupWithSampleRate(
         info.samplerate, 1, 2, static_cast<int>(stream->maxFrames * stream->bytesPerFrame),
         workingPath);
-    if (!stream->isSetup)
+    if (!stream->isSetup) {
+        why = "no room for its working copy: " + stream->wavFile->failureReason();
         return nullptr;
+    }
     stream->openedFromFile = true;
     stream->startImport(std::move(file), info.channels, path, stamp);
     return stream;
@@ -521,7 +555,9 @@ bool WavStream::appendSamples(std::span<const std::int16_t> samples)
     return written;
 }
 
-std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
+std::optional<std::int64_t>
+WavStream::writeTo(const std::string &path,
+                   std::optional<std::pair<std::int64_t, std::int64_t>> range)
 {
     const SaveTarget kind = saveTargetOf(path);
     if (kind == SaveTarget::folder)
@@ -559,8 +595,11 @@ std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
             if (!out.setupFromWavFile(*wavFile, partPath, access) ||
                 !out.copyHeadersFromWavFile(*wavFile))
                 return std::nullopt;
-            const std::int64_t first = minIndex_D;
-            const std::int64_t frames = maxIndex_D - minIndex_D;
+            const std::int64_t first =
+                range ? std::clamp(range->first, minIndex_D, maxIndex_D) : minIndex_D;
+            const std::int64_t end =
+                range ? std::clamp(range->second, first, maxIndex_D) : maxIndex_D;
+            const std::int64_t frames = end - first;
             const std::int64_t totalBytes = frames * bytesPerFrame;
             QUORVAL_CHECK(totalBytes <= std::numeric_limits<std::int32_t>::max());
             // Ring order: from the oldest frame to the end of the ring, then from its start.
@@ -585,7 +624,7 @@ std::optional<std::int64_t> WavStream::writeTo(const std::string &path)
                 return std::nullopt;
             if (replacing && !out.copyPermissionsFrom(target.string()))
                 return std::nullopt;
-            return maxIndex_D;
+            return end;
         });
     if (written && kind == SaveTarget::inPlace)
         error = copyInto(partPath, target.string());
@@ -619,6 +658,17 @@ bool WavStream::save()
     }
     modified = false;
     return true;
+}
+
+bool WavStream::exportFrames(const std::string &path, std::int64_t first, std::int64_t end)
+{
+    auto self = std::static_pointer_cast<WavStream>(shared_from_this());
+    // On the copy queue, so that a copy still under way finishes first.
+    const bool written = Quorval::copyQueue().sync(
+        [&] { return self->writeTo(path, std::make_pair(first, end)).has_value(); });
+    if (!written)
+        showMessage("", "Can't save sound file");
+    return written;
 }
 
 bool WavStream::saveAs(const std::string &path)

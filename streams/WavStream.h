@@ -128,6 +128,9 @@ public:
     // and uses saveAs(). Main thread; answers success.
     bool save();
     bool saveAs(const std::string &path);
+    // Writes frames [first, end) (clamped to those held) to path as save() writes, without
+    // making path the sound's own: a selection exported. Main thread; answers success.
+    bool exportFrames(const std::string &path, std::int64_t first, std::int64_t end);
 
     // "Number of channels %d\nBytes per sample %d\nFrame rate %.0f\nLength %.2f minutes\n
     // Max length %.2f minutes" of the file as it is (its own channels and sample size), then
@@ -143,8 +146,10 @@ private:
 
     static std::shared_ptr<WavStream> openWav(std::unique_ptr<WavFileOC> source,
                                               const std::string &path);
-    // refused: the file opened but its rate was refused (with a message).
-    static std::shared_ptr<WavStream> importWithSndfile(const std::string &path, bool &refused);
+    // refused: the file opened but its rate was refused (with a message). Otherwise, when
+    // nothing came of it, why says why in a few words for the user.
+    static std::shared_ptr<WavStream> importWithSndfile(const std::string &path, bool &refused,
+                                                        std::string &why);
     // maxFrames from the frame limit for a file of fileFrames frames (estimated: a decoder's
     // guess); grows the file's ring.
     void applyFrameLimit(std::int64_t fileFrames, bool estimated);
@@ -165,8 +170,11 @@ private:
     void startImport(std::shared_ptr<SNDFILE> file, int fileChannels, const std::string &path,
                      const FileStamp &stamp);
     void notifyParentOfGrowth();
-    // Writes the sound held to path, as save() says; the frame index reached.
-    std::optional<std::int64_t> writeTo(const std::string &path);
+    // Writes the frames held, or only those of range ([first, end), clamped to them), to path
+    // as save() says; the frame index reached. On the copy queue.
+    std::optional<std::int64_t>
+    writeTo(const std::string &path,
+            std::optional<std::pair<std::int64_t, std::int64_t>> range = std::nullopt);
 
     mutable std::mutex parentMutex;
     std::weak_ptr<MusicStream> parent;          // guarded by parentMutex

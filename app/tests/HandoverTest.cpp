@@ -1,14 +1,17 @@
 // Files handed to the running window by later launches, through real sockets.
-#include "app/Document.h"
 #include "app/HandoverServer.h"
 #include "app/tests/WindowTest.h"
 #include "audio/tests/ChildProcess.h"
 
 #include <QDialog>
 #include <QDir>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QLocalSocket>
+#include <QMimeData>
 #include <QSignalSpy>
 #include <QTimer>
+#include <QUrl>
 
 #include <gtest/gtest.h>
 
@@ -30,6 +33,8 @@
 
 namespace quorval {
 namespace {
+
+using Answer = AskViewController::Answer;
 
 // Sets an environment variable for the length of a scope.
 class ScopedVariable
@@ -61,7 +66,7 @@ private:
 std::unique_ptr<QLocalSocket> handOver(const QStringList &paths, bool end = true)
 {
     auto socket = std::make_unique<QLocalSocket>();
-    socket->connectToServer(Document::serverName());
+    socket->connectToServer(HandoverServer::windowSocketPath());
     QByteArray message;
     for (const QString &path : paths)
         message += QFile::encodeName(path).toPercentEncoding("/") + '\n';
@@ -81,23 +86,25 @@ protected:
         runtimeVariable =
             std::make_unique<ScopedVariable>("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
         WindowTest::SetUp();
-        document = std::make_unique<Document>(*delegate);
-        ASSERT_TRUE(document->listen());
+        server = std::make_unique<HandoverServer>();
+        QObject::connect(server.get(), &HandoverServer::received, document,
+                         &SoundDocument::openFiles);
+        ASSERT_TRUE(server->listen(HandoverServer::windowSocketPath()));
     }
 
     void TearDown() override
     {
-        document.reset();
+        server.reset();
         WindowTest::TearDown();
         runtimeVariable.reset();
     }
 
     // The sockets the window holds for senders now.
-    qsizetype held() const { return document->findChildren<QLocalSocket *>().size(); }
+    qsizetype held() const { return server->findChildren<QLocalSocket *>().size(); }
 
     QTemporaryDir runtime;
     std::unique_ptr<ScopedVariable> runtimeVariable;
-    std::unique_ptr<Document> document;
+    std::unique_ptr<HandoverServer> server;
 };
 
 TEST_F(HandoverTest, filesHandedOverWhileAQuestionShowsWaitForItsAnswer)
@@ -138,6 +145,42 @@ TEST_F(HandoverTest, filesHandedOverWhileAQuestionShowsWaitForItsAnswer)
     EXPECT_FALSE(title().contains(QLatin1String("second.wav")));
 }
 
+// A file dropped on the window takes the hand-over's path: an unsaved take is asked about first,
+// and "No" lets it go for good.
+TEST_F(HandoverTest, aDroppedOrHandedOverFileReplacesAnUnsavedTakeOnlyAfterTheQuestion)
+{
+    const QString other = dir.filePath(QStringLiteral("other.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, other));
+    document->newRecording();
+    std::shared_ptr<WavStream> take = controller->wavStream();
+    ASSERT_TRUE(take && take->appendSamples(std::vector<std::int16_t>(4410, 1000)));
+    ASSERT_TRUE(take->modified);
+    const QString takePath = QFile::decodeName(take->fileURL.c_str());
+    const QString question = QStringLiteral(
+        "Save modified file? | New File has been modified.\nDo you want to save it?");
+
+    QMimeData dragged;
+    dragged.setUrls({QUrl::fromLocalFile(other)});
+    const QPointF middle = QRectF(delegate->mainView->rect()).center();
+    QDragEnterEvent enter(middle.toPoint(), Qt::CopyAction, &dragged, Qt::LeftButton, {});
+    QApplication::sendEvent(delegate->mainView, &enter);
+    ASSERT_TRUE(enter.isAccepted());
+    QDropEvent drop(middle, Qt::CopyAction, &dragged, Qt::LeftButton, {});
+    answers = {Answer::cancel};
+    QApplication::sendEvent(delegate->mainView, &drop);
+    WAIT_FOR(!dialogs.isEmpty(), 10000);
+    EXPECT_EQ(dialogs, QStringList{question});
+    EXPECT_EQ(controller->wavStream(), take);
+    take.reset();
+
+    dialogs.clear();
+    answers = {Answer::no};
+    const std::unique_ptr<QLocalSocket> sender = handOver({other});
+    WAIT_FOR(title().contains(QLatin1String("other.wav")), 10000);
+    EXPECT_EQ(dialogs, QStringList{question});
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !QFileInfo::exists(takePath); }, 10000));
+}
+
 TEST_F(HandoverTest, aFileHandedOverWhileAnyDialogShowsOpensOnlyOnceItIsClosed)
 {
     // As at start-up, when the file named on the command line could not be read: the message is
@@ -171,20 +214,31 @@ TEST_F(HandoverTest, whatIsNoSoundFileIsRefusedWithAReasonAndBlocksNothing)
         QString path;
         const char *reason;
     };
+    const QString text = dir.filePath(QStringLiteral("notes.wav"));
+    const QString empty = dir.filePath(QStringLiteral("empty.wav"));
+    {
+        QFile words(text);
+        ASSERT_TRUE(words.open(QIODevice::WriteOnly));
+        words.write("not a sound at all, just some words");
+        QFile nothing(empty);
+        ASSERT_TRUE(nothing.open(QIODevice::WriteOnly));
+    }
     std::vector<Case> cases = {
-        {pipe, "not a file but a device, pipe or socket"},
-        {QStringLiteral("/dev/zero"), "not a file but a device, pipe or socket"},
-        {folder, "it is a folder"},
+        {text, "not a sound file"},
+        {empty, "the file is empty"},
+        {pipe, "not a regular file (a FIFO)"},
+        {QStringLiteral("/dev/zero"), "not a regular file (a device)"},
+        {folder, "not a regular file (a folder)"},
         {dir.filePath(QString(5000, QLatin1Char('n')) + QStringLiteral(".wav")),
-         "its name is too long"},
-        {dir.filePath(QStringLiteral("gone.wav")), "there is no such file"},
+         "file name too long"},
+        {dir.filePath(QStringLiteral("gone.wav")), "no such file"},
     };
     // The owner of everything reads what is closed to others.
     if (::geteuid() != 0) {
         const QString closed = dir.filePath(QStringLiteral("closed.wav"));
         ASSERT_TRUE(QFile::copy(demoPath, closed));
         ASSERT_TRUE(QFile::setPermissions(closed, QFileDevice::Permissions()));
-        cases.push_back({closed, "you may not read it"});
+        cases.push_back({closed, "permission denied"});
     }
     for (const Case &each : cases) {
         dialogs.clear();
@@ -192,6 +246,10 @@ TEST_F(HandoverTest, whatIsNoSoundFileIsRefusedWithAReasonAndBlocksNothing)
         WAIT_FOR(!dialogs.isEmpty(), 10000);
         ASSERT_EQ(dialogs.size(), 1);
         EXPECT_TRUE(dialogs[0].contains(QLatin1String("Can't read sound file")))
+            << dialogs[0].toStdString();
+        // The text stays the same; the detail beneath names the file and says why.
+        EXPECT_TRUE(dialogs[0].startsWith(QLatin1String(" | Can't read sound file | \"") +
+                                          QFileInfo(each.path).fileName().left(40)))
             << dialogs[0].toStdString();
         EXPECT_TRUE(dialogs[0].contains(QLatin1String(each.reason))) << dialogs[0].toStdString();
         // The name is cut for the message, never the whole 5000 characters.
@@ -283,7 +341,7 @@ TEST_F(HandoverTest, aFloodOfLaunchesCostsTheWindowNoDescriptors)
     int hold[2] = {};
     ASSERT_EQ(::pipe2(done, O_CLOEXEC | O_NONBLOCK), 0);
     ASSERT_EQ(::pipe2(hold, O_CLOEXEC), 0);
-    const QByteArray path = QFile::encodeName(Document::serverName());
+    const QByteArray path = QFile::encodeName(HandoverServer::windowSocketPath());
     const pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {

@@ -1,4 +1,7 @@
+#include "app/Transport.h"
+
 #include "app/LevelMeter.h"
+#include "app/ToneControl.h"
 #include "app/TransportBar.h"
 #include "app/tests/WindowTest.h"
 #include "audio/tests/SoundServer.h"
@@ -97,7 +100,7 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
 TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
 {
     ASSERT_TRUE(Parameters::shared().oneTouchPlayRecord.setValue(true));
-    delegate->newFileMenuItemSelected();
+    document->newRecording();
     // A new recording comes prepared for record.
     EXPECT_TRUE(controller->transportBar->recordButton->isChecked());
     EXPECT_TRUE(controller->transportBar->pauseButton->isChecked());
@@ -140,7 +143,7 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
     QUORVAL_NEED_SOUND_SERVER();
     // The demo's first note, a little into it.
     Quorval::needleTime = 0.5;
-    const double frequency = controller->referenceFrequency();
+    const double frequency = controller->tone->frequency();
     const Scale scale = Scale::current();
     const double note = scale.noteNumber(frequency);
     EXPECT_NEAR(scale.deviation(note), 0.0, 1e-9);
@@ -151,28 +154,28 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
 
     QTest::sendKeyEvent(QTest::Press, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
                         Qt::NoModifier);
-    EXPECT_TRUE(controller->referenceToneSounding());
+    EXPECT_TRUE(controller->tone->sounding());
     QTest::sendKeyEvent(QTest::Release, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
                         Qt::NoModifier);
-    EXPECT_FALSE(controller->referenceToneSounding());
+    EXPECT_FALSE(controller->tone->sounding());
     controller->transportBar->toneButton->click();
-    EXPECT_TRUE(controller->referenceToneSounding());
+    EXPECT_TRUE(controller->tone->sounding());
     QTest::sendKeyEvent(QTest::Release, delegate->mainView, Qt::Key_T, QStringLiteral("t"),
                         Qt::NoModifier);
-    EXPECT_TRUE(controller->referenceToneSounding());
+    EXPECT_TRUE(controller->tone->sounding());
     controller->transportBar->toneButton->click();
-    EXPECT_FALSE(controller->referenceToneSounding());
+    EXPECT_FALSE(controller->tone->sounding());
 }
 
 // "[" and "]" step through the practice speeds shown beside the transport; the player takes
 // each up.
 TEST_F(WindowTest, bracketKeysStepThePlayingSpeed)
 {
-    EXPECT_EQ(controller->playingSpeed(), 1.0);
+    EXPECT_EQ(controller->transport->speed(), 1.0);
     std::vector<double> speeds;
     for (char c : {'[', '[', '[', ']', ']', ']'}) {
         type(c);
-        speeds.push_back(controller->playingSpeed());
+        speeds.push_back(controller->transport->speed());
     }
     EXPECT_EQ(speeds, (std::vector<double>{0.75, 0.5, 0.5, 0.75, 1.0, 1.0}));
     EXPECT_EQ(controller->transportBar->speedBox->currentText(), QStringLiteral("1\u00D7"));

@@ -1,4 +1,9 @@
 #include "analysis/tests/support/EndedProcess.h"
+#include "app/CrashRecovery.h"
+#include "app/LevelMeter.h"
+#include "app/RecentFiles.h"
+#include "app/ReportCommands.h"
+#include "app/TransportBar.h"
 #include "app/tests/WindowTest.h"
 #include "audio/SoundDevices.h"
 #include "audio/tests/SoundServer.h"
@@ -27,8 +32,10 @@
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <thread>
+#include <vector>
 
 namespace quorval {
 namespace {
@@ -38,34 +45,104 @@ using Answer = AskViewController::Answer;
 const QString kSaveQuestion =
     QStringLiteral("Save modified file? | demo.wav has been modified.\nDo you want to save it?");
 
-// A menu closed with Escape leaves the keyboard with the menu bar; the window's keys still work.
-TEST_F(WindowTest, keysWorkAfterAMenuIsClosedWithEscape)
+// A key is its menu item or button, and works whatever in the window has the focus: the trace,
+// a label, the menu bar after a menu was closed with Escape.
+TEST_F(WindowTest, keysAreTheirMenuItemsWhateverHasTheFocus)
 {
-    QMainWindow *w = delegate->window;
-    QApplication::setActiveWindow(w);
-    WAIT_FOR(QApplication::activeWindow() == w, 2000);
     HView &time = *controller->musicStream()->timeView;
     WAIT_FOR(time.timeWidth > 0.0, 5000);
-    QMenuBar *bar = w->menuBar();
-    QTest::mouseClick(bar, Qt::LeftButton, {},
-                      bar->actionGeometry(delegate->fileMenu->menuAction()).center());
-    WAIT_FOR(delegate->fileMenu->isVisible(), 2000);
-    QTest::keyClick(delegate->fileMenu, Qt::Key_Escape);
-    WAIT_FOR(!delegate->fileMenu->isVisible(), 2000);
-    QWidget *focus = QApplication::focusWidget();
-    ASSERT_NE(focus, nullptr);
+    const auto focusMenuBar = [this] {
+        QMenuBar *bar = window->menuBar();
+        QTest::mouseClick(bar, Qt::LeftButton, {},
+                          bar->actionGeometry(window->fileMenu->menuAction()).center());
+        EXPECT_TRUE(QTest::qWaitFor([this] { return window->fileMenu->isVisible(); }, 2000));
+        QTest::keyClick(window->fileMenu, Qt::Key_Escape);
+        EXPECT_TRUE(QTest::qWaitFor([this] { return !window->fileMenu->isVisible(); }, 2000));
+    };
+    const std::vector<std::function<void()>> focusOn = {
+        focusMenuBar, [this] { controller->displayView->setFocus(); },
+        [this] { controller->keyLabel->setFocus(); }};
+    const char views[] = {'p', 'c', 's'};
+    for (std::size_t i = 0; i < focusOn.size(); ++i) {
+        focusOn[i]();
+        ASSERT_NE(QApplication::focusWidget(), nullptr);
+        SCOPED_TRACE(QApplication::focusWidget()->metaObject()->className());
 
-    const bool tuning = Parameters::shared().tuning.value();
-    QTest::keyClick(focus, 'u');
-    EXPECT_NE(Parameters::shared().tuning.value(), tuning);
-    const double whole = time.timeWidth;
-    QTest::keyClick(focus, '+');
-    EXPECT_LT(time.timeWidth, whole);
-    // The prefixes too: "v" then "p" chooses the pitch view.
-    ASSERT_NE(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
-    QTest::keyClick(focus, 'v');
-    QTest::keyClick(focus, 'p');
-    EXPECT_EQ(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
+        const bool tuning = Parameters::shared().tuning.value();
+        type('u');
+        EXPECT_NE(Parameters::shared().tuning.value(), tuning);
+        const double whole = time.timeWidth;
+        type('+');
+        EXPECT_LT(time.timeWidth, whole);
+        type('-');
+
+        // "v" then a letter is the View menu's item itself.
+        const int view = QStringLiteral("crapqs").indexOf(QLatin1Char(views[i]));
+        QSignalSpy chosen(window->viewMenuItems[static_cast<std::size_t>(view)],
+                          &QAction::triggered);
+        type('v');
+        type(views[i]);
+        EXPECT_EQ(chosen.count(), 1);
+        EXPECT_TRUE(window->viewMenuItems[static_cast<std::size_t>(view)]->isChecked());
+        EXPECT_TRUE(controller->displayView->promptMessage().isEmpty());
+
+        // "f" then "a" is Save As, as Ctrl+Shift+S is; the panel says which.
+        QSignalSpy savedAs(window->fileSaveAsMenuItem, &QAction::triggered);
+        type('f');
+        type('a');
+        key(Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
+        EXPECT_EQ(savedAs.count(), 2);
+        EXPECT_EQ(savePanels, static_cast<int>(2 * (i + 1)));
+        EXPECT_EQ(savePanelTitle, QStringLiteral("Save As"));
+    }
+}
+
+// The window fits a 1024 px screen and half of a 1920 px one with every control whole, and the
+// level meter has room whenever it records.
+TEST_F(WindowTest, aNarrowWindowKeepsEveryControlAndTheLevelMeterWhole)
+{
+    TransportBar &transport = *controller->transportBar;
+    const QList<QWidget *> controls = {transport.rewindButton,    transport.recordButton,
+                                       transport.speedBox,        transport.toneButton,
+                                       controller->keyButton,     controller->optionsButton,
+                                       controller->hZoomInButton, controller->vToggleButton};
+    const auto whole = [&](const char *when) {
+        SCOPED_TRACE(when);
+        EXPECT_LE(window->minimumSizeHint().width(), 960);
+        for (QWidget *w : controls) {
+            const QRect inWindow(w->mapTo(window, QPoint(0, 0)), w->size());
+            EXPECT_TRUE(w->isVisible()) << w->toolTip().toStdString();
+            // Not hidden behind its parents' edges either.
+            EXPECT_EQ(w->visibleRegion().boundingRect(), w->rect()) << w->toolTip().toStdString();
+            EXPECT_TRUE(window->rect().contains(inWindow)) << w->toolTip().toStdString();
+            EXPECT_GE(w->width(), w->minimumSizeHint().width()) << w->toolTip().toStdString();
+        }
+        if (qEnvironmentVariableIsSet("QUORVAL_TEST_PICTURES"))
+            window->grab().save(qEnvironmentVariable("QUORVAL_TEST_PICTURES") +
+                                QStringLiteral("/window-%1.png").arg(window->width()));
+    };
+    const auto resizeTo = [this](int width) {
+        window->resize(width, 600);
+        return QTest::qWaitFor([&] { return window->width() == width; }, 5000);
+    };
+    for (const int width : {1024, 960}) {
+        ASSERT_TRUE(resizeTo(width));
+        QApplication::processEvents();
+        whole("idle");
+    }
+    if (!test::soundServerPresent())
+        return;
+    document->newRecording();
+    type('r');
+    WAIT_FOR(Quorval::recording, 5000);
+    for (const int width : {1100, 960}) {
+        ASSERT_TRUE(resizeTo(width));
+        WAIT_FOR(transport.levelMeter->isVisible() &&
+                     transport.levelMeter->width() >= LevelMeter::kMinimumWidth,
+                 5000);
+        whole("recording");
+    }
+    controller->stopTransport();
 }
 
 TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
@@ -121,7 +198,7 @@ TEST_F(WindowTest, prefixKeysChooseViewsAndFileCommands)
     EXPECT_TRUE(view->promptMessage().isEmpty());
     EXPECT_EQ(Parameters::shared().viewType.value(), QStringLiteral("Pitch"));
     QStringList checked;
-    for (QAction *item : delegate->viewMenuItems) {
+    for (QAction *item : window->viewMenuItems) {
         if (item->isChecked())
             checked.append(item->text());
     }
@@ -141,7 +218,7 @@ TEST_F(WindowTest, prefixKeysChooseViewsAndFileCommands)
     type('o');
     EXPECT_EQ(openPanels, 1);
     EXPECT_EQ(title(), QStringLiteral("Quorval - other.wav"));
-    const QList<QAction *> recent = delegate->recentFilesMenu->actions();
+    const QList<QAction *> recent = delegate->recentFiles->menu()->actions();
     ASSERT_EQ(recent.size(), 2);
     EXPECT_EQ(recent.front()->text(), QStringLiteral("other.wav"));
     EXPECT_EQ(recent.back()->text(), QStringLiteral("demo.wav"));
@@ -161,7 +238,7 @@ TEST_F(WindowTest, modifiedSoundCheckFollowsEachAnswer)
 
     // Cancel: New stops, the sound stays.
     answers = {Answer::cancel};
-    delegate->newFileMenuItemSelected();
+    document->newRecording();
     EXPECT_EQ(dialogs, QStringList{kSaveQuestion});
     EXPECT_EQ(controller->wavStream(), demo);
 
@@ -172,7 +249,7 @@ TEST_F(WindowTest, modifiedSoundCheckFollowsEachAnswer)
     savePath = target;
     openPath = std::nullopt;
     answers = {Answer::yes};
-    delegate->openFileMenuItemSelected();
+    document->open();
     EXPECT_EQ(dialogs, QStringList{kSaveQuestion});
     EXPECT_EQ(savePanels, 1);
     EXPECT_EQ(openPanels, 1);
@@ -185,21 +262,21 @@ TEST_F(WindowTest, modifiedSoundCheckFollowsEachAnswer)
     demo->modified = true;
     dialogs.clear();
     answers = {Answer::cancel};
-    EXPECT_FALSE(delegate->window->close());
+    EXPECT_FALSE(window->close());
     EXPECT_EQ(terminated.count(), 0);
     EXPECT_TRUE(demo->modified);
     answers = {Answer::no};
-    EXPECT_TRUE(delegate->window->close());
+    EXPECT_TRUE(window->close());
     EXPECT_EQ(terminated.count(), 1);
     EXPECT_EQ(dialogs.size(), 2);
     EXPECT_EQ(savePanels, 1);
 
     // With the check off nothing is asked.
-    delegate->window->show();
+    window->show();
     demo->modified = true;
     ASSERT_TRUE(Parameters::shared().checkForModifiedFiles.setValue(false));
     dialogs.clear();
-    delegate->newFileMenuItemSelected();
+    document->newRecording();
     EXPECT_TRUE(dialogs.isEmpty());
     EXPECT_EQ(title(), QStringLiteral("Quorval - New File"));
 }
@@ -224,7 +301,7 @@ TEST_F(WindowTest, saveAsWhereNothingCanBeWrittenLosesNothing)
 
     // Saved elsewhere, the sound keeps every frame and loses its mark.
     savePath = dir.filePath(QStringLiteral("kept.wav"));
-    key(Qt::Key_S, QStringLiteral("s"), Qt::ControlModifier);
+    key(Qt::Key_S, Qt::ControlModifier);
     EXPECT_EQ(savePanels, 2);
     EXPECT_FALSE(demo->modified);
     EXPECT_EQ(title(), QStringLiteral("Quorval - kept.wav"));
@@ -265,9 +342,9 @@ TEST_F(WindowTest, textsFromOutsideAreShownAsTheyStandNeverAsMarkup)
     // A file's name reaches the question about it and the status bar.
     const QString named = dir.filePath(QStringLiteral("<b>CLICK YES<b>.wav"));
     ASSERT_TRUE(QFile::copy(demoPath, named));
-    ASSERT_TRUE(delegate->openFile(named));
-    EXPECT_EQ(delegate->soundLabel->textFormat(), Qt::PlainText);
-    EXPECT_TRUE(delegate->soundLabel->text().startsWith(QLatin1String("<b>CLICK YES<b>.wav")));
+    ASSERT_TRUE(document->openFile(named));
+    EXPECT_EQ(window->soundLabel->textFormat(), Qt::PlainText);
+    EXPECT_TRUE(window->soundLabel->text().startsWith(QLatin1String("<b>CLICK YES<b>.wav")));
     controller->wavStream()->modified = true;
     std::optional<Qt::TextFormat> shownAs;
     const AskViewController::Responder fixture =
@@ -276,7 +353,7 @@ TEST_F(WindowTest, textsFromOutsideAreShownAsTheyStandNeverAsMarkup)
                 shownAs = dialog.textField->textFormat();
             return AskViewController::Answer::cancel;
         });
-    delegate->newFileMenuItemSelected();
+    document->newRecording();
     AskViewController::setResponder(fixture);
     EXPECT_EQ(shownAs, Qt::PlainText);
 }
@@ -285,10 +362,10 @@ TEST_F(WindowTest, helpUpdatesAndWarningsReachTheirWindows)
 {
     HelpViewer &viewer = *delegate->helpViewer;
     EXPECT_FALSE(viewer.isVisible());
-    delegate->gettingStartedHelpMenuItemSelected();
+    window->helpMenu->actions().at(0)->trigger();
     EXPECT_TRUE(viewer.isVisible());
     EXPECT_EQ(viewer.currentTopic(), QStringLiteral("GettingStarted"));
-    delegate->helpHelpMenuItemSelected();
+    key(Qt::Key_F1);
     EXPECT_EQ(viewer.currentTopic(), QStringLiteral("Manual"));
 
     // The options dialog's Help opens the page of the tab shown; a message's Help its topic.
@@ -315,7 +392,7 @@ TEST_F(WindowTest, helpUpdatesAndWarningsReachTheirWindows)
     QObject::connect(delegate->updateChecker, &UpdateChecker::finished,
                      [&](const UpdateChecker::Result &r) { result = r; });
     dialogs.clear();
-    delegate->checkForUpdatesMenuItem->trigger();
+    window->checkForUpdatesMenuItem->trigger();
     WAIT_FOR(result && !dialogs.isEmpty(), 15000);
     EXPECT_EQ(result->outcome, UpdateChecker::Outcome::Failed);
     EXPECT_FALSE(result->reason.isEmpty());
@@ -325,15 +402,15 @@ TEST_F(WindowTest, helpUpdatesAndWarningsReachTheirWindows)
 
 TEST_F(WindowTest, exportSelectionWritesExactlyTheSelectedFrames)
 {
-    EXPECT_FALSE(delegate->exportSelectionMenuItem->isEnabled());
+    EXPECT_FALSE(window->exportSelectionMenuItem->isEnabled());
     HView &time = *controller->musicStream()->timeView;
     time.selectionStart = 1.0;
     time.selectionEnd = 3.5;
-    delegate->refreshMenus();
-    EXPECT_TRUE(delegate->exportSelectionMenuItem->isEnabled());
+    window->refreshMenus();
+    EXPECT_TRUE(window->exportSelectionMenuItem->isEnabled());
 
     savePath = dir.filePath(QStringLiteral("part.wav"));
-    delegate->exportSelectionMenuItemSelected();
+    document->exportSelection();
     EXPECT_TRUE(dialogs.isEmpty());
     QFile part(*savePath);
     QFile whole(demoPath);
@@ -346,60 +423,83 @@ TEST_F(WindowTest, exportSelectionWritesExactlyTheSelectedFrames)
     EXPECT_EQ(exported.mid(22, 14), original.mid(22, 14)); // channels, rate, frame size, bits
 
     savePath = dir.filePath(QStringLiteral("part.wav/inside.wav"));
-    delegate->exportSelectionMenuItemSelected();
+    document->exportSelection();
     EXPECT_EQ(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 2);
+    EXPECT_EQ(savePanelTitle, QStringLiteral("Export Selection"));
+
+    // Written as Save As writes: a link keeps naming its file, which takes the selection, and a
+    // file of the user's that happens to be called NAME.partial is left alone.
+    const auto write = [](const QString &path, const QByteArray &bytes) {
+        QFile file(path);
+        return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+    };
+    const auto read = [](const QString &path) {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    const QString real = dir.filePath(QStringLiteral("real.wav"));
+    const QString link = dir.filePath(QStringLiteral("link.wav"));
+    ASSERT_TRUE(write(real, "an older take"));
+    ASSERT_TRUE(QFile::link(real, link));
+    ASSERT_TRUE(write(link + QStringLiteral(".partial"), "the user's own"));
+    dialogs.clear();
+    savePath = link;
+    document->exportSelection();
+    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
+    EXPECT_TRUE(QFileInfo(link).isSymLink());
+    EXPECT_EQ(read(real), exported);
+    EXPECT_EQ(read(link + QStringLiteral(".partial")), QByteArray("the user's own"));
 }
 
 TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
 {
-    delegate->deviationsViewMenuItemSelected();
-    EXPECT_FALSE(delegate->showDeviationsMenuItem->isEnabled());
+    delegate->reports->deviations();
+    EXPECT_FALSE(window->showDeviationsMenuItem->isEnabled());
     WAIT_FOR(dialogs.size() == 1, 60000);
     EXPECT_TRUE(dialogs.front().startsWith(QStringLiteral("Deviations | Pitch = ")));
     EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nDeviation =  \u00b1")));
     EXPECT_FALSE(dialogs.front().contains(QStringLiteral("Coverage")));
-    ASSERT_TRUE(delegate->deviationsResults.has_value());
+    ASSERT_TRUE(delegate->reports->lastDeviations().has_value());
     // The demo is played close to the notes, most of it loud enough to count.
-    EXPECT_LT(std::abs(delegate->deviationsResults->pitch), 0.5);
-    EXPECT_GT(delegate->deviationsResults->coverage, 0.3);
-    EXPECT_TRUE(delegate->showDeviationsMenuItem->isEnabled());
+    EXPECT_LT(std::abs(delegate->reports->lastDeviations()->pitch), 0.5);
+    EXPECT_GT(delegate->reports->lastDeviations()->coverage, 0.3);
+    EXPECT_TRUE(window->showDeviationsMenuItem->isEnabled());
 
     // Developer mode is reached from the Help menu while the Developer menu is hidden.
-    EXPECT_FALSE(delegate->developerMenu->menuAction()->isVisible());
-    delegate->helpDeveloperModeMenuItem->trigger();
-    EXPECT_TRUE(delegate->developerMenu->menuAction()->isVisible());
-    EXPECT_TRUE(delegate->developerModeMenuItem->isChecked());
+    EXPECT_FALSE(window->developerMenu->menuAction()->isVisible());
+    window->helpDeveloperModeMenuItem->trigger();
+    EXPECT_TRUE(window->developerMenu->menuAction()->isVisible());
+    EXPECT_TRUE(window->developerModeMenuItem->isChecked());
     dialogs.clear();
-    delegate->deviationsViewMenuItemSelected();
+    delegate->reports->deviations();
     WAIT_FOR(dialogs.size() == 1, 60000);
     EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nCoverage = ")));
-    delegate->developerModeMenuItem->trigger();
-    EXPECT_FALSE(delegate->developerMenu->menuAction()->isVisible());
+    window->developerModeMenuItem->trigger();
+    EXPECT_FALSE(window->developerMenu->menuAction()->isVisible());
 }
 
 TEST_F(WindowTest, selectAllRecentFilesAndGeometryServeTheNextUse)
 {
     // Select All takes the whole take, which Export Selection then writes.
-    EXPECT_FALSE(delegate->exportSelectionMenuItem->isEnabled());
-    delegate->selectAllSoundMenuItem->trigger();
+    EXPECT_FALSE(window->exportSelectionMenuItem->isEnabled());
+    window->selectAllSoundMenuItem->trigger();
     const HView &time = *controller->musicStream()->timeView;
     EXPECT_EQ(time.selectionStart, 0.0);
     EXPECT_DOUBLE_EQ(time.selectionEnd, controller->musicStream()->timeRange().duration);
-    EXPECT_TRUE(delegate->exportSelectionMenuItem->isEnabled());
-    EXPECT_FALSE(delegate->cutSoundMenuItem->isEnabled());
+    EXPECT_TRUE(window->exportSelectionMenuItem->isEnabled());
 
     // The last ten files opened, newest first; opening one again moves it up.
     QStringList paths;
     for (int i = 0; i < 12; ++i) {
         paths.append(dir.filePath(QStringLiteral("take%1.wav").arg(i)));
         ASSERT_TRUE(QFile::copy(demoPath, paths.last()));
-        ASSERT_TRUE(delegate->openFile(paths.last()));
+        ASSERT_TRUE(document->openFile(paths.last()));
     }
-    ASSERT_TRUE(delegate->openFile(paths[5]));
+    ASSERT_TRUE(document->openFile(paths[5]));
     const auto recentNames = [this] {
         QStringList names;
-        for (const QAction *item : delegate->recentFilesMenu->actions())
+        for (const QAction *item : delegate->recentFiles->menu()->actions())
             names.append(item->text());
         return names;
     };
@@ -411,8 +511,9 @@ TEST_F(WindowTest, selectAllRecentFilesAndGeometryServeTheNextUse)
 
     // A file gone since leaves the list after its message, and the open sound stays.
     ASSERT_TRUE(QFile::remove(paths[9]));
-    QAction *gone = delegate->recentFilesMenu->actions().at(expected.indexOf("take9.wav"));
+    QAction *gone = delegate->recentFiles->menu()->actions().at(expected.indexOf("take9.wav"));
     gone->trigger();
+    WAIT_FOR(!dialogs.isEmpty(), 10000);
     ASSERT_EQ(dialogs.size(), 1);
     EXPECT_TRUE(dialogs[0].contains(QStringLiteral("Can't read sound file")))
         << dialogs[0].toStdString();
@@ -421,15 +522,11 @@ TEST_F(WindowTest, selectAllRecentFilesAndGeometryServeTheNextUse)
     EXPECT_TRUE(title().endsWith(QStringLiteral("take5.wav"))) << title().toStdString();
 
     // The window's place and size come back at the next start, with the list.
-    delegate->window->setGeometry(60, 70, 900, 560);
-    const QSize size = delegate->window->size();
-    ASSERT_TRUE(delegate->window->close());
-    delegate.reset();
-    controller = nullptr;
-    delegate = std::make_unique<AppDelegate>(Parameters::shared(), AppDelegate::Panels{});
-    ASSERT_TRUE(delegate->applicationDidFinishLaunching());
-    controller = delegate->mainViewController;
-    EXPECT_EQ(delegate->window->size(), size);
+    window->setGeometry(60, 70, 900, 560);
+    const QSize size = window->size();
+    ASSERT_TRUE(window->close());
+    launch(std::nullopt);
+    EXPECT_EQ(window->size(), size);
     EXPECT_EQ(recentNames(), expected);
 }
 
@@ -473,17 +570,9 @@ TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)
         return path;
     };
     const auto relaunch = [this](std::deque<AskViewController::Answer> given) {
-        if (auto wav = controller->wavStream())
-            wav->modified = false;
-        delegate.reset();
         dialogs.clear();
         answers = std::move(given);
-        AppDelegate::Panels panels;
-        panels.chooseFileToSave = [this](const QString &) { return savePath; };
-        delegate = std::make_unique<AppDelegate>(Parameters::shared(), std::move(panels));
-        delegate->initialOpenFilePath = demoPath;
-        ASSERT_TRUE(delegate->applicationDidFinishLaunching());
-        controller = delegate->mainViewController;
+        launch(demoPath);
     };
     // The first is a real recording, cut off by SIGKILL while it ran (without a sound server,
     // the demo stands in).
@@ -529,7 +618,7 @@ TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)
     const QByteArray recorded = crashCopy.readAll();
     crashCopy.close();
     savePath = dir.filePath(QStringLiteral("rescued.wav"));
-    delegate->saveFileMenuItemSelected();
+    document->save();
     QFile rescued(*savePath);
     ASSERT_TRUE(rescued.open(QIODevice::ReadOnly));
     // Every frame the cut-off header announces (a kill mid-write may leave a part-frame more).
@@ -552,7 +641,7 @@ TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)
     for (int i = 0; i < 10; ++i)
         many.append(leaveOrphan());
     relaunch(std::deque<AskViewController::Answer>(10, AskViewController::Answer::cancel));
-    ASSERT_EQ(dialogs.size(), AppDelegate::kRecoveryOffers);
+    ASSERT_EQ(dialogs.size(), CrashRecovery::kRecoveryOffers);
     EXPECT_TRUE(dialogs[0].contains(QStringLiteral("1 of 10 recordings")))
         << dialogs[0].toStdString();
     for (const QString &path : many)
@@ -563,7 +652,7 @@ TEST_F(WindowTest, aTakeTheUserDiscardsIsGoneAtOnceAndAnEmptyOneIsNeverKept)
 {
     // A take with sound in it, as the recorder appends it.
     const auto recordTake = [this] {
-        delegate->newFileMenuItemSelected();
+        document->newRecording();
         const std::shared_ptr<WavStream> take = controller->wavStream();
         EXPECT_TRUE(take && take->appendSamples(std::vector<std::int16_t>(4410, 1000)));
         return take ? QFile::decodeName(take->fileURL.c_str()) : QString();
@@ -576,30 +665,30 @@ TEST_F(WindowTest, aTakeTheUserDiscardsIsGoneAtOnceAndAnEmptyOneIsNeverKept)
     QString take = recordTake();
     ASSERT_TRUE(QFileInfo::exists(take));
     answers = {AskViewController::Answer::no};
-    delegate->newFileMenuItemSelected();
+    document->newRecording();
     EXPECT_TRUE(gone(take)) << take.toStdString();
     take = recordTake();
     answers = {AskViewController::Answer::no};
     openPath = demoPath;
-    delegate->openFileMenuItemSelected();
+    document->open();
     EXPECT_TRUE(gone(take)) << take.toStdString();
 
     // "Cancel" keeps it, shown and on disk.
     take = recordTake();
     answers = {AskViewController::Answer::cancel};
-    delegate->newFileMenuItemSelected();
+    document->newRecording();
     EXPECT_EQ(QFile::decodeName(controller->wavStream()->fileURL.c_str()), take);
     EXPECT_TRUE(QFileInfo::exists(take));
 
     // A new recording with nothing in it goes when replaced, even once marked as changed.
     answers = {AskViewController::Answer::no};
-    delegate->newFileMenuItemSelected();
+    document->newRecording();
     std::shared_ptr<WavStream> empty = controller->wavStream();
     ASSERT_TRUE(empty);
     const QString emptyPath = QFile::decodeName(empty->fileURL.c_str());
     empty->modified = true;
     empty.reset();
-    ASSERT_TRUE(delegate->openFile(demoPath));
+    ASSERT_TRUE(document->openFile(demoPath));
     EXPECT_TRUE(gone(emptyPath)) << emptyPath.toStdString();
 }
 

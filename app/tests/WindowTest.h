@@ -4,12 +4,15 @@
 #include "app/AskViewController.h"
 #include "app/MainView.h"
 #include "app/MainViewController.h"
+#include "app/MainWindow.h"
+#include "app/SoundDocument.h"
 #include "options/Parameters.h"
 #include "options/tests/support/OptionsTestStore.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
+#include <QApplication>
 #include <QFile>
 #include <QMainWindow>
 #include <QStringList>
@@ -27,8 +30,8 @@ namespace quorval {
 
 // The real window, launched offscreen on a copy of the demo sound. Every message dialog is
 // answered by the test: the answers queued in `answers` in order (yes when none is left), each
-// dialog recorded as "title | text". File panels answer with openPath and savePath, counting
-// how often they were asked.
+// dialog recorded as "title | text", with " | detail" when it has one. File panels answer with
+// openPath and savePath, counting how often they were asked.
 class WindowTest : public StoreTest
 {
 protected:
@@ -39,28 +42,46 @@ protected:
         demoPath = dir.filePath(QStringLiteral("demo.wav"));
         ASSERT_TRUE(QFile::copy(QStringLiteral(QUORVAL_DEMO_WAV), demoPath));
         previousResponder = AskViewController::setResponder([this](const AskViewController &d) {
-            dialogs.append(d.windowTitle() + QStringLiteral(" | ") + d.text());
+            dialogs.append(d.windowTitle() + QStringLiteral(" | ") + d.text() +
+                           (d.detail().isEmpty() ? QString() : QStringLiteral(" | ") + d.detail()));
             if (answers.empty())
                 return AskViewController::Answer::yes;
             const AskViewController::Answer answer = answers.front();
             answers.pop_front();
             return answer;
         });
-        AppDelegate::Panels panels;
+        launch(demoPath);
+        ASSERT_TRUE(controller->wavStream());
+        controller->wavStream()->waitForCopy();
+    }
+
+    // Starts the window afresh on initial (or a new recording), its panels answered by the
+    // test, and makes it the active window, as a user's is.
+    void launch(const std::optional<QString> &initial)
+    {
+        if (auto wav = controller ? controller->wavStream() : nullptr)
+            wav->modified = false;
+        delegate.reset();
+        controller = nullptr;
+        SoundDocument::Panels panels;
         panels.chooseFileToOpen = [this] {
             ++openPanels;
             return openPath;
         };
-        panels.chooseFileToSave = [this](const QString &) {
+        panels.chooseFileToSave = [this](const QString &, const QString &title) {
             ++savePanels;
+            savePanelTitle = title;
             return savePath;
         };
         delegate = std::make_unique<AppDelegate>(Parameters::shared(), std::move(panels));
-        delegate->initialOpenFilePath = demoPath;
+        delegate->initialOpenFilePath = initial;
         ASSERT_TRUE(delegate->applicationDidFinishLaunching());
         controller = delegate->mainViewController;
-        ASSERT_TRUE(controller->wavStream());
-        controller->wavStream()->waitForCopy();
+        document = delegate->document;
+        window = delegate->window;
+        QApplication::setActiveWindow(window);
+        ASSERT_TRUE(
+            QTest::qWaitFor([this] { return QApplication::activeWindow() == window; }, 5000));
     }
 
     void TearDown() override
@@ -73,20 +94,27 @@ protected:
         Quorval::setDeveloperMode(false);
     }
 
-    // Presses a key on the window as a user does.
-    void key(Qt::Key k, const QString &text = QString(),
-             Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    // Presses a key on the window as a user does, on the widget with the focus.
+    void key(Qt::Key k, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
     {
-        QTest::sendKeyEvent(QTest::Click, delegate->mainView, k, text, modifiers);
+        QTest::keyClick(focused(), k, modifiers);
     }
-    void type(char c) { key(Qt::Key_unknown, QString(QLatin1Char(c))); }
+    void type(char c) { QTest::keyClick(focused(), c); }
+    [[nodiscard]] QWidget *focused() const
+    {
+        QWidget *focus = QApplication::focusWidget();
+        return focus ? focus : delegate->mainView;
+    }
 
-    [[nodiscard]] QString title() const { return delegate->window->windowTitle(); }
+    [[nodiscard]] QString title() const { return window->windowTitle(); }
 
     QTemporaryDir dir;
     QString demoPath;
     std::unique_ptr<AppDelegate> delegate;
     MainViewController *controller = nullptr;
+    SoundDocument *document = nullptr;
+    MainWindow *window = nullptr;
+    QString savePanelTitle;
     std::deque<AskViewController::Answer> answers;
     QStringList dialogs;
     std::optional<QString> openPath;

@@ -46,7 +46,7 @@ class MessageCatcher
 public:
     MessageCatcher()
     {
-        previous = setMessageHandler([this](const QString &, const QString &text) {
+        previous = setMessageHandler([this](const QString &, const QString &text, const QString &) {
             std::lock_guard lock(mutex);
             texts.push_back(text);
         });

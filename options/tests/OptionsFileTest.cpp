@@ -27,9 +27,10 @@ protected:
     {
         StoreTest::SetUp();
         ASSERT_TRUE(dir.isValid());
-        previous = setMessageHandler([this](const QString &title, const QString &text) {
-            messages.append(title + QStringLiteral(" | ") + text);
-        });
+        previous =
+            setMessageHandler([this](const QString &title, const QString &text, const QString &) {
+                messages.append(title + QStringLiteral(" | ") + text);
+            });
     }
     void TearDown() override { setMessageHandler(previous); }
 

@@ -60,14 +60,18 @@ class MessageCatcher
 public:
     MessageCatcher()
     {
-        previous = setMessageHandler(
-            [this](const QString &, const QString &text) { texts.push_back(text); });
+        previous =
+            setMessageHandler([this](const QString &, const QString &text, const QString &detail) {
+                texts.push_back(text);
+                details.push_back(detail);
+            });
     }
     ~MessageCatcher() { setMessageHandler(previous); }
     MessageCatcher(const MessageCatcher &) = delete;
     MessageCatcher &operator=(const MessageCatcher &) = delete;
 
     std::vector<QString> texts;
+    std::vector<QString> details;
 
 private:
     MessageHandler previous;

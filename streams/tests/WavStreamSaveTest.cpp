@@ -48,7 +48,8 @@ TEST(WavStreamSave, writesThroughAFifoAndLeavesAFolderAlone)
 
     const std::string folder = QDir(dir.path()).filePath("folder.wav").toStdString();
     ASSERT_TRUE(std::filesystem::create_directory(folder));
-    const MessageHandler previous = setMessageHandler([](const QString &, const QString &) {});
+    const MessageHandler previous =
+        setMessageHandler([](const QString &, const QString &, const QString &) {});
     EXPECT_FALSE(stream->saveAs(folder));
     setMessageHandler(previous);
     EXPECT_TRUE(std::filesystem::is_directory(folder));

@@ -8,6 +8,7 @@
 #include "streams/tests/Wait.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -254,14 +255,15 @@ TEST(WavStream, whatNothingCanReadIsRefusedWithAMessageAndNeverWaitedOn)
     const std::string fifo = QDir(dir.path()).filePath("fifo.wav").toStdString();
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
 
+    // Each named, with a reason of its own beneath the same text.
     const std::pair<std::string, std::string> refused[] = {
-        {text, ""},
-        {empty, ""},
-        {missing, ": no such file"},
-        {dir.path().toStdString(), ": not a regular file (a folder)"},
-        {fifo, ": not a regular file (a FIFO)"},
-        {"/dev/zero", ": not a regular file (a device)"},
-        {"/dev/urandom", ": not a regular file (a device)"}};
+        {text, "not a sound file, or in an unsupported format ("},
+        {empty, "the file is empty"},
+        {missing, "no such file"},
+        {dir.path().toStdString(), "not a regular file (a folder)"},
+        {fifo, "not a regular file (a FIFO)"},
+        {"/dev/zero", "not a regular file (a device)"},
+        {"/dev/urandom", "not a regular file (a device)"}};
     for (const auto &[path, why] : refused) {
         MessageCatcher messages;
         auto opening = std::async(std::launch::async,
@@ -276,7 +278,10 @@ TEST(WavStream, whatNothingCanReadIsRefusedWithAMessageAndNeverWaitedOn)
         }
         EXPECT_TRUE(opening.get()) << path;
         ASSERT_EQ(messages.texts.size(), 1u) << path;
-        EXPECT_EQ(messages.texts[0].toStdString(), "Can't read sound file" + why);
+        EXPECT_EQ(messages.texts[0].toStdString(), "Can't read sound file");
+        const std::string name = QFileInfo(QString::fromStdString(path)).fileName().toStdString();
+        EXPECT_TRUE(messages.details[0].toStdString().starts_with('"' + name + "\": " + why))
+            << messages.details[0].toStdString();
     }
 }
 

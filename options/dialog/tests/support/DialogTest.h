@@ -19,9 +19,10 @@ protected:
     {
         StoreTest::SetUp();
         setDeveloperMode(false);
-        previous_ = setMessageHandler([this](const QString &title, const QString &text) {
-            messages.append(title + QStringLiteral(" | ") + text);
-        });
+        previous_ =
+            setMessageHandler([this](const QString &title, const QString &text, const QString &) {
+                messages.append(title + QStringLiteral(" | ") + text);
+            });
     }
     void TearDown() override
     {

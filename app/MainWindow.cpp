@@ -1,0 +1,272 @@
+#include "app/MainWindow.h"
+
+#include "analysis/Check.h"
+#include "app/AskViewController.h"
+#include "app/MainViewController.h"
+#include "app/RecentFiles.h"
+#include "app/ReportCommands.h"
+#include "app/SoundDocument.h"
+#include "display/DisplayView.h"
+#include "help/HelpViewer.h"
+#include "help/UpdateChecker.h"
+#include "options/Parameters.h"
+#include "options/dialog/OptionsMenu.h"
+#include "streams/MusicStream.h"
+#include "streams/Quorval.h"
+#include "streams/WavStream.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QLabel>
+#include <QMenuBar>
+#include <QProgressBar>
+#include <QSettings>
+#include <QStatusBar>
+#include <QTimer>
+
+namespace quorval {
+
+namespace {
+
+const std::array<QString, 6> kViewChoices = {
+    QStringLiteral("Composite"), QStringLiteral("RMS Amplitude"), QStringLiteral("Amplitude"),
+    QStringLiteral("Pitch"),     QStringLiteral("Quality"),       QStringLiteral("Spectrum")};
+// The second key after v for each view, in kViewChoices's order.
+constexpr std::array<Qt::Key, 6> kViewKeys = {Qt::Key_C, Qt::Key_R, Qt::Key_A,
+                                              Qt::Key_P, Qt::Key_Q, Qt::Key_S};
+
+QSettings windowSettings()
+{
+    return QSettings(QStringLiteral("Quorval"), QStringLiteral("Quorval"));
+}
+
+QString timeText(double seconds)
+{
+    const int minutes = static_cast<int>(seconds / 60.0);
+    return QString::asprintf("%d:%04.1f", minutes, seconds - 60.0 * minutes);
+}
+
+// f or v, then key.
+QKeySequence afterPrefix(Qt::Key prefix, Qt::Key key)
+{
+    return QKeySequence(prefix, key);
+}
+
+} // namespace
+
+MainWindow::MainWindow() : statusTimer(new QTimer(this))
+{
+    setAttribute(Qt::WA_DeleteOnClose, false);
+    resize(1100, 640);
+    statusTimer->setInterval(250);
+    connect(statusTimer, &QTimer::timeout, this, &MainWindow::refreshStatus);
+}
+
+void MainWindow::setParts(const Parts &given)
+{
+    QUORVAL_CHECK(!parts);
+    parts.emplace(given);
+    buildMenus();
+    buildStatusBar();
+    partTies = {
+        connect(parts->content.displayView, &DisplayView::hovered, this,
+                [this](const HoverInfo &info) { hoverLabel->setText(info.text); }),
+        connect(parts->content.displayView, &DisplayView::selectionChanged, this,
+                &MainWindow::refreshMenus),
+        connect(&parts->content, &MainViewController::soundChanged, this,
+                &MainWindow::refreshMenus),
+        connect(&parts->document, &SoundDocument::stateChanged, this, &MainWindow::refreshMenus),
+        connect(&parts->document, &SoundDocument::soundShown, this,
+                [this] {
+                    refreshMenus();
+                    refreshStatus();
+                }),
+        connect(&parts->reports, &ReportCommands::changed, this, &MainWindow::refreshMenus),
+        connect(&parts->optionsMenu, &OptionsMenu::optionsChanged, this,
+                &MainWindow::refreshMenus)};
+}
+
+MainWindow::~MainWindow()
+{
+    for (const QMetaObject::Connection &tie : partTies)
+        disconnect(tie);
+}
+
+void MainWindow::buildMenus()
+{
+    QMenuBar *bar = menuBar();
+    // Every item is one action of the whole window, its keys working whatever has the focus.
+    const auto add = [this](QMenu *menu, const QString &title, const auto &command,
+                            const QList<QKeySequence> &keys = {}) {
+        QAction *action = menu->addAction(title);
+        action->setShortcuts(keys);
+        action->setShortcutContext(Qt::WindowShortcut);
+        connect(action, &QAction::triggered, this, command);
+        return action;
+    };
+    SoundDocument &document = parts->document;
+    ReportCommands &reports = parts->reports;
+
+    fileMenu = bar->addMenu(tr("&File"));
+    add(fileMenu, tr("&New Recording"), [&document] { document.newRecording(); },
+        {QKeySequence::New, afterPrefix(Qt::Key_F, Qt::Key_N)});
+    add(fileMenu, tr("&Open..."), [&document] { document.open(); },
+        {QKeySequence::Open, afterPrefix(Qt::Key_F, Qt::Key_O)});
+    fileMenu->addMenu(parts->recentFiles.menu());
+    fileMenu->addSeparator();
+    fileSaveMenuItem = add(fileMenu, tr("&Save"), [&document] { document.save(); },
+                           {QKeySequence::Save, afterPrefix(Qt::Key_F, Qt::Key_S)});
+    fileSaveAsMenuItem =
+        add(fileMenu, tr("Save &As..."), [&document] { document.saveAs(); },
+            {QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S), afterPrefix(Qt::Key_F, Qt::Key_A)});
+    exportSelectionMenuItem =
+        add(fileMenu, tr("&Export Selection..."), [&document] { document.exportSelection(); });
+    fileMenu->addSeparator();
+    propertiesMenuItem = add(fileMenu, tr("File &Properties"), [this] { showProperties(); });
+    checkForUpdatesMenuItem = add(fileMenu, tr("Check for Updates..."),
+                                  [this] { parts->updateChecker.checkOnRequest(); });
+    fileMenu->addSeparator();
+    add(fileMenu, tr("&Quit"), [this] { close(); }, {QKeySequence::Quit});
+
+    bar->addMenu(parts->optionsMenu.optionsMenu());
+
+    viewMenu = bar->addMenu(tr("&View"));
+    for (std::size_t i = 0; i < kViewChoices.size(); ++i) {
+        QAction *item = add(viewMenu, kViewChoices[i], [this, i] { setViewType(int(i)); },
+                            {afterPrefix(Qt::Key_V, kViewKeys[i])});
+        item->setCheckable(true);
+        viewMenuItems[i] = item;
+    }
+    viewMenu->addSeparator();
+    showDeviationsMenuItem = add(viewMenu, tr("&Deviations"), [&reports] { reports.deviations(); },
+                                 {QKeySequence(Qt::CTRL | Qt::Key_D)});
+
+    // Selecting all is what a player does before looping or exporting the whole take; the
+    // sound itself is never edited (nothing recorded may be lost).
+    editMenu = bar->addMenu(tr("&Edit"));
+    selectAllSoundMenuItem = add(editMenu, tr("Select All Sound"),
+                                 [this] {
+                                     if (parts->content.selectAll())
+                                         refreshMenus();
+                                 },
+                                 {QKeySequence::SelectAll});
+
+    developerMenu = bar->addMenu(tr("&Developer"));
+    developerModeMenuItem =
+        add(developerMenu, tr("Developer Mode"), [&reports] { reports.toggleDeveloperMode(); });
+    developerModeMenuItem->setCheckable(true);
+    add(developerMenu, tr("Status"), [&reports] { reports.status(); });
+    add(developerMenu, tr("Save Pitches..."), [&reports] { reports.savePitches(); });
+    add(developerMenu, tr("Crash..."), [&reports] { reports.crash(); });
+
+    HelpViewer &help = parts->helpViewer;
+    helpMenu = bar->addMenu(tr("&Help"));
+    add(helpMenu, tr("Getting Started"),
+        [&help] { help.showTopic(QStringLiteral("GettingStarted")); });
+    add(helpMenu, tr("Quorval Help"), [&help] { help.showTopic(QStringLiteral("Manual")); },
+        {QKeySequence::HelpContents});
+    helpMenu->addSeparator();
+    helpDeveloperModeMenuItem =
+        add(helpMenu, tr("Developer Mode"), [&reports] { reports.toggleDeveloperMode(); });
+    helpDeveloperModeMenuItem->setCheckable(true);
+
+    for (QMenu *menu :
+         {fileMenu, viewMenu, editMenu, developerMenu, parts->optionsMenu.optionsMenu()})
+        connect(menu, &QMenu::aboutToShow, this, &MainWindow::refreshMenus);
+}
+
+void MainWindow::buildStatusBar()
+{
+    soundLabel = new QLabel(this);
+    hoverLabel = new QLabel(this);
+    // The sound's file name as it stands, never as markup.
+    soundLabel->setTextFormat(Qt::PlainText);
+    analysisBar = new QProgressBar(this);
+    analysisBar->setRange(0, 0);
+    analysisBar->setMaximumWidth(120);
+    analysisBar->setToolTip(tr("Analysing the sound"));
+    analysisBar->hide();
+    statusBar()->addWidget(hoverLabel, 1);
+    statusBar()->addPermanentWidget(analysisBar);
+    statusBar()->addPermanentWidget(soundLabel);
+}
+
+void MainWindow::showWhereLeft()
+{
+    const QByteArray geometry = windowSettings().value(QLatin1String(kGeometryKey)).toByteArray();
+    if (geometry.isEmpty() || !restoreGeometry(geometry))
+        resize(1100, 640);
+    show();
+    statusTimer->start();
+}
+
+void MainWindow::rememberGeometry()
+{
+    windowSettings().setValue(QLatin1String(kGeometryKey), saveGeometry());
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (mayClose && !mayClose()) {
+        event->ignore();
+        return;
+    }
+    rememberGeometry();
+    event->accept();
+    emit closed();
+}
+
+void MainWindow::setViewType(int index)
+{
+    QUORVAL_CHECK(index >= 0 && index < int(kViewChoices.size()));
+    (void)parts->parameters.setViewType(kViewChoices[static_cast<std::size_t>(index)]);
+    parts->content.optionsChanged();
+    refreshMenus();
+}
+
+void MainWindow::showProperties()
+{
+    if (const std::shared_ptr<WavStream> wav = parts->document.wavStream())
+        AskViewController::message(this, QStringLiteral("File Properties"),
+                                   QString::fromStdString(wav->description()));
+}
+
+void MainWindow::refreshMenus()
+{
+    if (!parts)
+        return;
+    const std::shared_ptr<WavStream> wav = parts->document.wavStream();
+    const bool hasSound = wav != nullptr;
+    fileSaveMenuItem->setEnabled(parts->document.canSave());
+    fileSaveAsMenuItem->setEnabled(hasSound);
+    exportSelectionMenuItem->setEnabled(parts->document.selectedFrames().has_value());
+    propertiesMenuItem->setEnabled(hasSound);
+    showDeviationsMenuItem->setEnabled(hasSound && !parts->reports.deviationsRunning());
+    selectAllSoundMenuItem->setEnabled(hasSound && !Quorval::playing && !Quorval::recording);
+
+    parts->optionsMenu.refreshPresets();
+    const bool developer = Quorval::developerMode();
+    developerModeMenuItem->setChecked(developer);
+    helpDeveloperModeMenuItem->setChecked(developer);
+    developerMenu->menuAction()->setVisible(developer);
+
+    const QChar letter = parts->parameters.viewTypeLetter();
+    for (std::size_t i = 0; i < viewMenuItems.size(); ++i)
+        viewMenuItems[i]->setChecked(!letter.isNull() && kViewChoices[i].front() == letter);
+}
+
+void MainWindow::refreshStatus()
+{
+    const std::shared_ptr<MusicStream> music = parts ? parts->document.music() : nullptr;
+    if (!music) {
+        soundLabel->clear();
+        analysisBar->hide();
+        return;
+    }
+    const MusicStream::TimeRange range = music->timeRange();
+    soundLabel->setText(parts->document.soundName() + QStringLiteral("  ") +
+                        timeText(range.duration));
+    analysisBar->setVisible(music->isCalculating() || music->wavStream->copying);
+}
+
+} // namespace quorval

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "streams/Deviations.h"
+
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QProgressDialog;
+class QWidget;
+
+namespace quorval {
+
+class MusicStream;
+
+// The commands that report on the sound: View > Deviations (in the background, with a progress
+// dialog that cancels it) and the developer's Status, Save Pitches and Crash, with developer
+// mode itself. Reports show in the message dialog. Main thread only.
+class ReportCommands : public QObject
+{
+    Q_OBJECT
+
+public:
+    struct Host
+    {
+        // The sound shown, or null.
+        std::function<std::shared_ptr<MusicStream>()> sound;
+        // Where a file is to be written, from a suggested name; nothing when cancelled.
+        std::function<std::optional<QString>(const QString &suggested)> chooseFileToSave;
+    };
+
+    // window parents the dialogs.
+    ReportCommands(QWidget *window, Host host);
+    ~ReportCommands() override;
+
+    // Deviations of the selection (or the whole sound); one run at a time.
+    void deviations();
+    void cancelDeviations();
+    [[nodiscard]] bool deviationsRunning() const { return running.isRunning(); }
+    // The last results reported.
+    [[nodiscard]] const std::optional<Deviations::Results> &lastDeviations() const
+    {
+        return results;
+    }
+
+    void toggleDeveloperMode();
+    void status();
+    // Each segment's index, start, pitch and goodness as a text file.
+    void savePitches();
+    void crash();
+
+signals:
+    // A run started or ended, or developer mode changed: what is enabled or shown may differ.
+    void changed();
+
+private:
+    void deviationsDone(const Deviations::Results &done);
+    void closeProgress();
+
+    QWidget *window;
+    Host host;
+    Deviations running;
+    std::optional<Deviations::Results> results;
+    QProgressDialog *progress = nullptr;
+    bool canceled = false;
+};
+
+} // namespace quorval
