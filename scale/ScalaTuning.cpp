@@ -346,6 +346,13 @@ std::optional<ScalaTuning::Mapping> ScalaTuning::readMapping(std::string_view te
                 " is left out of the map, so nothing fixes the pitch";
         return std::nullopt;
     }
+    bool anyTuned = false;
+    for (int key = mapping.firstKey; key <= mapping.lastKey && !anyTuned; ++key)
+        anyTuned = mapping.degreeOfKey(key).has_value();
+    if (!anyTuned) {
+        error = "no key from the first to the last is mapped, so there is nothing to tune";
+        return std::nullopt;
+    }
     return mapping;
 }
 

@@ -206,6 +206,8 @@ TEST(ScalaTuning, refusesBrokenFilesNamingTheLine)
         {"2\n0\n127\n60\n60\n440\n7\n0\n1\n2\n", "line 10: more entries than the map size of 2"},
         {"2\n0\n127\n60\n60\n440\n7\n0\n-1\n", "line 9: \"-1\" is no scale degree"},
         {"0\n0\n127\n60\n", "the file ends before the reference key"},
+        {"12\n0\n0\n60\n69\n440\n12\nx\nx\nx\nx\nx\nx\nx\nx\nx\n9\n",
+         "no key from the first to the last is mapped"},
     };
     for (const Broken &b : brokenMappings)
         refusedWithItsMessage(b, ScalaTuning::readMapping);
