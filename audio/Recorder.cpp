@@ -10,13 +10,17 @@
 #include <QAudioFormat>
 #include <QAudioSource>
 #include <QMediaDevices>
+#include <QThread>
 #include <QTimer>
 
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <span>
 
 namespace quorval {
@@ -27,6 +31,8 @@ namespace {
 constexpr std::int64_t kRingFrames = 8 * 44100;
 // Bytes the source hands over at a time: about 23 ms, short for a live display.
 constexpr qsizetype kSourceBufferBytes = 2048;
+// Starts given up on that have not returned yet.
+std::atomic<int> stuckStarts{0};
 
 std::int64_t steadyMs()
 {
@@ -36,7 +42,9 @@ std::int64_t steadyMs()
 
 } // namespace
 
-Recorder::Recorder() : ring(static_cast<std::size_t>(kRingFrames))
+Recorder::Recorder()
+    : audio(std::make_unique<AudioThread>("quorval-input")),
+      ring(static_cast<std::size_t>(kRingFrames))
 {
     // Past a file size limit, writes must fail with an error rather than end the process: the
     // recording stops and keeps what it has. The sound server's client sizes its shared memory
@@ -52,7 +60,7 @@ Recorder::~Recorder()
 
 void Recorder::dropSource()
 {
-    audio.run([this] {
+    audio->run([this] {
         delete source;
         source = nullptr;
         delete watchdog;
@@ -90,17 +98,12 @@ bool Recorder::setup()
     format.setChannelCount(nChannels);
     format.setSampleFormat(QAudioFormat::Int16);
     bool made = false;
-    audio.run([&] {
+    audio->run([&] {
         if (!device->isFormatSupported(format))
             return;
-        source = new QAudioSource(*device, format, audio.context());
+        source = new QAudioSource(*device, format, audio->context());
         source->setBufferSize(kSourceBufferBytes);
-        QObject::connect(source, &QAudioSource::stateChanged, source, [this](QAudio::State state) {
-            // A source that stops by itself with an error has lost its device or server.
-            if (state == QAudio::StoppedState && source->error() != QAudio::NoError && recording)
-                abort(QStringLiteral("Recording aborted: no data"));
-        });
-        watchdog = new QTimer(audio.context());
+        watchdog = new QTimer(audio->context());
         watchdog->setInterval(250);
         QObject::connect(watchdog, &QTimer::timeout, watchdog, [this] { checkStillDelivering(); });
         made = true;
@@ -126,33 +129,114 @@ bool Recorder::start(std::shared_ptr<WavStream> target)
     clippedAtMs = -1;
     recording = true;
     Quorval::recording = true;
-    bool started = false;
-    audio.run([&] {
-        input = source->start();
-        if (!input || source->error() != QAudio::NoError)
-            return;
-        QObject::connect(input, &QIODevice::readyRead, source, [this] { readInput(); });
-        lastDataMs = steadyMs();
-        watchdog->start();
-        started = true;
-    });
-    if (!started) {
+    if (!startSource()) {
         recording = false;
         Quorval::recording = false;
         stream.reset();
-        // A source whose server went away never starts again: the next start makes a new one,
-        // on the server there is then.
-        dropSource();
-        showMessage(QString(), QStringLiteral("failed to initialize recorder -- internal error."));
         return false;
     }
     return true;
+}
+
+bool Recorder::startSource()
+{
+    // What the start on the audio thread and the wait here share; the start may outlive both
+    // the wait and the recorder.
+    struct Start
+    {
+        std::mutex mutex;
+        std::condition_variable finished;
+        bool done = false;
+        bool started = false;
+        bool abandoned = false;
+    };
+    const auto shared = std::make_shared<Start>();
+    QAudioSource *const starting = source;
+    QTimer *const timer = watchdog;
+    audio->post([this, shared, starting, timer] {
+        // On a suspended source this waits until the source resumes, however long that is.
+        QIODevice *const opened = starting->start();
+        const std::lock_guard lock(shared->mutex);
+        if (shared->abandoned) {
+            // Nobody waits for this source any more, and the recorder may be gone: nothing here
+            // may touch it. The thread has no other work and ends.
+            starting->stop();
+            delete starting;
+            delete timer;
+            --stuckStarts;
+            QThread::currentThread()->quit();
+            return;
+        }
+        if (opened && starting->error() == QAudio::NoError) {
+            input = opened;
+            stateWatch =
+                QObject::connect(starting, &QAudioSource::stateChanged, starting,
+                                 [this, starting](QAudio::State state) {
+                                     // A source that stops by itself with an error has lost its
+                                     // device or server.
+                                     if (state == QAudio::StoppedState &&
+                                         starting->error() != QAudio::NoError && recording)
+                                         abort(QStringLiteral("Recording aborted: no data"));
+                                 });
+            QObject::connect(input, &QIODevice::readyRead, starting, [this] { readInput(); });
+            lastDataMs = steadyMs();
+            timer->start();
+            shared->started = true;
+        }
+        shared->done = true;
+        shared->finished.notify_one();
+    });
+    std::unique_lock lock(shared->mutex);
+    const auto patience = std::chrono::duration<double>(kStartSeconds);
+    if (!shared->finished.wait_for(lock, patience, [&shared] { return shared->done; })) {
+        shared->abandoned = true;
+        lock.unlock();
+        // The thread stays inside the audio library until the source resumes: joining it would
+        // hang and destroying it running would end the process. It is kept, reachable, and
+        // the source and its timer are its to delete; the next recording gets a thread of its own.
+        static std::mutex strandedMutex;
+        // Never destroyed, not even at exit, where destroying it would wait for the thread.
+        static auto *const stranded = new std::vector<std::unique_ptr<AudioThread>>;
+        {
+            const std::lock_guard keep(strandedMutex);
+            stranded->push_back(std::move(audio));
+        }
+        // While that thread waits, the audio library's own clean-up at exit would abort on the
+        // lock it waits with. Registered after the library's, this runs before it: the process
+        // ends there, reporting failure, as a part of it never finished.
+        ++stuckStarts;
+        static std::once_flag exitQuietly;
+        std::call_once(exitQuietly, [] {
+            (void)std::atexit([] {
+                if (stuckStarts.load() == 0)
+                    return;
+                (void)std::fflush(nullptr);
+                std::_Exit(EXIT_FAILURE);
+            });
+        });
+        audio = std::make_unique<AudioThread>("quorval-input");
+        source = nullptr;
+        watchdog = nullptr;
+        const QString input = device ? device->description() : QString();
+        device.reset();
+        showMessage(QString(), silentInputMessage(input));
+        return false;
+    }
+    if (shared->started)
+        return true;
+    lock.unlock();
+    // A source whose server went away never starts again: the next start makes a new one, on
+    // the server there is then.
+    dropSource();
+    showMessage(QString(), QStringLiteral("failed to initialize recorder -- internal error."));
+    return false;
 }
 
 void Recorder::stopSource()
 {
     if (watchdog)
         watchdog->stop();
+    QObject::disconnect(stateWatch);
     if (source && source->state() != QAudio::StoppedState) {
         // Whatever the source still holds belongs to the recording.
         if (input)
@@ -164,7 +248,7 @@ void Recorder::stopSource()
 
 void Recorder::stop()
 {
-    audio.run([this] { stopSource(); });
+    audio->run([this] { stopSource(); });
     // Every buffer taken from the source reaches the stream before stop returns.
     Quorval::realtimeQueue().sync([this] { appendFromRing(); });
     recording = false;
@@ -225,6 +309,14 @@ QString Recorder::inputGoneMessage(const QString &input)
         .arg(input);
 }
 
+QString Recorder::silentInputMessage(const QString &input)
+{
+    return QStringLiteral("No sound comes from the input \"%1\": it may be suspended or held by "
+                          "another program. Resume it in the sound settings, or choose another "
+                          "input, and record again.")
+        .arg(input);
+}
+
 void Recorder::drain()
 {
     for (;;) {
@@ -278,7 +370,7 @@ void Recorder::abort(const QString &message)
 {
     if (failed.exchange(true))
         return;
-    audio.post([this] { stopSource(); });
+    audio->post([this] { stopSource(); });
     recording = false;
     Quorval::recording = false;
     if (!message.isEmpty())

@@ -43,12 +43,17 @@ public:
     static constexpr double sampleRate = 44100.0;
     // Seconds without data after which a running source counts as gone.
     static constexpr double kNoDataSeconds = 2.0;
+    // Seconds a start may take before the input counts as delivering nothing (a suspended
+    // source, where the audio library would wait for ever).
+    static constexpr double kStartSeconds = 4.0;
     static constexpr const char *kWriteFailedMessage =
         "Recording stopped: can't write the sound file (disk full, file too large or folder "
         "gone). Everything recorded before this point is kept.";
 
     // Why a recording stopped when its input (by description) went away.
     static QString inputGoneMessage(const QString &input);
+    // Why a recording did not start when its input (by description) delivered nothing.
+    static QString silentInputMessage(const QString &input);
 
     Recorder();
     ~Recorder();
@@ -61,7 +66,8 @@ public:
     bool setup();
 
     // Starts appending to stream (16-bit mono at sampleRate). False after a set-up message,
-    // or when already recording. Sets Quorval::recording.
+    // silentInputMessage() when the input has not started within kStartSeconds, or when
+    // already recording. Sets Quorval::recording.
     bool start(std::shared_ptr<WavStream> stream);
 
     // Stops the input and returns once every sample delivered has been appended. Idempotent.
@@ -96,6 +102,8 @@ public:
 private:
     // Deletes the source (on the audio thread) and forgets its device. Main thread.
     void dropSource();
+    // Starts the source on the audio thread, waiting at most kStartSeconds. Main thread.
+    bool startSource();
     // Audio thread.
     void readInput();
     void checkStillDelivering();
@@ -106,12 +114,14 @@ private:
     // Ends the recording with message (none when empty), once. Any thread.
     void abort(const QString &message);
 
-    AudioThread audio{"quorval-input"};
+    // Replaced when a start never comes back: the old thread is stuck in the audio library.
+    std::unique_ptr<AudioThread> audio;
     std::optional<QAudioDevice> device;
-    QAudioSource *source = nullptr; // lives on the audio thread; owned by its anchor
-    QIODevice *input = nullptr;     // the source's, while it runs
-    QTimer *watchdog = nullptr;     // audio thread
-    std::int64_t lastDataMs = 0;    // audio thread, steady clock
+    QAudioSource *source = nullptr;     // lives on the audio thread; owned by its anchor
+    QIODevice *input = nullptr;         // the source's, while it runs
+    QTimer *watchdog = nullptr;         // audio thread
+    QMetaObject::Connection stateWatch; // the source's state, while it runs; audio thread
+    std::int64_t lastDataMs = 0;        // audio thread, steady clock
 
     std::shared_ptr<WavStream> stream; // set by start(), read on the realtime queue
     std::vector<std::int16_t> ring;    // single producer (audio), single consumer (realtime)

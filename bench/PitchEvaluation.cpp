@@ -13,15 +13,20 @@
 //   resonances) are left out and counted; the piano's stretched partials have no single pitch to
 //   the cent, so its row is shown but not held to the targets. With --renders the reference is
 //   also checked against the generated tones, whose truth is known.
+// - real recordings with an annotated pitch (Bach10's chorale parts, where
+//   bench/setup-evaluation.sh could fetch them), one group per instrument: each part a file with
+//   its annotated notes' range, a segment scored against the annotation at its centre.
 // Each "file" is analysed as a user would: default options, with "Lowest Note" and "Highest
 // Note" set to the file's notes. --notes N sets the notes per file (default 12: small enough for
 // CI; longer sets on demand).
+#include "AnnotatedRecording.h"
 #include "analysis/FFTOC.h"
 #include "analysis/PeakDataSetOC.h"
 #include "analysis/PitchRefinerOC.h"
 #include "analysis/PitchResultOC.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -833,6 +838,55 @@ Row score(const std::vector<Note> &notes)
     return row;
 }
 
+// One part of a real recording, read with its annotation: the segments whose centre has an
+// annotated pitch, grouped by annotated note, against that pitch; "Lowest Note" and "Highest
+// Note" a semitone beyond the part's notes. nullopt (said why) when it cannot be read.
+std::optional<Sound> readRealPart(const AnnotatedPart &part)
+{
+    std::ifstream in(part.pitchPath);
+    const auto frames = readAnnotatedPitch(in);
+    auto samples = readSamples(part.wavPath, kSampleRate);
+    if (!frames || frames->empty() || !samples) {
+        std::fprintf(stderr, "%s: cannot be read, or no %g Hz WAV file at %s\n",
+                     part.pitchPath.c_str(), kSampleRate, part.wavPath.c_str());
+        return std::nullopt;
+    }
+    Sound sound;
+    sound.group = "real Bach10 " + part.instrument;
+    sound.samples = std::move(*samples);
+    sound.heldToTargets = false;
+    std::vector<std::vector<double>> noteMidi;
+    for (const AnnotatedFrame &frame : *frames) {
+        const auto note = static_cast<std::size_t>(frame.note);
+        noteMidi.resize(std::max(noteMidi.size(), note + 1));
+        noteMidi[note].push_back(frame.midi);
+    }
+    sound.notes.resize(noteMidi.size());
+    sound.lowestNote = 127.0;
+    sound.highestNote = 0.0;
+    for (std::size_t i = 0; i < noteMidi.size(); i++) {
+        if (noteMidi[i].empty())
+            continue;
+        // A note's pitches but for a few stray frames at its ends; an annotated note may also
+        // run on into the next.
+        sound.notes[i].pitchHz = noteHz(percentile(noteMidi[i], 0.5));
+        sound.lowestNote =
+            std::min(sound.lowestNote, std::round(percentile(noteMidi[i], 0.2)) - 1.0);
+        sound.highestNote =
+            std::max(sound.highestNote, std::round(percentile(noteMidi[i], 0.8)) + 1.0);
+    }
+    const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
+    const auto length = static_cast<std::size_t>(s.segLength);
+    for (std::size_t start = 0; start + length <= sound.samples.size();
+         start += static_cast<std::size_t>(s.segSpacing))
+        if (const auto truth = annotatedPitchAt(
+                *frames, (static_cast<double>(start) + 0.5 * s.segLength) / kSampleRate))
+            sound.notes[static_cast<std::size_t>(truth->note)].placed.push_back(
+                {start, {noteHz(truth->midi), 0.0}});
+    std::erase_if(sound.notes, [](const Note &note) { return note.placed.empty(); });
+    return sound;
+}
+
 // How close the offline reference comes to the generator's truth on the generated tones, by
 // kind of tone: the accuracy the render figures can claim.
 void printReferenceCheck(const std::vector<Sound> &sounds)
@@ -1028,7 +1082,7 @@ int main(int argc, char **argv)
     const bool praatInstalled = praatFound();
     bool withPraat = praatInstalled;
     std::map<std::string, bool> heldToTargets;
-    for (const Sound &sound : sounds) {
+    const auto analyseEach = [&](const Sound &sound) {
         analyse(sound, false, specified);
         analyse(sound, true, refined);
         if (withPraat && !analyseWithPraat(sound, praat)) {
@@ -1037,7 +1091,20 @@ int main(int argc, char **argv)
             withPraat = false;
         }
         heldToTargets[sound.group] = sound.heldToTargets;
-    }
+    };
+    for (const Sound &sound : sounds)
+        analyseEach(sound);
+    // The real recordings one at a time: together they would hold half a gigabyte.
+    const char *cacheHome = std::getenv("XDG_CACHE_HOME");
+    const char *home = std::getenv("HOME");
+    const std::string partList = (cacheHome != nullptr && *cacheHome != '\0'
+                                      ? std::string(cacheHome)
+                                      : std::string(home != nullptr ? home : "") + "/.cache") +
+                                 "/quorval/bach10/parts.txt";
+    const std::vector<AnnotatedPart> parts = readPartList(partList);
+    for (const AnnotatedPart &part : parts)
+        if (const std::optional<Sound> sound = readRealPart(part))
+            analyseEach(*sound);
     std::printf("Each pair: specified | refined. RPA: within 50 cents (%%); oct: octave or twelfth "
                 "off (%%);\nmedian, p95: |cents| of segments within 50 cents; note p95, note<=5: "
                 "|mean cents| per note;\nbright: segments with goodness at or above the default "
@@ -1053,9 +1120,14 @@ int main(int argc, char **argv)
     if (withPraat)
         std::printf(" || %6s %5s %6s %6s | %6s", "RPA", "oct", "p95", "note", "vs Praat");
     std::printf("\n");
-    std::vector<Note> all;
-    std::vector<Note> allRefined;
-    std::vector<Note> allPraat;
+    if (parts.empty())
+        std::printf("No Bach10 recordings in %s (bash bench/setup-evaluation.sh fetches them): "
+                    "the real recordings are left out.\n",
+                    partList.c_str());
+    // Specified, refined and Praat's notes of the groups held to the targets, and of the real
+    // recordings, whose truth is a person's reading of a tracker's.
+    std::array<std::vector<Note>, 3> targets;
+    std::array<std::vector<Note>, 3> real;
     for (const auto &[group, notes] : specified.byGroup) {
         const auto &other = refined.byGroup[group];
         const auto &third = praat.byGroup[group];
@@ -1067,21 +1139,25 @@ int main(int argc, char **argv)
                 std::printf("    %9.2f Hz %6.2f %6.2f %6.2f\n", notes[i].pitchHz,
                             meanWithin50(notes[i]), meanWithin50(other[i]),
                             withPraat ? meanWithin50(third[i]) : NAN);
-        if (heldToTargets[group]) {
-            all.insert(all.end(), notes.begin(), notes.end());
-            allRefined.insert(allRefined.end(), other.begin(), other.end());
-            if (withPraat)
-                allPraat.insert(allPraat.end(), third.begin(), third.end());
+        const bool isReal = group.starts_with("real ");
+        if (heldToTargets[group] || isReal) {
+            auto &into = isReal ? real : targets;
+            into[0].insert(into[0].end(), notes.begin(), notes.end());
+            into[1].insert(into[1].end(), other.begin(), other.end());
+            into[2].insert(into[2].end(), third.begin(), third.end());
         }
     }
-    printRow("all (targets)", all, allRefined, withPraat ? &allPraat : nullptr);
+    printRow("all (targets)", targets[0], targets[1], withPraat ? &targets[2] : nullptr);
+    if (!real[0].empty())
+        printRow("all real", real[0], real[1], withPraat ? &real[2] : nullptr);
     printNoiseGoodness();
     std::printf(
         "\n* Partials stretched: the pitch depends on which partials one weighs, so the row "
         "is shown but not held to the targets;\n  the stiff string's truth is its first "
         "partial. Rows \"nominal\": notes with no single pitch (see below), against\n  the "
         "note's long-window pitch, not held to the targets: \"vs Praat\" says what each reads "
-        "there.\n");
+        "there.\n  Rows \"real\": against the annotation, a tracker's pitch corrected by hand, "
+        "so good to a few cents; not held to the targets.\n");
     if (renders) {
         std::printf("Left out where the first partials stray more than %.0f cents RMS from one "
                     "harmonic series (layers beating, vibrato through resonances):\n",

@@ -258,8 +258,12 @@ int Tool::record(const CommandLine &line)
     std::atomic<bool> endedByItself{false};
     recorder.setEndedCallback([&endedByItself] { endedByItself = true; });
     const Interruption::Listening listening;
-    if (!recorder.start(wav))
+    if (!recorder.start(wav)) {
+        // Neither the empty file nor the take beside an existing one stays behind.
+        wav.reset();
+        complain(take->discard());
         return kFailed;
+    }
 
     const bool showProgress = stderrIsTerminal();
     while (!Interruption::requested() && !endedByItself) {

@@ -166,7 +166,7 @@ int Tool::run(const CommandLine &line)
         return kOk;
     }
     Quorval::setDeveloperMode(line.developer);
-    // The store drops a value it cannot save at once, so the run would go on without it.
+    // A value the store cannot save would hold for this run only, not in the user's store.
     QString storeFile;
     if (line.useSettings && !line.optionSteps.empty() && !OptionStore::isWritable(storeFile)) {
         complain(QStringLiteral("the settings cannot be saved to %1, so --set and --options "

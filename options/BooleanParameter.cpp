@@ -5,7 +5,7 @@
 namespace quorval {
 
 BooleanParameter::BooleanParameter(QString name, bool defaultValue, ParameterFlags flags)
-    : Parameter(std::move(name), flags.debug), defaultValue(defaultValue), recolor(flags.recolor)
+    : Parameter(std::move(name), flags), defaultValue(defaultValue)
 {
 }
 
@@ -22,8 +22,6 @@ bool BooleanParameter::setValue(bool b)
     if (b == value())
         return true;
     store(text(b));
-    if (recolor)
-        recolorFollowUp(temperament_);
     return true;
 }
 

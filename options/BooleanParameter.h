@@ -8,12 +8,9 @@ namespace quorval {
 class BooleanParameter : public Parameter
 {
 public:
-    // Of the flags, recolor and debug apply.
     BooleanParameter(QString name, bool defaultValue, ParameterFlags flags = {});
 
     const bool defaultValue;
-    // A change recolours the display.
-    const bool recolor;
 
     Kind kind() const override { return Kind::Boolean; }
 
@@ -27,14 +24,7 @@ public:
     bool setFromText(const QString &text) override;
     QString allowedValues() const override;
 
-    // The temperament option that decides whether recolouring also refreshes the tuning
-    // offset; set once by the option set. Not owned.
-    void setTemperament(const ChoiceParameter *temperament) { temperament_ = temperament; }
-
     static QString text(bool b);
-
-private:
-    const ChoiceParameter *temperament_ = nullptr;
 };
 
 } // namespace quorval

@@ -1,7 +1,5 @@
 #include "options/ChoiceParameter.h"
 
-#include "options/FollowUps.h"
-
 #include <utility>
 
 namespace quorval {
@@ -9,10 +7,9 @@ namespace quorval {
 ChoiceParameter::ChoiceParameter(QString name, QStringList choices,
                                  std::optional<QStringList> altChoices,
                                  std::optional<QString> defaultValue, ParameterFlags flags)
-    : Parameter(std::move(name), flags.debug),
+    : Parameter(std::move(name), flags),
       defaultValue(defaultValue.value_or(choices.isEmpty() ? QString() : choices.first())),
-      recompute(flags.recompute), recolor(flags.recolor), choices_(std::move(choices)),
-      altChoices_(std::move(altChoices))
+      choices_(std::move(choices)), altChoices_(std::move(altChoices))
 {
 }
 
@@ -83,10 +80,6 @@ bool ChoiceParameter::setIndex(int i)
     if (i == index())
         return true;
     store(text);
-    if (recompute)
-        requestRecompute();
-    if (recolor)
-        recolorFollowUp(temperament_);
     return true;
 }
 

@@ -16,16 +16,11 @@ namespace quorval {
 class ChoiceParameter : public Parameter
 {
 public:
-    // defaultValue defaults to the first entry of choices. Of the flags, recompute, recolor and
-    // debug apply.
+    // defaultValue defaults to the first entry of choices.
     ChoiceParameter(QString name, QStringList choices, std::optional<QStringList> altChoices,
                     std::optional<QString> defaultValue, ParameterFlags flags = {});
 
     const QString defaultValue;
-    // A change recomputes the analysis results.
-    const bool recompute;
-    // A change recolours the display.
-    const bool recolor;
 
     Kind kind() const override { return Kind::Choice; }
 
@@ -50,9 +45,6 @@ public:
     // The current list: "one of C, B, B♭".
     QString allowedValues() const override;
 
-    // As for BooleanParameter::setTemperament. Not owned.
-    void setTemperament(const ChoiceParameter *temperament) { temperament_ = temperament; }
-
 protected:
     // Position of text in choices, else in altChoices, else -1.
     int find(const QString &text) const;
@@ -64,7 +56,6 @@ private:
     mutable std::mutex listsMutex_;
     QStringList choices_;
     std::optional<QStringList> altChoices_;
-    const ChoiceParameter *temperament_ = nullptr;
 };
 
 } // namespace quorval

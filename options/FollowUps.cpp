@@ -14,7 +14,7 @@ struct State
     std::atomic<int> resegment{0};
     std::atomic<int> recompute{0};
     std::atomic<int> recolor{0};
-    std::atomic<int> refreshTuningOffset{0};
+    std::atomic<int> redisplay{0};
 };
 
 State &state()
@@ -58,15 +58,15 @@ void requestRecolor()
     run(state().recolor, &FollowUpHandlers::recolor);
 }
 
-void requestTuningOffsetRefresh()
+void requestRedisplay()
 {
-    run(state().refreshTuningOffset, &FollowUpHandlers::refreshTuningOffset);
+    run(state().redisplay, &FollowUpHandlers::redisplay);
 }
 
 FollowUpCounts followUpCounts()
 {
     State &s = state();
-    return {s.resegment.load(), s.recompute.load(), s.recolor.load(), s.refreshTuningOffset.load()};
+    return {s.resegment.load(), s.recompute.load(), s.recolor.load(), s.redisplay.load()};
 }
 
 void resetFollowUpCounts()
@@ -75,7 +75,7 @@ void resetFollowUpCounts()
     s.resegment = 0;
     s.recompute = 0;
     s.recolor = 0;
-    s.refreshTuningOffset = 0;
+    s.redisplay = 0;
 }
 
 } // namespace quorval

@@ -8,10 +8,10 @@ namespace quorval {
 // class that does this work, so that class installs its handlers here at start-up.
 struct FollowUpHandlers
 {
-    std::function<void()> resegment;           // re-cut the sound into segments, recompute all
-    std::function<void()> recompute;           // recompute the analysis results
-    std::function<void()> recolor;             // recolour the display and redraw it
-    std::function<void()> refreshTuningOffset; // refresh the scale's tuning offset
+    std::function<void()> resegment; // re-cut the sound into segments, recompute all
+    std::function<void()> recompute; // recompute the analysis results
+    std::function<void()> recolor;   // recolour the display and redraw it
+    std::function<void()> redisplay; // redraw the display
 };
 
 // Installs the handlers; a missing member leaves that request with only its count. Call on the
@@ -22,7 +22,7 @@ void setFollowUpHandlers(FollowUpHandlers handlers);
 void requestResegment();
 void requestRecompute();
 void requestRecolor();
-void requestTuningOffsetRefresh();
+void requestRedisplay();
 
 // How often each request was made since start or the last reset, whatever handler is installed.
 struct FollowUpCounts
@@ -30,7 +30,7 @@ struct FollowUpCounts
     int resegment = 0;
     int recompute = 0;
     int recolor = 0;
-    int refreshTuningOffset = 0;
+    int redisplay = 0;
 
     bool operator==(const FollowUpCounts &) const = default;
 };

@@ -1,7 +1,5 @@
 #include "options/NumberParameter.h"
 
-#include "options/FollowUps.h"
-
 #include <cmath>
 #include <type_traits>
 #include <utility>
@@ -17,9 +15,9 @@ template <class T> constexpr bool kIsDouble = std::is_floating_point_v<T>;
 template <class T>
 NumberParameter<T>::NumberParameter(QString name, T defaultValue, std::optional<Range> range,
                                     ParameterFlags flags)
-    : TextParameter(std::move(name), flags.debug), defaultValue(defaultValue),
+    : TextParameter(std::move(name), flags), defaultValue(defaultValue),
       minValue(range ? range->min : T{}), maxValue(range ? range->max : T{}),
-      useMinMax(range.has_value()), resegment(flags.resegment), recompute(flags.recompute),
+      useMinMax(range.has_value()),
       format(kIsDouble<T> ? QStringLiteral("%.4f") : QStringLiteral("%lld"))
 {
 }
@@ -48,10 +46,6 @@ template <class T> bool NumberParameter<T>::setValue(T x)
     if (text == formatted(value()))
         return true;
     store(text);
-    if (resegment)
-        requestResegment();
-    if (recompute)
-        requestRecompute();
     return true;
 }
 

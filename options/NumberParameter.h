@@ -22,7 +22,7 @@ public:
         T max;
     };
 
-    // Without a range any number is taken. Of the flags, resegment, recompute and debug apply.
+    // Without a range any number is taken.
     NumberParameter(QString name, T defaultValue, std::optional<Range> range,
                     ParameterFlags flags = {});
 
@@ -31,10 +31,6 @@ public:
     const T minValue;
     const T maxValue;
     const bool useMinMax;
-    // A change re-cuts the sound into segments (and so recomputes everything).
-    const bool resegment;
-    // A change recomputes the analysis results.
-    const bool recompute;
     // printf format for storing and showing the value.
     const QString format;
 

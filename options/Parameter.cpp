@@ -1,6 +1,5 @@
 #include "options/Parameter.h"
 
-#include "options/ChoiceParameter.h"
 #include "options/FollowUps.h"
 #include "options/OptionStore.h"
 
@@ -8,8 +7,10 @@
 
 namespace quorval {
 
-Parameter::Parameter(QString name, bool debug, std::optional<QString> legacyName)
-    : name(std::move(name)), legacyName(std::move(legacyName)), debug(debug)
+Parameter::Parameter(QString name, ParameterFlags flags, std::optional<QString> legacyName)
+    : name(std::move(name)), legacyName(std::move(legacyName)), debug(flags.debug),
+      resegment(flags.resegment), recompute(flags.recompute), recolor(flags.recolor),
+      redisplay(flags.redisplay)
 {
 }
 
@@ -43,14 +44,16 @@ std::optional<QString> Parameter::storedText() const
 
 void Parameter::store(const QString &text) const
 {
-    OptionStore::setText(name, text);
-}
-
-void Parameter::recolorFollowUp(const ChoiceParameter *temperament)
-{
-    if (temperament && temperament->index() != 0)
-        requestTuningOffsetRefresh();
-    requestRecolor();
+    if (!OptionStore::setText(name, text))
+        return;
+    if (resegment)
+        requestResegment();
+    if (recompute)
+        requestRecompute();
+    if (recolor)
+        requestRecolor();
+    if (redisplay)
+        requestRedisplay();
 }
 
 } // namespace quorval

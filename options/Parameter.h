@@ -7,8 +7,6 @@
 
 namespace quorval {
 
-class ChoiceParameter;
-
 // The control that edits one parameter in the options dialog. The dialog's library implements
 // it for each kind of parameter (text field, check box, combo box) and hands it to the
 // parameter, which owns this adapter; the widget inside belongs to its dialog. Main thread only.
@@ -26,19 +24,23 @@ public:
 
 // What a real change of an option asks for, and whether it is a developer's option. Set with
 // designated initializers ({.recompute = true, .debug = true}), so every flag is named where it is
-// given.
+// given. Every flag works the same for every kind of parameter.
 struct ParameterFlags
 {
     bool resegment = false; // re-cut the sound into segments (and so recompute everything)
     bool recompute = false; // recompute the analysis results
     bool recolor = false;   // recolour the display
     bool debug = false;     // shown in the dialog only in developer mode
+    bool redisplay = false; // redraw the display
 };
 
-// One user option. Its value lives in the per-user store (OptionStore) as text under `name`
-// and is read from there on every access; the object itself holds no value. Parameters are
-// made once by the option set and live for the whole run.
-// Thread: values may be read from any thread; set values and views on the main thread.
+// One user option. Its value lives in the per-user store (OptionStore) as text under `name`;
+// the object itself holds no value, so every parameter object of one label (tests make sets of
+// their own) sees the same value. Parameters are made once by the option set and live for the
+// whole run.
+// Thread: values may be read from any thread; set values and views on the main thread. A value
+// set on another thread is still stored safely and signalled on the main thread (OptionStore),
+// but its follow-up requests are made on the setting thread.
 class Parameter
 {
 public:
@@ -51,7 +53,7 @@ public:
         Choice,
     };
 
-    Parameter(QString name, bool debug, std::optional<QString> legacyName = std::nullopt);
+    Parameter(QString name, ParameterFlags flags, std::optional<QString> legacyName = std::nullopt);
     virtual ~Parameter();
     Parameter(const Parameter &) = delete;
     Parameter &operator=(const Parameter &) = delete;
@@ -62,6 +64,11 @@ public:
     const std::optional<QString> legacyName;
     // Shown in the dialog only in developer mode; its value is used all the same.
     const bool debug;
+    // The follow-up work a real change asks for, in this order (ParameterFlags).
+    const bool resegment;
+    const bool recompute;
+    const bool recolor;
+    const bool redisplay;
 
     // The kind of control that edits the parameter.
     virtual Kind kind() const = 0;
@@ -74,7 +81,8 @@ public:
     virtual bool setFromText(const QString &text) = 0;
     // What setFromText takes, for messages: "a number from 400 to 499", "one of A, B", ...
     virtual QString allowedValues() const = 0;
-    // Removes the stored text, so the value is the default again.
+    // Removes the stored text, so the value is the default again; asks for no follow-up work
+    // (tests restore options with it while sounds are open).
     virtual void resetToDefault();
 
     // The attached control, or null before the dialog has made one.
@@ -87,11 +95,9 @@ public:
 
 protected:
     std::optional<QString> storedText() const;
+    // Stores text; when that changes the stored text, makes the follow-up requests the flags
+    // name.
     void store(const QString &text) const;
-
-    // The follow-up of a recolouring option: the tuning offset matters only when the
-    // temperament is not equal, so it is refreshed only then.
-    static void recolorFollowUp(const ChoiceParameter *temperament);
 
 private:
     std::unique_ptr<ParameterView> view_;

@@ -1,7 +1,6 @@
 #include "options/Parameters.h"
 
 #include "options/DeveloperMode.h"
-#include "options/FollowUps.h"
 #include "options/Messages.h"
 #include "options/NoteNames.h"
 
@@ -178,20 +177,6 @@ Parameters::MaxFileLengthParameter::MaxFileLengthParameter()
 {
 }
 
-Parameters::RefinePitchParameter::RefinePitchParameter()
-    : BooleanParameter(QStringLiteral("Refine pitch"), true)
-{
-}
-
-bool Parameters::RefinePitchParameter::setValue(bool b)
-{
-    const bool changed = b != value();
-    (void)BooleanParameter::setValue(b);
-    if (changed)
-        requestRecompute();
-    return true;
-}
-
 Parameters::InputDeviceParameter::InputDeviceParameter()
     : ChoiceParameter(QStringLiteral("Input device"), {defaultDevice()}, std::nullopt,
                       defaultDevice())
@@ -246,9 +231,9 @@ Parameters::Parameters()
       traceHeight(QStringLiteral("Trace Height"), 0.2, Range{0.0, 1000.0}),
       automaticGainControl(QStringLiteral("Automatic Gain Control"), true),
       tuning(QStringLiteral("Tuning"), false, {.recolor = true}),
-      showNoteNamesOnGrid(QStringLiteral("Show note names on grid"), false),
+      showNoteNamesOnGrid(QStringLiteral("Show note names on grid"), false, {.redisplay = true}),
       labelPianoKeys(QStringLiteral("Label Piano Keys"), strings({u"Letters", u"Numbers", u"None"}),
-                     std::nullopt, std::nullopt),
+                     std::nullopt, std::nullopt, {.redisplay = true}),
       preferredDisplayLength(QStringLiteral("Preferred display length"), 10.0, Range{0.1, 3600.0},
                              {.debug = true}),
       qualityThreshold(QStringLiteral("Quality threshold"), 100.0, Range{0.0, 1000.0},
@@ -270,6 +255,7 @@ Parameters::Parameters()
       // 20 log10(2^-17): the quietest level a 16-bit sample can hold, and some.
       dbNoiseLimit(QStringLiteral("dB noise limit"), -102.35019852575361, std::nullopt,
                    {.recompute = true, .debug = true}),
+      refinePitch(QStringLiteral("Refine pitch"), true, {.recompute = true}),
       analyzeStereoChannel(QStringLiteral("Analyze Stereo Channel"),
                            strings({u"Left", u"Both", u"Right"}), std::nullopt,
                            QStringLiteral("Both"), {.recompute = true}),
@@ -283,12 +269,6 @@ Parameters::Parameters()
 {
     lowestNote.setOther(&highestNote);
     highestNote.setOther(&lowestNote);
-    // Every recolouring option looks at the temperament to decide on the tuning offset.
-    for (BooleanParameter *p : std::initializer_list<BooleanParameter *>{&minor, &tuning})
-        p->setTemperament(&temperament);
-    for (ChoiceParameter *p :
-         std::initializer_list<ChoiceParameter *>{&key, &temperament, &completeness})
-        p->setTemperament(&temperament);
 
     allPages_ = {
         {QStringLiteral("ScaleTab"),
@@ -309,8 +289,6 @@ Parameters::Parameters()
     for (const Page &page : allPages_) {
         for (Parameter *p : page.parameters) {
             allByName_.insert(p->name, p);
-            if (!page.tabIdentifier.isEmpty())
-                dialogByName_.insert(p->name, p);
             if (p->legacyName)
                 byLegacyName_.insert(*p->legacyName, p);
         }

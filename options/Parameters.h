@@ -13,7 +13,6 @@
 #include <QMap>
 #include <QVariantMap>
 
-#include <array>
 #include <atomic>
 #include <vector>
 
@@ -36,9 +35,7 @@ public:
         KeyParameter();
         // Takes ASCII accidentals too: "C#" sets "C♯".
         bool setFromText(const QString &text) override;
-        // Which spelling is the current choices list.
-        bool isMinor() const { return isMinor_.load(); }
-        // Exchanges the spellings when minor differs from isMinor(); the index stays.
+        // Exchanges the spellings when minor differs from the one in use; the index stays.
         void setMinor(bool minor);
 
     private:
@@ -123,16 +120,6 @@ public:
         MaxFileLengthParameter();
     };
 
-    // "Refine pitch" (on by default): each segment's pitch is checked against its octaves and
-    // measured to a fraction of a cent, with a goodness of its own; off, the analysis is the
-    // harmonic search alone. A change recomputes the analysis results.
-    class RefinePitchParameter : public BooleanParameter
-    {
-    public:
-        RefinePitchParameter();
-        bool setValue(bool b) override;
-    };
-
     // "Input device": the sound server's input to record from, by its description; "Default"
     // follows the server's default. A name the server does not list now is kept (a device
     // plugged in later); the recorder then records from the default and says so.
@@ -210,7 +197,10 @@ public:
     DoubleParameter minimumPeakThreshold;
     DoubleParameter peakThresholdIncrement;
     DoubleParameter dbNoiseLimit;
-    RefinePitchParameter refinePitch;
+    // On by default: each segment's pitch is checked against its octaves and measured to a
+    // fraction of a cent, with a goodness of its own; off, the analysis is the harmonic search
+    // alone.
+    BooleanParameter refinePitch;
     // Page "Audio".
     ChoiceParameter analyzeStereoChannel;
     BooleanParameter oneTouchPlayRecord;
@@ -228,11 +218,6 @@ public:
     const std::vector<Page> &allPages() const { return allPages_; }
     // The first five pages, with their tab identifiers.
     std::vector<Page> dialogPages() const;
-    // "Key" and "Minor", for the main window's key controls.
-    std::array<Parameter *, 2> keyPair() { return {&key, &minor}; }
-    // By label over all pages, and over the dialog pages.
-    const QHash<QString, Parameter *> &allByName() const { return allByName_; }
-    const QHash<QString, Parameter *> &dialogByName() const { return dialogByName_; }
     // The option a file's key names: by label, or by legacyName. Null when none.
     Parameter *findForKey(const QString &key) const;
 
@@ -278,7 +263,6 @@ public:
 private:
     std::vector<Page> allPages_;
     QHash<QString, Parameter *> allByName_;
-    QHash<QString, Parameter *> dialogByName_;
     QHash<QString, Parameter *> byLegacyName_;
     std::vector<Preset> presets_;
 };

@@ -5,7 +5,7 @@
 namespace quorval {
 
 StringParameter::StringParameter(QString name, std::optional<QString> legacyName)
-    : TextParameter(std::move(name), false, std::move(legacyName))
+    : TextParameter(std::move(name), ParameterFlags{}, std::move(legacyName))
 {
 }
 
@@ -16,8 +16,7 @@ QString StringParameter::value() const
 
 bool StringParameter::setValue(const QString &text)
 {
-    if (storedText() != text)
-        store(text);
+    store(text);
     return true;
 }
 

@@ -8,7 +8,6 @@
 #include <QFile>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <filesystem>
 #include <iterator>
@@ -59,8 +58,6 @@ const char16_t *const kNoteNames[12][12] = {
     {u"B♭", u"B", u"C", u"D♭", u"D", u"E♭", u"E", u"F", u"F♯", u"G", u"A♭", u"A"},
     {u"B", u"B♯", u"C♯", u"D", u"D♯", u"E", u"E♯", u"F♯", u"F♯♯", u"G♯", u"A", u"A♯"},
 };
-
-std::atomic<double> applicationTuningOffset{0.0};
 
 int wrap12(qint64 n)
 {
@@ -189,7 +186,6 @@ Scale::Settings Scale::currentSettings(const Parameters &parameters)
     settings.temperament = temperament > 0 && temperament < kTemperamentCount ? temperament : 0;
     settings.completenessLevel = std::max(parameters.completeness.index(), 0);
     settings.aFrequency = parameters.aFrequency.value();
-    settings.tuningOffset = tuningOffset();
     settings.transposition = parameters.transposition.writtenMinusSounding();
     if (parameters.temperament.value() == Parameters::scalaTemperamentName()) {
         QString error;
@@ -251,16 +247,6 @@ Scale Scale::current(const Parameters &parameters)
 Scale Scale::current()
 {
     return current(Parameters::shared());
-}
-
-double Scale::tuningOffset()
-{
-    return applicationTuningOffset.load();
-}
-
-void Scale::setTuningOffset(double semitones)
-{
-    applicationTuningOffset.store(semitones);
 }
 
 double Scale::noteNumber(double freqHz, double aFrequency)

@@ -48,16 +48,11 @@ public:
 
     explicit Scale(const Settings &settings);
 
-    // The scale of the current options and the application's tuning offset. Reads the store.
+    // The scale of the current options, with no tuning offset. Reads the store.
     static Scale current(const Parameters &parameters);
     // The same, from the application's option set.
     static Scale current();
     static Settings currentSettings(const Parameters &parameters);
-
-    // The application-wide tuning offset in semitones, 0 at start; the tuning control adds to
-    // it. Any thread.
-    static double tuningOffset();
-    static void setTuningOffset(double semitones);
 
     // Note number of a frequency (freqHz > 0), and back, for a given A frequency in Hz.
     static double noteNumber(double freqHz, double aFrequency);

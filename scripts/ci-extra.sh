@@ -19,7 +19,8 @@ bash scripts/sound-server.sh bash -c '
         "$bench" --benchmark_min_time=0.05
     done'
 # The pitch accuracy table on the generated tones and the instrument renders, with Praat's
-# periodicity pitch beside ours.
+# periodicity pitch beside ours; the real recordings only where the set-up could fetch them
+# (without a network it leaves them out at once, and the table says so in one line).
 bash bench/setup-evaluation.sh
 echo "== pitch evaluation"
 build/release/bench/pitch_evaluation --renders

@@ -197,7 +197,6 @@ void MusicStream::resegment()
     pitchView->data = newPitch;
     goodnessView->data = newGoodness;
     fftView->data = newFFT;
-    Quorval::needsRedisplay = true;
     requestCalculation();
 }
 
@@ -206,17 +205,14 @@ void MusicStream::refresh()
     const std::shared_ptr<PitchStream> current = pitchStream();
     if (!current)
         return;
-    const bool grew = Quorval::dataQueue().sync([&] {
+    Quorval::dataQueue().sync([&] {
         const std::int64_t n = current->segmentsHeld_D();
         if (n < 1)
-            return false;
+            return;
         current->extendRange_D(n);
         if (auto source = Quorval::visibleSegmentSource())
             source->pitchStreamGrew_D();
-        return true;
     });
-    if (grew)
-        Quorval::needsRedisplay = true;
 }
 
 void MusicStream::soundGrew()
@@ -233,7 +229,6 @@ void MusicStream::noteRangeChanged()
     const double bottom = options.lowestNote.value() - extension;
     compositeView->setRange(top, bottom);
     pitchView->setRange(top, bottom);
-    Quorval::needsRedisplay = true;
 }
 
 MusicStream::TimeRange MusicStream::timeRange() const

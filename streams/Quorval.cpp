@@ -3,7 +3,6 @@
 #include "analysis/FFTOC.h"
 #include "options/DeveloperMode.h"
 #include "options/FollowUps.h"
-#include "scale/Scale.h"
 #include "streams/MusicStream.h"
 #include "streams/WorkingFiles.h"
 
@@ -15,7 +14,6 @@
 
 namespace quorval {
 
-std::atomic<bool> Quorval::needsRedisplay{false};
 std::atomic<bool> Quorval::needsRecolor{false};
 std::atomic<bool> Quorval::playing{false};
 std::atomic<bool> Quorval::recording{false};
@@ -206,16 +204,6 @@ void Quorval::setDeveloperMode(bool on)
     ::quorval::setDeveloperMode(on);
 }
 
-double Quorval::tuningOffset()
-{
-    return Scale::tuningOffset();
-}
-
-void Quorval::setTuningOffset(double semitones)
-{
-    Scale::setTuningOffset(semitones);
-}
-
 void Quorval::installOptionFollowUps()
 {
     FollowUpHandlers handlers;
@@ -233,11 +221,9 @@ void Quorval::installOptionFollowUps()
     };
     handlers.recolor = [] {
         needsRecolor = true;
-        needsRedisplay = true;
         redisplay();
     };
-    // Grids are made afresh from the offset at every redraw: asking for one is the refresh.
-    handlers.refreshTuningOffset = [] { needsRedisplay = true; };
+    handlers.redisplay = [] { redisplay(); };
     setFollowUpHandlers(std::move(handlers));
 }
 

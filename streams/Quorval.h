@@ -35,7 +35,9 @@ public:
 //   "copy"     copying sound into the working sound file
 //   "display"  the player's display timer
 //   "realtime" delivery of microphone buffers
-// Synchronous nesting used: main -> data; calc -> crunch -> data.
+// Synchronous waits, each queue waiting only on queues to its right: main -> data, copy,
+// display, realtime; calc -> crunch -> data; copy -> data; realtime -> data. Nothing waits on
+// the main queue.
 class Quorval
 {
 public:
@@ -70,23 +72,14 @@ public:
     static void setRedisplayHandler(std::function<void()> handler);
     static void redisplay();
 
-    // The drawing code's "something changed, redraw" flag: set by the music stream, cleared by
-    // the display when it has redrawn. Any thread.
-    static std::atomic<bool> needsRedisplay;
-
     // The display's colours must be computed afresh (a colouring option changed). Any thread.
     static std::atomic<bool> needsRecolor;
 
     // Installs the work that option changes ask for into the options' follow-up hook: re-cut
-    // and recompute the open sound, recolour and redraw. Main thread, at start-up.
+    // and recompute the open sound, recolour, redraw. Main thread, at start-up.
     static void installOptionFollowUps();
 
     // Application-wide state, any thread.
-    // The tuning offset in semitones, added to the lines of non-equal temperaments: kept by the
-    // scale, which reads it for every grid.
-    [[nodiscard]] static double tuningOffset();
-    static void setTuningOffset(double semitones);
-
     // Developer mode, off at start: kept by the options, which sit below and read it too.
     [[nodiscard]] static bool developerMode();
     static void setDeveloperMode(bool on);

@@ -31,6 +31,7 @@
 #include <map>
 #include <mutex>
 #include <signal.h>
+#include <thread>
 
 using namespace std::chrono_literals;
 
@@ -337,6 +338,53 @@ TEST(SoundServer, silentSourceEndsTheRecordingKeepingWhatCame)
     wav->modified = false;
 }
 
+// Suspends the default source for its lifetime, as `pactl suspend-source` does.
+class SuspendedInput
+{
+public:
+    SuspendedInput() : name(QString::fromLatin1(SoundDevices::defaultInput()->id()))
+    {
+        suspended = QProcess::execute("pactl", {"suspend-source", name, "1"}) == 0;
+    }
+    ~SuspendedInput() { QProcess::execute("pactl", {"suspend-source", name, "0"}); }
+    SuspendedInput(const SuspendedInput &) = delete;
+    SuspendedInput &operator=(const SuspendedInput &) = delete;
+    const QString name;
+    bool suspended = false;
+};
+
+// An input that delivers nothing from the start is refused in bounded time, and the recorder
+// records again once it delivers.
+TEST(SoundServer, suspendedSourceRefusesToStartAndTheRecorderRecordsOnceItResumes)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    const QString description = SoundDevices::defaultInput()->description();
+    MessageCatcher messages;
+    Recorder recorder;
+    {
+        const SuspendedInput suspended;
+        ASSERT_TRUE(suspended.suspended);
+        auto wav = WavStream::createForRecording(1, 2, Recorder::sampleRate);
+        ASSERT_NE(wav, nullptr);
+        // Started on a thread of its own so that a start that never returns fails the test
+        // rather than hanging it; the source resumed on the way out lets it return.
+        const auto outcome = std::make_shared<std::atomic<int>>(-1);
+        std::thread([&recorder, wav, outcome] { *outcome = recorder.start(wav) ? 1 : 0; }).detach();
+        ASSERT_TRUE(test::waitUntil([&] { return outcome->load() >= 0; },
+                                    static_cast<int>(Recorder::kStartSeconds * 1000) + 10000));
+        EXPECT_EQ(outcome->load(), 0);
+        EXPECT_FALSE(recorder.isRecording());
+        EXPECT_FALSE(Quorval::recording);
+        EXPECT_EQ(messages.all(), QStringList{Recorder::silentInputMessage(description)});
+    }
+    auto wav = WavStream::createForRecording(1, 2, Recorder::sampleRate);
+    ASSERT_NE(wav, nullptr);
+    ASSERT_TRUE(recorder.start(wav));
+    EXPECT_TRUE(test::waitUntil([&] { return recorder.framesAppended() > 4410; }));
+    recorder.stop();
+    wav->modified = false;
+}
+
 TEST(SoundServer, toolWithoutAServerSaysSoAndExits)
 {
     QTemporaryDir dir;
@@ -427,6 +475,21 @@ TEST(SoundServer, toolRecordingReplacesAFileOnlyWithSound)
     const test::ChildResult none = test::runChild(kCli, {"record", fresh, "--seconds", "1e-300"});
     EXPECT_EQ(none.exitCode, 1) << none.errorText.toStdString();
     EXPECT_FALSE(QFileInfo::exists(fresh));
+
+    // An input that delivers nothing ends the tool in bounded time, with why.
+    {
+        const SuspendedInput suspended;
+        ASSERT_TRUE(suspended.suspended);
+        for (const QString &file : {lesson, fresh}) {
+            const test::ChildResult silent = test::runChild(kCli, {"record", file}, {}, 20000);
+            EXPECT_FALSE(silent.crashed) << silent.errorText.toStdString();
+            EXPECT_EQ(silent.exitCode, 1) << silent.errorText.toStdString();
+            EXPECT_TRUE(silent.errorText.contains("No sound comes from the input"))
+                << silent.errorText.toStdString();
+        }
+    }
+    EXPECT_EQ(contents(), own);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), alone);
 
     const test::ChildResult taken = test::runChild(kCli, {"record", lesson, "--seconds", "0.5"});
     EXPECT_EQ(taken.exitCode, 0) << taken.errorText.toStdString();

@@ -6,6 +6,9 @@
 #include "options/StringParameter.h"
 #include "options/tests/support/OptionsTestStore.h"
 
+#include <string>
+#include <utility>
+
 namespace quorval {
 namespace {
 
@@ -72,50 +75,68 @@ TEST_F(ParameterTest, valuesComeFromTheStoreEachTime)
     EXPECT_FALSE(OptionStore::text(d.name));
 }
 
-TEST_F(ParameterTest, onlyRealChangesAskForFollowUps)
+TEST_F(ParameterTest, everyFlagAsksForItsFollowUpOnARealChangeOfEveryKind)
 {
-    DoubleParameter both(QStringLiteral("Test both"), 0.5, DoubleParameter::Range{0.1, 0.9},
-                         {.resegment = true, .recompute = true});
-    IntParameter peaks(QStringLiteral("Test peaks"), 2, IntParameter::Range{1, 4},
-                       {.recompute = true});
-    BooleanParameter colour(QStringLiteral("Test colour"), false, {.recolor = true});
-    ChoiceParameter choice(QStringLiteral("Test choice"),
-                           {QStringLiteral("x"), QStringLiteral("y")}, std::nullopt, std::nullopt,
-                           {.recompute = true, .recolor = true});
-
-    EXPECT_TRUE(both.setValue(0.7));
-    EXPECT_EQ(followUpCounts(), (FollowUpCounts{1, 1, 0, 0}));
-    // Same value, and a value that stores as the same text: nothing.
-    EXPECT_TRUE(both.setValue(0.7));
-    EXPECT_TRUE(both.setValue(0.700001));
-    EXPECT_FALSE(both.setValue(0.95));
-    EXPECT_EQ(followUpCounts(), (FollowUpCounts{1, 1, 0, 0}));
-
-    EXPECT_TRUE(peaks.setValue(2));
-    EXPECT_TRUE(colour.setValue(false));
-    EXPECT_TRUE(choice.setValue(QStringLiteral("x")));
-    EXPECT_EQ(followUpCounts(), (FollowUpCounts{1, 1, 0, 0}));
-    EXPECT_FALSE(OptionStore::text(peaks.name));
-
-    EXPECT_TRUE(peaks.setValue(4));
-    EXPECT_TRUE(colour.setValue(true));
-    EXPECT_TRUE(choice.setValue(QStringLiteral("y")));
-    // Without a temperament option the tuning offset is never refreshed.
-    EXPECT_EQ(followUpCounts(), (FollowUpCounts{1, 3, 2, 0}));
+    struct Case
+    {
+        const char *flagName;
+        bool ParameterFlags::*flag;
+        int FollowUpCounts::*count;
+    };
+    const Case cases[] = {
+        {"resegment", &ParameterFlags::resegment, &FollowUpCounts::resegment},
+        {"recompute", &ParameterFlags::recompute, &FollowUpCounts::recompute},
+        {"recolor", &ParameterFlags::recolor, &FollowUpCounts::recolor},
+        {"redisplay", &ParameterFlags::redisplay, &FollowUpCounts::redisplay},
+    };
+    for (const auto &[flagName, flag, count] : cases) {
+        ParameterFlags given;
+        given.*flag = true;
+        FollowUpCounts once;
+        once.*count = 1;
+        BooleanParameter onOff(QStringLiteral("Test on/off"), false, given);
+        DoubleParameter number(QStringLiteral("Test number"), 0.5, std::nullopt, given);
+        ChoiceParameter choice(QStringLiteral("Test choice"),
+                               {QStringLiteral("x"), QStringLiteral("y")}, std::nullopt,
+                               std::nullopt, given);
+        const std::pair<Parameter *, const char *> changes[] = {
+            {&onOff, "true"}, {&number, "0.7"}, {&choice, "y"}};
+        for (const auto &[p, text] : changes) {
+            SCOPED_TRACE(p->name.toStdString() + " with " + flagName);
+            clearTestStore();
+            resetFollowUpCounts();
+            // The value in force already, and text that is refused: nothing to do.
+            EXPECT_TRUE(p->setFromText(p->valueText()));
+            EXPECT_FALSE(p->setFromText(QStringLiteral("zz")));
+            EXPECT_EQ(followUpCounts(), FollowUpCounts{});
+            EXPECT_TRUE(p->setFromText(QString::fromLatin1(text)));
+            EXPECT_TRUE(p->setFromText(QString::fromLatin1(text)));
+            EXPECT_EQ(followUpCounts(), once);
+        }
+    }
+    // A number that stores as the text already there is no change either.
+    resetFollowUpCounts();
+    DoubleParameter number(QStringLiteral("Test number"), 0.5, std::nullopt, {.recompute = true});
+    EXPECT_TRUE(number.setValue(0.500001));
+    EXPECT_EQ(followUpCounts(), FollowUpCounts{});
 }
 
 TEST_F(ParameterTest, installedHandlersReceiveTheRequests)
 {
     int resegments = 0;
-    int recomputes = 0;
-    setFollowUpHandlers({[&] { ++resegments; }, [&] { ++recomputes; }, nullptr, nullptr});
-    DoubleParameter p(QStringLiteral("Test lowest"), 55.0, std::nullopt, {.resegment = true});
+    int redisplays = 0;
+    FollowUpHandlers handlers;
+    handlers.resegment = [&] { ++resegments; };
+    handlers.redisplay = [&] { ++redisplays; };
+    setFollowUpHandlers(handlers);
+    DoubleParameter p(QStringLiteral("Test lowest"), 55.0, std::nullopt,
+                      {.resegment = true, .redisplay = true});
     EXPECT_TRUE(p.setValue(48.0));
     setFollowUpHandlers({});
     EXPECT_TRUE(p.setValue(36.0));
     EXPECT_EQ(resegments, 1);
-    EXPECT_EQ(recomputes, 0);
-    EXPECT_EQ(followUpCounts().resegment, 2);
+    EXPECT_EQ(redisplays, 1);
+    EXPECT_EQ(followUpCounts(), (FollowUpCounts{.resegment = 2, .redisplay = 2}));
 }
 
 TEST_F(ParameterTest, choicesAreFoundInEitherSpelling)

@@ -112,7 +112,7 @@ TEST_F(OptionsMenuTest, optionsWrittenAndReadBackThroughAFile)
 
     menu->defaultsAction()->trigger();
     EXPECT_EQ(parameters.aFrequency.value(), 440.0);
-    EXPECT_FALSE(parameters.key.isMinor());
+    EXPECT_EQ(parameters.key.choices(), Parameters::majorKeyNames());
 
     menu->optionsAction()->trigger();
     ParmViewController &dialog = menu->dialog();
@@ -122,7 +122,7 @@ TEST_F(OptionsMenuTest, optionsWrittenAndReadBackThroughAFile)
     menu->readOptionsAction()->trigger();
     EXPECT_EQ(readFolders, QStringList{QString()});
     EXPECT_EQ(parameters.exportOptions(), written);
-    EXPECT_TRUE(parameters.key.isMinor());
+    EXPECT_EQ(parameters.key.choices(), Parameters::minorKeyNames());
     // The open dialog shows what was read.
     EXPECT_EQ(qobject_cast<QLineEdit *>(dialog.control(QStringLiteral("A Frequency")))->text(),
               QStringLiteral("442.0000"));

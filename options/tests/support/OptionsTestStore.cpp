@@ -1,5 +1,7 @@
 #include "options/tests/support/OptionsTestStore.h"
 
+#include "options/OptionStore.h"
+
 #include <QSettings>
 #include <QTemporaryDir>
 
@@ -29,6 +31,7 @@ void clearTestStore()
     QSettings settings(QStringLiteral("Quorval"), QStringLiteral("Quorval"));
     settings.clear();
     settings.sync();
+    OptionStore::reload();
 }
 
 int runTestsInPrivateStore(int &argc, char **argv, const ApplicationMaker &makeApplication)
@@ -47,6 +50,7 @@ int runTestsInPrivateStore(int &argc, char **argv, const ApplicationMaker &makeA
     QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope,
                        root.filePath(QStringLiteral("system")));
     storeRoot() = root.path();
+    OptionStore::reload();
 
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
