@@ -165,15 +165,19 @@ int Tool::tone(const CommandLine &line)
         return kBadUsage;
     }
     const Scale scale = Scale::current();
-    const double frequency = scale.frequency(scale.gridPitch(*note));
+    // The note is named as the instrument's part writes it.
+    const qint64 sounding = scale.soundingNote(*note);
+    const double frequency = scale.frequency(scale.soundingPitch(sounding));
     const double seconds = line.seconds.value_or(3.0);
+    // Said first, so that a musician without a sound output still learns the pitch.
+    std::fprintf(stderr, "%s (sounding note %lld): %.3f Hz\n",
+                 scale.noteNameWithOctave(sounding).toUtf8().constData(),
+                 static_cast<long long>(sounding), frequency);
     auto output = ReferenceTone::make();
     if (!output) {
         complain(QStringLiteral("there is no sound output"));
         return kFailed;
     }
-    std::fprintf(stderr, "%s (note %d): %.3f Hz\n", scale.noteName(*note).toUtf8().constData(),
-                 *note, frequency);
     const Interruption::Listening listening;
     output->start(frequency);
     // Counted in seconds, so that any length given (1e15 too) plays until interrupted.

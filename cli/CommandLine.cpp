@@ -1,5 +1,10 @@
 #include "cli/CommandLine.h"
 
+#include "options/Parameters.h"
+
+#include <QFileInfo>
+
+#include <algorithm>
 #include <cmath>
 
 namespace quorval {
@@ -35,6 +40,7 @@ const char *CommandLine::usage()
            "                   nearest grid line (cents, 0 for none)\n"
            "  deviations FILE  the deviation statistics of the stretch (whole sound by default)\n"
            "  notes FILE       the intonation of each note and of each scale degree\n"
+           "  key FILE         the key and mode the notes suggest, then how sure that is (0 to 1)\n"
            "  info FILE        the sound file's description\n"
            "  render FILE -o OUT.png\n"
            "                   draws the trace with its keyboard and ruler into a PNG (or SVG);\n"
@@ -42,13 +48,14 @@ const char *CommandLine::usage()
            "  record FILE.wav  records the input (\"Input device\") into FILE.wav until Ctrl-C\n"
            "  devices          lists the sound server's inputs and outputs (* the defaults)\n"
            "  tone NOTE        plays the scale's grid pitch of NOTE (A4, F#3, Bb2 or a note\n"
-           "                   number) in the key, temperament and A frequency in force\n"
+           "                   number, written for the \"Transposition\") in the key, temperament\n"
+           "                   and A frequency in force\n"
            "  play FILE        plays the sound (the stretch of --from/--to) to the end\n"
            "  options --write FILE.plist\n"
            "                   writes the options in force to an options file\n"
            "\n"
            "Options:\n"
-           "  --from S, --to S     the stretch in seconds (deviations, notes, render, play)\n"
+           "  --from S, --to S     the stretch in seconds (deviations, notes, key, render, play)\n"
            "  -o, --output FILE    the picture to write (render)\n"
            "  --view V             composite, rms, amplitude, pitch, quality or spectrum\n"
            "                       (render; default: the \"View type\" option)\n"
@@ -59,6 +66,9 @@ const char *CommandLine::usage()
            "  --loop               play: again and again until Ctrl-C\n"
            "  --speed F            play: 0.5 or 0.75 for slower at the same pitch (1)\n"
            "  --csv, --json        table formats with headers (pitches, notes)\n"
+           "  --scala FILE.scl     the tuning of a scale file in the Scala archive's format\n"
+           "                       in place of the temperament (every command)\n"
+           "  --kbm FILE.kbm       with --scala: a keyboard mapping for it\n"
            "  --set \"Label=value\"  sets an option for this run (repeatable)\n"
            "  --options FILE.plist imports an options file for this run\n"
            "  --use-settings       reads and writes the user's own option store\n"
@@ -75,6 +85,7 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
     line.jobs = std::max(1, defaultJobs);
     QStringList positional;
     bool writeOptions = false;
+    std::optional<QString> mapping;
     for (qsizetype k = 0; k < arguments.size(); ++k) {
         const QString &argument = arguments[k];
         auto value = [&]() -> std::optional<QString> {
@@ -109,6 +120,21 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
             if (!text)
                 return std::nullopt;
             line.optionSteps.push_back({argument == QLatin1String("--options"), *text});
+        } else if (argument == QLatin1String("--scala") || argument == QLatin1String("--kbm")) {
+            const auto text = value();
+            if (!text)
+                return std::nullopt;
+            // The store keeps the path for later runs and the window: make it whole.
+            const QString path = QFileInfo(*text).absoluteFilePath();
+            if (argument == QLatin1String("--kbm")) {
+                mapping = path;
+            } else {
+                line.optionSteps.push_back({false, QStringLiteral("Scala file=") + path});
+                // A mapping chosen before belongs to another scale.
+                line.optionSteps.push_back({false, QStringLiteral("Keyboard mapping file=")});
+                line.optionSteps.push_back(
+                    {false, QStringLiteral("Temperament=") + Parameters::scalaTemperamentName()});
+            }
         } else if (argument == QLatin1String("--speed")) {
             const auto text = value();
             if (!text)
@@ -199,6 +225,17 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
             positional.push_back(argument);
         }
     }
+    if (mapping) {
+        const bool withScale = std::any_of(
+            line.optionSteps.begin(), line.optionSteps.end(), [](const OptionStep &step) {
+                return step.text.startsWith(QLatin1String("Scala file="));
+            });
+        if (!withScale) {
+            error = QStringLiteral("--kbm maps the keys of a scale: give --scala FILE.scl too");
+            return std::nullopt;
+        }
+        line.optionSteps.push_back({false, QStringLiteral("Keyboard mapping file=") + *mapping});
+    }
     if (positional.size() == 1 && positional[0] == QLatin1String("devices")) {
         line.command = Command::devices;
         if (!line.device.isEmpty()) {
@@ -220,6 +257,8 @@ std::optional<CommandLine> CommandLine::parse(const QStringList &arguments, int 
         line.command = Command::deviations;
     else if (command == QLatin1String("notes"))
         line.command = Command::notes;
+    else if (command == QLatin1String("key"))
+        line.command = Command::key;
     else if (command == QLatin1String("info"))
         line.command = Command::info;
     else if (command == QLatin1String("render"))

@@ -18,6 +18,7 @@ struct CommandLine
         deviations,
         info,
         notes,
+        key,
         options,
         render,
         record,

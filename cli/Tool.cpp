@@ -115,6 +115,19 @@ bool Tool::applyOptions(const CommandLine &line)
     return true;
 }
 
+bool Tool::tuningReads()
+{
+    const Parameters &parameters = Parameters::shared();
+    if (parameters.temperament.value() != Parameters::scalaTemperamentName())
+        return true;
+    QString error;
+    if (Scale::tuningFromFiles(parameters.scalaFile.value(), parameters.keyboardMappingFile.value(),
+                               error))
+        return true;
+    complain(error);
+    return false;
+}
+
 int Tool::run(const CommandLine &line)
 {
     if (line.command == CommandLine::Command::help) {
@@ -136,6 +149,13 @@ int Tool::run(const CommandLine &line)
     }
     if (!applyOptions(line))
         return kBadUsage;
+    using Command = CommandLine::Command;
+    const bool usesScale = line.command == Command::pitches ||
+                           line.command == Command::deviations || line.command == Command::notes ||
+                           line.command == Command::key || line.command == Command::render ||
+                           line.command == Command::tone;
+    if (usesScale && !tuningReads())
+        return kFailed;
     int status = kOk;
     switch (line.command) {
     case CommandLine::Command::pitches:
@@ -146,6 +166,9 @@ int Tool::run(const CommandLine &line)
         break;
     case CommandLine::Command::notes:
         status = notes(line);
+        break;
+    case CommandLine::Command::key:
+        status = key(line);
         break;
     case CommandLine::Command::info:
         status = info(line);
@@ -218,6 +241,47 @@ std::shared_ptr<MusicStream> Tool::openAndAnalyse(const CommandLine &line)
         std::fprintf(stderr, "\r\033[K");
     soundChanged = wav->changedWhileCopying;
     return music;
+}
+
+std::optional<Tool::Stretch> Tool::openStretch(const CommandLine &line, int &status)
+{
+    Stretch opened;
+    opened.music = openAndAnalyse(line);
+    status = kFailed;
+    if (!opened.music)
+        return std::nullopt;
+    const auto stretch = stretchOf(line, opened.music->timeRange());
+    status = kBadUsage;
+    if (!stretch)
+        return std::nullopt;
+    status = kOk;
+    opened.t0 = stretch->first;
+    opened.t1 = stretch->second;
+    return opened;
+}
+
+int Tool::key(const CommandLine &line)
+{
+    int status = kOk;
+    const std::optional<Stretch> stretch = openStretch(line, status);
+    if (!stretch)
+        return status;
+    const std::atomic<bool> canceled{false};
+    const std::optional<KeyGuess::Result> guess =
+        NoteReport::guessKey(*stretch->music, stretch->t0, stretch->t1, canceled);
+    if (!guess) {
+        complain(line.file + QStringLiteral(": no notes to guess a key from"));
+        return kFailed;
+    }
+    const Scale scale = Scale::current();
+    const auto named = [&scale](const KeyGuess::Key &key) {
+        return scale.keyAndMode(key.tonicPitchClass, key.minor).toStdString();
+    };
+    std::string text = named(guess->best);
+    appendf(text, ", confidence %.2f (next: %s)\n", guess->confidence,
+            named(guess->runnerUp).c_str());
+    print(text);
+    return kOk;
 }
 
 int Tool::info(const CommandLine &line)
@@ -306,15 +370,13 @@ std::optional<std::pair<double, double>> Tool::stretchOf(const CommandLine &line
 
 int Tool::deviations(const CommandLine &line)
 {
-    const std::shared_ptr<MusicStream> music = openAndAnalyse(line);
-    if (!music)
-        return kFailed;
-    const auto stretch = stretchOf(line, music->timeRange());
+    int status = kOk;
+    const std::optional<Stretch> stretch = openStretch(line, status);
     if (!stretch)
-        return kBadUsage;
+        return status;
     const std::atomic<bool> canceled{false};
     const std::optional<Deviations::Results> results =
-        Deviations::compute(*music, stretch->first, stretch->second, canceled);
+        Deviations::compute(*stretch->music, stretch->t0, stretch->t1, canceled);
     QUORVAL_CHECK(results.has_value());
     print(Deviations::report(*results) + "\n");
     return kOk;
@@ -322,15 +384,13 @@ int Tool::deviations(const CommandLine &line)
 
 int Tool::notes(const CommandLine &line)
 {
-    const std::shared_ptr<MusicStream> music = openAndAnalyse(line);
-    if (!music)
-        return kFailed;
-    const auto stretch = stretchOf(line, music->timeRange());
+    int status = kOk;
+    const std::optional<Stretch> stretch = openStretch(line, status);
     if (!stretch)
-        return kBadUsage;
+        return status;
     const std::atomic<bool> canceled{false};
     const std::optional<NoteReport> report =
-        NoteReport::compute(*music, stretch->first, stretch->second, canceled);
+        NoteReport::compute(*stretch->music, stretch->t0, stretch->t1, canceled);
     QUORVAL_CHECK(report.has_value());
     if (line.format == CommandLine::Format::text) {
         print(report->text());

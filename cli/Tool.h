@@ -43,6 +43,9 @@ public:
 
 private:
     bool applyOptions(const CommandLine &line);
+    // False after a message naming the file and line at fault when the temperament in force is
+    // a scale file that cannot be read.
+    static bool tuningReads();
     // The sound of line.file with every segment analysed, or null after a message.
     std::shared_ptr<MusicStream> openAndAnalyse(const CommandLine &line);
     // The sound file, or null after a message naming it.
@@ -52,9 +55,19 @@ private:
     // or is empty.
     static std::optional<std::pair<double, double>> stretchOf(const CommandLine &line,
                                                               const MusicStream::TimeRange &whole);
+    // The analysed sound of line.file and line's stretch in seconds; nothing after a message,
+    // with status set to the exit status.
+    struct Stretch
+    {
+        std::shared_ptr<MusicStream> music;
+        double t0 = 0.0;
+        double t1 = 0.0;
+    };
+    std::optional<Stretch> openStretch(const CommandLine &line, int &status);
     int pitches(const CommandLine &line);
     int deviations(const CommandLine &line);
     int notes(const CommandLine &line);
+    int key(const CommandLine &line);
     int info(const CommandLine &line);
     int options(const CommandLine &line);
     // Draws the trace of line's stretch into line.outputPath (cli/Render.cpp).

@@ -42,10 +42,15 @@ const QStringList &Parameters::minorKeyNames()
 
 const QStringList &Parameters::temperamentNames()
 {
-    static const QStringList names =
-        strings({u"Equal", u"Just", u"Pythagorean", u"Salinas", u"Mean Tone", u"Silberman",
-                 u"Lehman", u"Kirnberger", u"Vallotti", u"Werckmeister", u"Bagpipes"});
+    static const QStringList names = strings(
+        {u"Equal", u"Just", u"Pythagorean", u"Salinas", u"Mean Tone", u"Silberman", u"Lehman",
+         u"Kirnberger", u"Vallotti", u"Werckmeister", u"Bagpipes", u"Scala file..."});
     return names;
+}
+
+QString Parameters::scalaTemperamentName()
+{
+    return temperamentNames().back();
 }
 
 const QStringList &Parameters::shortTemperamentNames()
@@ -114,6 +119,28 @@ void Parameters::TemperamentParameter::updateChoices(bool developerMode)
         }
     }
     setChoices(temperamentNames(), std::nullopt);
+}
+
+Parameters::TranspositionParameter::TranspositionParameter()
+    : ChoiceParameter(QStringLiteral("Transposition"),
+                      strings({u"Concert pitch", u"B\u266D", u"E\u266D", u"F", u"A", u"G", u"D",
+                               u"Octave up", u"Octave down"}),
+                      std::nullopt, std::nullopt, {.recolor = true})
+{
+}
+
+bool Parameters::TranspositionParameter::setFromText(const QString &text)
+{
+    // Only a short name is a key's: "Concert pitch" keeps its letters.
+    return ChoiceParameter::setFromText(text.trimmed().size() <= 2 ? withAccidentalSigns(text)
+                                                                   : text);
+}
+
+int Parameters::TranspositionParameter::writtenMinusSounding() const
+{
+    static constexpr int kSemitones[] = {0, 2, 9, 7, 3, 5, -2, -12, 12};
+    const int i = index();
+    return i >= 0 && i < int(std::size(kSemitones)) ? kSemitones[i] : 0;
 }
 
 // The lowest note re-cuts the segments (their length follows it); the highest only recomputes.
@@ -195,6 +222,8 @@ Parameters::Parameters()
       lowestNote(NoteLimitParameter::End::lowest), highestNote(NoteLimitParameter::End::highest),
       scaleExtension(QStringLiteral("Scale extension"), 2.0, Range{0.0, 12.0},
                      {.recompute = true, .debug = true}),
+      scalaFile(QStringLiteral("Scala file")),
+      keyboardMappingFile(QStringLiteral("Keyboard mapping file")),
       viewType(QStringLiteral("View type"),
                strings({u"Composite", u"RMS Amplitude", u"Amplitude", u"Pitch", u"Quality",
                         u"Spectrum"}),
@@ -243,8 +272,8 @@ Parameters::Parameters()
 
     allPages_ = {
         {QStringLiteral("ScaleTab"),
-         {&key, &minor, &temperament, &completeness, &aFrequency, &lowestNote, &highestNote,
-          &scaleExtension}},
+         {&key, &minor, &temperament, &scalaFile, &keyboardMappingFile, &transposition,
+          &completeness, &aFrequency, &lowestNote, &highestNote, &scaleExtension}},
         {QStringLiteral("ViewTab"),
          {&viewType, &traceHeight, &automaticGainControl, &tuning, &showNoteNamesOnGrid,
           &labelPianoKeys, &preferredDisplayLength, &qualityThreshold, &volumeThreshold,

@@ -68,6 +68,20 @@ public:
         void updateChoices(bool developerMode);
     };
 
+    // "Transposition": notes, keys and degrees are named in the written pitch of a transposing
+    // instrument (a B♭ clarinet's written D sounds C); the analysis is unchanged.
+    class TranspositionParameter : public ChoiceParameter
+    {
+    public:
+        TranspositionParameter();
+        // Takes ASCII accidentals too: "Bb" sets "B♭".
+        bool setFromText(const QString &text) override;
+        // Semitones from sounding to written pitch: B♭ +2, E♭ +9, F +7, A +3, G +5, D -2,
+        // "Octave up" (sounds an octave above the written note) -12, "Octave down" +12;
+        // 0 for concert pitch or a stored text that is no choice.
+        int writtenMinusSounding() const;
+    };
+
     // "Lowest Note" and "Highest Note": each within kLowestNote..kHighestNote and accepted only
     // strictly on its own side of the other (compared as stored, four decimals).
     class NoteLimitParameter : public DoubleParameter
@@ -148,6 +162,9 @@ public:
     static const QStringList &minorKeyNames();
     static const QStringList &temperamentNames();
     static const QStringList &shortTemperamentNames();
+    // The last "Temperament" choice, "Scala file...": the tuning of "Scala file" and
+    // "Keyboard mapping file" takes the temperament's place.
+    static QString scalaTemperamentName();
 
     // Page "Scale".
     KeyParameter key;
@@ -158,6 +175,9 @@ public:
     LowestNoteParameter lowestNote;
     HighestNoteParameter highestNote;
     DoubleParameter scaleExtension;
+    StringParameter scalaFile;           // path of a .scl file
+    StringParameter keyboardMappingFile; // path of a .kbm file, empty for none
+    TranspositionParameter transposition;
     // Page "View".
     ChoiceParameter viewType;
     DoubleParameter traceHeight;

@@ -3,9 +3,16 @@
 #include "analysis/Check.h"
 #include "options/NoteNames.h"
 #include "options/Parameters.h"
+#include "scale/ScalaTuning.h"
+
+#include <QFile>
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
+#include <iterator>
+#include <mutex>
+#include <optional>
 
 namespace quorval {
 
@@ -58,7 +65,28 @@ int wrap12(qint64 n)
     return int(r < 0 ? r + 12 : r);
 }
 
+// Note numbers the lines of a loaded tuning cover: the note range's ends and two octaves more.
+constexpr double kLowestGridPitch = -24.0;
+constexpr double kHighestGridPitch = 151.0;
+
 } // namespace
+
+struct Scale::TuningGrid
+{
+    qint64 firstKey = 0;
+    std::vector<double> pitch; // by key from firstKey; NaN for a key left out
+    std::vector<int> degree;   // by key: the degree within the period, -1 for a key left out
+    // The shown lines, lowest pitch first.
+    std::vector<std::pair<double, qint64>> shown;
+
+    std::optional<std::size_t> at(qint64 key) const
+    {
+        if (key < firstKey || key - firstKey >= qint64(pitch.size()))
+            return std::nullopt;
+        const auto i = std::size_t(key - firstKey);
+        return std::isnan(pitch[i]) ? std::nullopt : std::optional(i);
+    }
+};
 
 Scale::Scale(const Settings &settings) : settings_(settings)
 {
@@ -80,6 +108,69 @@ Scale::Scale(const Settings &settings) : settings_(settings)
     // A minor key holds the notes of the major key three semitones up, whose row spells them
     // with the accidentals of the minor key's name (G♯ minor as in B major, not A♭).
     nameRow_ = settings.minor ? (settings.keyPitchClass + 3) % 12 : settings.keyPitchClass;
+    if (settings.tuning)
+        grid_ = makeGrid();
+}
+
+std::shared_ptr<const Scale::TuningGrid> Scale::makeGrid() const
+{
+    const ScalaTuning &tuning = *settings_.tuning;
+    const int size = tuning.size();
+    ScalaTuning::Mapping mapping;
+    double referencePitch = 0.0;
+    if (tuning.mapping) {
+        mapping = *tuning.mapping;
+        referencePitch = noteNumber(mapping.referenceFreqHz);
+    } else {
+        // The 1/1 on the tonic nearest above middle C, and successive keys on successive
+        // degrees as far as the grid reaches.
+        mapping.middleKey = 60 + settings_.keyPitchClass;
+        mapping.referenceKey = mapping.middleKey;
+        referencePitch = mapping.middleKey;
+        const double period = tuning.periodCents() / 100.0;
+        const auto periodsBelow = qint64(std::ceil((referencePitch - kLowestGridPitch) / period));
+        const auto periodsAbove = qint64(std::ceil((kHighestGridPitch - referencePitch) / period));
+        mapping.firstKey = int(mapping.middleKey - (periodsBelow + 1) * size);
+        mapping.lastKey = int(mapping.middleKey + (periodsAbove + 1) * size);
+    }
+    const std::optional<long long> referenceDegree = mapping.degreeOfKey(mapping.referenceKey);
+    QUORVAL_CHECK(referenceDegree.has_value());
+    const double referenceCents = tuning.degreeCents(*referenceDegree);
+
+    auto grid = std::make_shared<TuningGrid>();
+    grid->firstKey = mapping.firstKey;
+    for (qint64 key = mapping.firstKey; key <= mapping.lastKey; ++key) {
+        const std::optional<long long> degree = mapping.degreeOfKey(int(key));
+        if (!degree) {
+            grid->pitch.push_back(std::nan(""));
+            grid->degree.push_back(-1);
+            continue;
+        }
+        grid->pitch.push_back(referencePitch + settings_.tuningOffset +
+                              (tuning.degreeCents(*degree) - referenceCents) / 100.0);
+        grid->degree.push_back(int(((*degree % size) + size) % size));
+    }
+    for (std::size_t i = 0; i < grid->pitch.size(); ++i) {
+        const qint64 key = grid->firstKey + qint64(i);
+        if (!std::isnan(grid->pitch[i]) &&
+            tuningRank(grid->degree[i]) <= kLowestRank - settings_.completenessLevel)
+            grid->shown.emplace_back(grid->pitch[i], key);
+    }
+    // Completeness may hide every degree a sparse mapping plays; then all of them are lines.
+    if (grid->shown.empty())
+        for (std::size_t i = 0; i < grid->pitch.size(); ++i)
+            if (!std::isnan(grid->pitch[i]))
+                grid->shown.emplace_back(grid->pitch[i], grid->firstKey + qint64(i));
+    QUORVAL_CHECK(!grid->shown.empty());
+    std::sort(grid->shown.begin(), grid->shown.end());
+    return grid;
+}
+
+qint64 Scale::tuningRank(int degree) const
+{
+    if (settings_.tuning->size() == 12)
+        return rank_[std::size_t(degree)];
+    return degree == 0 ? 0 : 2;
 }
 
 Scale::Settings Scale::currentSettings(const Parameters &parameters)
@@ -89,11 +180,63 @@ Scale::Settings Scale::currentSettings(const Parameters &parameters)
     if (key.index >= 0)
         settings.keyPitchClass = keyPitchClass(Parameters::majorKeyNames().at(key.index));
     settings.minor = key.minor;
-    // An unknown stored choice falls back on the first entry.
-    settings.temperament = std::max(parameters.temperament.index(), 0);
+    // An unknown stored choice falls back on the first entry, as does the choice of a scale file
+    // (its tuning takes the temperament's place).
+    const int temperament = parameters.temperament.index();
+    settings.temperament = temperament > 0 && temperament < kTemperamentCount ? temperament : 0;
     settings.completenessLevel = std::max(parameters.completeness.index(), 0);
     settings.aFrequency = parameters.aFrequency.value();
+    settings.transposition = parameters.transposition.writtenMinusSounding();
+    if (parameters.temperament.value() == Parameters::scalaTemperamentName()) {
+        QString error;
+        // A file that went bad since it was chosen leaves equal temperament; the command that
+        // reads it says why.
+        settings.tuning = tuningFromFiles(parameters.scalaFile.value(),
+                                          parameters.keyboardMappingFile.value(), error);
+    }
     return settings;
+}
+
+std::shared_ptr<const ScalaTuning>
+Scale::tuningFromFiles(const QString &scalePath, const QString &mappingPath, QString &error)
+{
+    // Every redraw asks: the files are read again only when a path or a modification time
+    // changes.
+    struct Read
+    {
+        std::string scalePath;
+        std::string mappingPath;
+        std::filesystem::file_time_type scaleTime;
+        std::filesystem::file_time_type mappingTime;
+        std::shared_ptr<const ScalaTuning> tuning;
+        std::string error;
+    };
+    static std::mutex mutex;
+    static Read last;
+    const auto timeOf = [](const std::string &path) {
+        std::error_code ignored;
+        return path.empty() ? std::filesystem::file_time_type()
+                            : std::filesystem::last_write_time(path, ignored);
+    };
+    Read wanted;
+    wanted.scalePath = QFile::encodeName(scalePath).toStdString();
+    wanted.mappingPath = QFile::encodeName(mappingPath).toStdString();
+    wanted.scaleTime = timeOf(wanted.scalePath);
+    wanted.mappingTime = timeOf(wanted.mappingPath);
+    const std::lock_guard lock(mutex);
+    if ((!last.tuning && last.error.empty()) || wanted.scalePath != last.scalePath ||
+        wanted.mappingPath != last.mappingPath || wanted.scaleTime != last.scaleTime ||
+        wanted.mappingTime != last.mappingTime) {
+        if (wanted.scalePath.empty()) {
+            wanted.error = "no scale file is chosen";
+        } else if (std::optional<ScalaTuning> tuning =
+                       ScalaTuning::readFiles(wanted.scalePath, wanted.mappingPath, wanted.error)) {
+            wanted.tuning = std::make_shared<const ScalaTuning>(std::move(*tuning));
+        }
+        last = std::move(wanted);
+    }
+    error = QString::fromStdString(last.error);
+    return last.tuning;
 }
 
 Scale Scale::current(const Parameters &parameters)
@@ -143,30 +286,76 @@ QString Scale::noteNameInKey(int keyPitchClass, int semitones)
     return QString::fromUtf16(kNoteNames[keyPitchClass][semitones]);
 }
 
+QString Scale::keyName(int pitchClass, bool minor) const
+{
+    QUORVAL_CHECK(pitchClass >= 0 && pitchClass < 12);
+    const int written = wrap12(pitchClass + settings_.transposition);
+    for (const QString &name : minor ? Parameters::minorKeyNames() : Parameters::majorKeyNames())
+        if (keyPitchClass(name) == written)
+            return name;
+    QUORVAL_CHECK(false);
+    return {};
+}
+
+QString Scale::keyAndMode(int pitchClass, bool minor) const
+{
+    return keyName(pitchClass, minor) +
+           (minor ? QStringLiteral(" minor") : QStringLiteral(" major"));
+}
+
+int Scale::degreeCount() const
+{
+    return grid_ ? settings_.tuning->size() : 12;
+}
+
 int Scale::degree(qint64 n) const
 {
+    if (grid_) {
+        const auto i = grid_->at(n);
+        return i ? grid_->degree[*i] : 0;
+    }
     return wrap12(n - settings_.keyPitchClass);
 }
 
 qint64 Scale::rank(qint64 n) const
 {
+    if (grid_)
+        return grid_->at(n) ? tuningRank(degree(n)) : kLowestRank;
     return rank_[std::size_t(degree(n))];
 }
 
 bool Scale::isShown(qint64 n) const
 {
+    if (grid_)
+        return grid_->at(n) && rank(n) <= kLowestRank - settings_.completenessLevel;
     return shown_[std::size_t(degree(n))];
 }
 
 double Scale::gridPitch(qint64 n) const
 {
+    if (grid_) {
+        const auto i = grid_->at(n);
+        return i ? grid_->pitch[*i] : std::nan("");
+    }
     return lineOffset_[std::size_t(degree(n))] + double(n);
 }
 
-double Scale::deviation(double p) const
+qint64 Scale::nearestLine(double p) const
 {
     // Far beyond any audible pitch, and keeps the note numbers below within range.
     QUORVAL_CHECK(std::isfinite(p) && std::abs(p) < 1e9);
+    if (grid_) {
+        const auto &shown = grid_->shown;
+        const auto above =
+            std::upper_bound(shown.begin(), shown.end(), p,
+                             [](double x, const auto &line) { return x < line.first; });
+        if (above == shown.begin())
+            return above->second;
+        const auto below = std::prev(above);
+        if (above == shown.end())
+            return below->second;
+        return p - below->first <= above->first - p ? below->second : above->second;
+    }
     auto lo = qint64(std::floor(p));
     auto hi = qint64(std::ceil(p));
     // Every level shows the tonic, so each search ends within an octave.
@@ -178,7 +367,17 @@ double Scale::deviation(double p) const
     }
     const double gl = gridPitch(lo);
     const double gh = gridPitch(hi);
-    return p - gl <= gh - p ? p - gl : p - gh;
+    return p - gl <= gh - p ? lo : hi;
+}
+
+double Scale::deviation(double p) const
+{
+    return p - gridPitch(nearestLine(p));
+}
+
+double Scale::soundingPitch(qint64 n) const
+{
+    return gridPitch(grid_ ? nearestLine(double(n)) : n);
 }
 
 std::vector<GridLine> Scale::gridLines(double lowPitch, double highPitch) const
@@ -186,6 +385,12 @@ std::vector<GridLine> Scale::gridLines(double lowPitch, double highPitch) const
     std::vector<GridLine> lines;
     if (!(lowPitch <= highPitch) || !std::isfinite(lowPitch) || !std::isfinite(highPitch))
         return lines;
+    if (grid_) {
+        for (const auto &[pitch, key] : grid_->shown)
+            if (pitch >= lowPitch && pitch <= highPitch)
+                lines.push_back({pitch, rank(key), noteName(key)});
+        return lines;
+    }
     // Lines sit off their notes by at most the largest offset, so look that far beyond.
     const auto [minOffset, maxOffset] = std::minmax_element(lineOffset_.begin(), lineOffset_.end());
     const auto first = qint64(std::floor(lowPitch - *maxOffset));
@@ -200,9 +405,46 @@ std::vector<GridLine> Scale::gridLines(double lowPitch, double highPitch) const
     return lines;
 }
 
+QString Scale::writtenName(qint64 n, bool withOctave) const
+{
+    const qint64 written = n + settings_.transposition;
+    const int row = wrap12(nameRow_ + settings_.transposition);
+    QString name = noteNameInKey(row, wrap12(written - row));
+    if (withOctave) {
+        // The octave follows the letter: B♯3 is written where C4 sounds.
+        const qint64 letterShift = name.startsWith(u'B') && wrap12(written) < 6   ? -1
+                                   : name.startsWith(u'C') && wrap12(written) > 6 ? 1
+                                                                                  : 0;
+        const qint64 octave = (written - wrap12(written)) / 12 - 1 + letterShift;
+        name += QString::number(octave);
+    }
+    return name;
+}
+
+QString Scale::lineName(qint64 n, bool withOctave) const
+{
+    if (!grid_ || settings_.tuning->size() == 12)
+        return writtenName(n, withOctave);
+    const double pitch = gridPitch(n);
+    if (std::isnan(pitch))
+        return writtenName(n, withOctave);
+    const qint64 nearest = std::llround(pitch);
+    const qint64 cents = std::llround((pitch - double(nearest)) * 100.0);
+    QString name = writtenName(nearest, withOctave);
+    if (cents != 0)
+        name += (cents > 0 ? QStringLiteral("+") : QStringLiteral("-")) +
+                QString::number(std::abs(cents));
+    return name;
+}
+
 QString Scale::noteName(qint64 n) const
 {
-    return noteNameInKey(nameRow_, wrap12(n - nameRow_));
+    return lineName(n, false);
+}
+
+QString Scale::noteNameWithOctave(qint64 n) const
+{
+    return lineName(n, true);
 }
 
 } // namespace quorval

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets with clang, writes the seed corpora and fuzzes the WAV reader, the
-# options-file reader, then the import and segmentation path, for SECONDS each (default 60).
+# options-file reader, the Scala tuning reader, then the import and segmentation path, for
+# SECONDS each (default 60).
 # Fails on any crash, sanitizer report, leak or input slower than its timeout.
 # Usage: scripts/fuzz.sh [SECONDS] [extra libFuzzer options...]
 set -euo pipefail
@@ -36,6 +37,13 @@ TMPDIR="$scratch" "$build/fuzz/options_file_fuzz" \
     -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=524288 \
     -dict=fuzz/plist.dict -print_final_stats=1 -artifact_prefix="$build/artifacts/" \
     "$@" fuzz/corpus-options-run fuzz/options-seeds
+
+# Scale files, with a keyboard mapping after a line "%%".
+mkdir -p fuzz/corpus-scala-run
+TMPDIR="$scratch" "$build/fuzz/scala_fuzz" \
+    -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -max_len=16384 \
+    -dict=fuzz/scala.dict -print_final_stats=1 -artifact_prefix="$build/artifacts/" \
+    "$@" fuzz/corpus-scala-run fuzz/scala-seeds
 
 # Whole short sounds, large enough for odd rates, many channels and the decoder's formats; the
 # inputs that once failed (import-regressions) run first every time.

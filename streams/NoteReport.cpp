@@ -16,26 +16,6 @@ namespace quorval {
 
 namespace {
 
-// The note number of the shown line that deviation d of pitch p was measured from.
-qint64 lineOf(const Scale &scale, double pitch, double d)
-{
-    const double line = pitch - d;
-    qint64 best = std::llround(line);
-    double bestGap = std::numeric_limits<double>::infinity();
-    // Temperaments and the tuning offset move a line off its note by less than a few semitones.
-    for (qint64 n = static_cast<qint64>(std::floor(line)) - 3;
-         n <= static_cast<qint64>(std::ceil(line)) + 3; ++n) {
-        if (!scale.isShown(n))
-            continue;
-        const double gap = std::abs(scale.gridPitch(n) - line);
-        if (gap < bestGap) {
-            bestGap = gap;
-            best = n;
-        }
-    }
-    return best;
-}
-
 // Sums of a run of deviations (cents), for means and spreads.
 struct Sums
 {
@@ -83,15 +63,16 @@ NoteReport NoteReport::fromSegments(const std::vector<Segment> &segments, double
                                     const Scale &scale)
 {
     NoteReport report;
-    std::array<Sums, 12> byDegree;
-    std::array<std::vector<std::size_t>, 12> notesOfDegree;
+    const auto degrees = static_cast<std::size_t>(scale.degreeCount());
+    std::vector<Sums> byDegree(degrees);
+    std::vector<std::vector<std::size_t>> notesOfDegree(degrees);
 
     // Each counted segment's line; then the short interruptions a held note bridges.
     const std::size_t n = segments.size();
     std::vector<qint64> lines(n, 0);
     for (std::size_t k = 0; k < n; ++k)
         if (segments[k].counts)
-            lines[k] = lineOf(scale, segments[k].pitch, scale.deviation(segments[k].pitch));
+            lines[k] = scale.nearestLine(segments[k].pitch);
     const auto onLine = [&](std::size_t k, qint64 line) {
         return segments[k].counts && lines[k] == line;
     };
@@ -150,13 +131,15 @@ NoteReport NoteReport::fromSegments(const std::vector<Segment> &segments, double
     }
     closeRun(segments.size());
 
-    for (std::size_t degree = 0; degree < 12; ++degree) {
+    for (std::size_t degree = 0; degree < degrees; ++degree) {
         const std::vector<std::size_t> &members = notesOfDegree[degree];
         if (members.empty())
             continue;
         Degree row;
         row.degree = static_cast<int>(degree);
-        row.number = degreeNumber(row.degree, scale.settings().minor);
+        // A tuning of other than twelve pitches numbers its own degrees, the 1/1 first.
+        row.number = degrees == 12 ? degreeNumber(row.degree, scale.settings().minor)
+                                   : std::to_string(row.degree + 1);
         row.name = report.notes[members.front()].name;
         row.notes = static_cast<int>(members.size());
         row.totalSeconds = byDegree[degree].count * segmentSeconds;
@@ -185,6 +168,26 @@ std::string NoteReport::degreeNumber(int semitones, bool minor)
 std::optional<NoteReport> NoteReport::compute(MusicStream &music, double t0, double t1,
                                               const std::atomic<bool> &canceled)
 {
+    return compute(music, t0, t1, canceled, Scale::current());
+}
+
+std::optional<KeyGuess::Result> NoteReport::guessKey(MusicStream &music, double t0, double t1,
+                                                     const std::atomic<bool> &canceled)
+{
+    Scale::Settings chromatic;
+    chromatic.aFrequency = Parameters::shared().aFrequency.value();
+    const std::optional<NoteReport> report = compute(music, t0, t1, canceled, Scale(chromatic));
+    if (!report)
+        return std::nullopt;
+    KeyGuess guess;
+    for (const Note &note : report->notes)
+        guess.add(note.noteNumber, note.endSeconds - note.startSeconds);
+    return guess.guess();
+}
+
+std::optional<NoteReport> NoteReport::compute(MusicStream &music, double t0, double t1,
+                                              const std::atomic<bool> &canceled, const Scale &scale)
+{
     const double goodnessFloor = Parameters::shared().qualityThreshold.value();
     std::vector<Segment> segments;
     const std::optional<Deviations::Stretch> stretch =
@@ -199,7 +202,7 @@ std::optional<NoteReport> NoteReport::compute(MusicStream &music, double t0, dou
     if (!stretch)
         return std::nullopt;
     const std::shared_ptr<PitchStream> pitch = music.pitchStream();
-    return fromSegments(segments, pitch->xScale, Scale::current());
+    return fromSegments(segments, pitch->xScale, scale);
 }
 
 std::string NoteReport::text() const

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "scale/KeyGuess.h"
+
 #include <QtGlobal>
 
 #include <atomic>
@@ -32,7 +34,7 @@ public:
     {
         double startSeconds = 0.0;
         double endSeconds = 0.0; // where its last segment's spacing ends
-        qint64 noteNumber = 0;   // of the grid line
+        qint64 noteNumber = 0;   // of the grid line (a loaded tuning's key number)
         std::string name;        // the grid line's name in the current key, e.g. "F♯"
         double meanCents = 0.0;
         double spreadCents = 0.0; // RMS about the mean
@@ -41,8 +43,9 @@ public:
     };
     struct Degree
     {
-        int degree = 0;     // semitones above the tonic, 0 .. 11
-        std::string number; // in the key's major or minor scale: "1", "♭3", "♯4", "♮7"
+        int degree = 0;     // semitones above the tonic, 0 .. 11, or a loaded tuning's degree
+        std::string number; // in the key's major or minor scale: "1", "♭3", "♯4", "♮7"; a
+                            // tuning of other than twelve pitches counts from "1"
         std::string name;   // as the grid names it in the current key
         int notes = 0;
         double totalSeconds = 0.0;
@@ -75,6 +78,16 @@ public:
     // queue; computes segments not yet calculated on the calling thread.
     static std::optional<NoteReport> compute(MusicStream &music, double t0, double t1,
                                              const std::atomic<bool> &canceled);
+    // The same against the lines of scale.
+    static std::optional<NoteReport> compute(MusicStream &music, double t0, double t1,
+                                             const std::atomic<bool> &canceled, const Scale &scale);
+
+    // The key the notes of [t0, t1) seconds suggest (zero width: the whole sound), from the
+    // notes cut as above but against the equal-tempered chromatic lines, so that the key and
+    // temperament in force do not sway the answer. Nothing when the stretch runs backwards, was
+    // canceled, or holds no notes to go by. Threads as compute.
+    static std::optional<KeyGuess::Result> guessKey(MusicStream &music, double t0, double t1,
+                                                    const std::atomic<bool> &canceled);
 
     // Both tables as text to read, cents with one decimal.
     [[nodiscard]] std::string text() const;

@@ -230,6 +230,89 @@ TEST_F(QuorvalCli, reportsTheNotesPlayedAndTheirDegrees)
     EXPECT_FALSE(text.out.contains("-20.0")) << "the first note lies before the stretch";
 }
 
+// A B♭ clarinettist reads the notes on the part: every command that names notes or keys names
+// them in written pitch, and the tone's note is the written one. The analysis stays the same.
+TEST_F(QuorvalCli, guessesTheKeyAndNamesNotesInWrittenPitch)
+{
+    const QString demo = QStringLiteral(QUORVAL_DEMO_WAV);
+    const Outcome concert = run({"key", demo});
+    ASSERT_EQ(concert.status, 0) << concert.err.toStdString();
+    EXPECT_TRUE(concert.out.startsWith("D major, confidence ")) << concert.out.toStdString();
+    const QRegularExpressionMatch confidence =
+        QRegularExpression(R"(confidence (\d\.\d\d))").match(concert.out);
+    ASSERT_TRUE(confidence.hasMatch());
+    EXPECT_GT(confidence.captured(1).toDouble(), 0.5);
+    EXPECT_LE(confidence.captured(1).toDouble(), 1.0);
+    for (const char *clarinet : {"Transposition=Bb", "Transposition=B\u266D"}) {
+        const Outcome written = run({"--set", clarinet, "key", demo});
+        EXPECT_TRUE(written.out.startsWith("E major, ")) << written.out.toStdString();
+    }
+
+    // Concert C, E, G: the clarinet's D, F♯, A.
+    const QString file = wavOf("c.wav", melody({60.0, 64.0, 67.0}, 0.6));
+    const Outcome notes =
+        run({"--set", "Key=C", "--set", "Transposition=Bb", "notes", file, "--json"});
+    ASSERT_EQ(notes.status, 0) << notes.err.toStdString();
+    const QJsonArray played =
+        QJsonDocument::fromJson(notes.out.toUtf8()).object().value("notes").toArray();
+    ASSERT_EQ(played.size(), 3);
+    const char *expectedNames[] = {"D", "F\u266F", "A"};
+    for (int k = 0; k < 3; ++k)
+        EXPECT_EQ(played[k].toObject().value("note").toString(),
+                  QString::fromUtf8(expectedNames[k]));
+    const Outcome table = run({"--set", "Key=C", "--set", "Transposition=Bb", "notes", file});
+    EXPECT_TRUE(table.out.contains(QString::fromUtf8("  1 D "))) << table.out.toStdString();
+
+    // Written D4 sounds middle C, 261.626 Hz; said before the tone plays or the output fails.
+    const Outcome tone =
+        run({"--set", "Transposition=Bb", "--set", "Key=C", "tone", "D4", "--seconds", "0.05"});
+    EXPECT_TRUE(tone.err.contains("D4 (sounding note 60): 261.626 Hz")) << tone.err.toStdString();
+
+    const QString silent = wavOf("silent.wav", testsignals::silence(44100));
+    const Outcome nothing = run({"key", silent});
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_TRUE(nothing.err.contains("no notes to guess a key from")) << nothing.err.toStdString();
+}
+
+TEST_F(QuorvalCli, tunesToScaleFilesAndSaysWhereOneIsBroken)
+{
+    // The just major scale on C: E at 386.3 cents, 13.7 below equal temperament's; G at 702.0.
+    const QString just = writeFile("just.scl", "! just.scl\nJust major\n 7\n 9/8\n 5/4\n 4/3\n"
+                                               " 3/2\n 5/3\n 15/8\n 2/1\n");
+    const QString file = wavOf("ceg.wav", melody({60.0, 64.0, 67.0}, 0.6));
+    const Outcome tuned = run({"--set", "Key=C", "--scala", "just.scl", "notes", file, "--json"});
+    ASSERT_EQ(tuned.status, 0) << tuned.err.toStdString();
+    const QJsonArray notes =
+        QJsonDocument::fromJson(tuned.out.toUtf8()).object().value("notes").toArray();
+    ASSERT_EQ(notes.size(), 3);
+    const double expectedCents[] = {0.0, 13.7, -2.0};
+    const char *expectedNames[] = {"C", "E-14", "G+2"};
+    for (int k = 0; k < 3; ++k) {
+        EXPECT_NEAR(notes[k].toObject().value("cents").toDouble(), expectedCents[k], 1.0) << k;
+        EXPECT_EQ(notes[k].toObject().value("note").toString(), expectedNames[k]);
+    }
+    // A mapping that tunes A to 432 Hz lowers every line by 31.8 cents.
+    writeFile("432.kbm", "! 432.kbm\n0\n0\n127\n60\n69\n432.0\n12\n");
+    writeFile("12.scl", "12-tet\n12\n100.\n200.\n300.\n400.\n500.\n600.\n700.\n800.\n900.\n"
+                        "1000.\n1100.\n2/1\n");
+    const QString a440 = wavOf("a.wav", melody({69.0}, 0.6));
+    const Outcome mapped = run({"--scala", "12.scl", "--kbm", "432.kbm", "notes", a440, "--json"});
+    ASSERT_EQ(mapped.status, 0) << mapped.err.toStdString();
+    const QJsonArray a =
+        QJsonDocument::fromJson(mapped.out.toUtf8()).object().value("notes").toArray();
+    ASSERT_EQ(a.size(), 1);
+    EXPECT_NEAR(a[0].toObject().value("cents").toDouble(), 31.8, 1.0);
+
+    writeFile("bad.scl", "Broken\n 2\n 9/x\n 2/1\n");
+    const Outcome bad = run({"--scala", "bad.scl", "notes", file});
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_TRUE(bad.err.contains("bad.scl: line 3: \"9/x\" is no ratio")) << bad.err.toStdString();
+    EXPECT_TRUE(bad.out.isEmpty());
+    const Outcome lonely = run({"--kbm", "432.kbm", "notes", file});
+    EXPECT_EQ(lonely.status, 2);
+    EXPECT_TRUE(lonely.err.contains("--kbm maps the keys of a scale")) << lonely.err.toStdString();
+}
+
 TEST_F(QuorvalCli, reportsDeviationsOfTheStretchAskedFor)
 {
     const QString file = wavOf("two.wav", melody({69.1, 68.8}, 1.0));

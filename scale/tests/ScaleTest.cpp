@@ -2,6 +2,10 @@
 
 #include "options/Parameters.h"
 #include "options/tests/support/OptionsTestStore.h"
+#include "scale/ScalaTuning.h"
+
+#include <QFile>
+#include <QTemporaryDir>
 
 #include <cmath>
 
@@ -18,8 +22,13 @@ int index(const QStringList &list, const char16_t *name)
 Scale::Settings settings(int key, bool minor, const char16_t *temperament, int level,
                          double tuningOffset = 0.0)
 {
-    return {key,   minor, index(Parameters::temperamentNames(), temperament),
-            level, 440.0, tuningOffset};
+    Scale::Settings s;
+    s.keyPitchClass = key;
+    s.minor = minor;
+    s.temperament = index(Parameters::temperamentNames(), temperament);
+    s.completenessLevel = level;
+    s.tuningOffset = tuningOffset;
+    return s;
 }
 
 TEST(Scale, noteNumbersAndFrequenciesConvertBothWays)
@@ -155,7 +164,82 @@ TEST(Scale, gridLinesBetweenTwoPitches)
     EXPECT_TRUE(near.empty());
 }
 
+// A B♭ clarinet's written D sounds C: names, keys and octaves follow the written pitch, while
+// lines and degrees stay where the sound is.
+TEST(Scale, transposingInstrumentsReadWrittenNames)
+{
+    const auto transposed = [](int key, int transposition) {
+        Scale::Settings s = settings(key, false, u"Equal", 0);
+        s.transposition = transposition;
+        return Scale(s);
+    };
+    const Scale clarinet = transposed(0, 2);
+    EXPECT_EQ(clarinet.noteName(60), QStringLiteral("D"));
+    EXPECT_EQ(clarinet.noteNameWithOctave(60), QStringLiteral("D4"));
+    EXPECT_EQ(clarinet.keyName(2, false), QStringLiteral("E")); // concert D major
+    EXPECT_EQ(clarinet.soundingNote(62), 60);
+    EXPECT_EQ(clarinet.gridPitch(60), 60.0);
+    EXPECT_EQ(clarinet.degree(60), 0);
+    // In concert E♭ major the part is in F, so concert A♭ reads B♭, not A♯.
+    const Scale inEFlat = transposed(3, 2);
+    EXPECT_EQ(inEFlat.noteName(68), QStringLiteral("B♭"));
+    EXPECT_EQ(inEFlat.keyName(3, false), QStringLiteral("F"));
+
+    // An alto saxophone in E♭ reads concert C as A, concert E♭ major as C major.
+    const Scale alto = transposed(3, 9);
+    EXPECT_EQ(alto.noteNameWithOctave(60), QStringLiteral("A4"));
+    EXPECT_EQ(alto.keyName(3, false), QStringLiteral("C"));
+    EXPECT_EQ(alto.keyName(0, true), QStringLiteral("A")); // concert C minor
+    // A guitar is written an octave above its sound; a piccolo an octave below.
+    EXPECT_EQ(transposed(0, 12).noteNameWithOctave(60), QStringLiteral("C5"));
+    EXPECT_EQ(transposed(0, -12).noteNameWithOctave(60), QStringLiteral("C3"));
+    // The octave goes with the letter: E major's B♯ below middle C, D♭ major's C♭ above B4.
+    EXPECT_EQ(transposed(4, 0).noteNameWithOctave(60), QStringLiteral("B♯3"));
+    EXPECT_EQ(transposed(1, 0).noteNameWithOctave(71), QStringLiteral("C♭5"));
+    EXPECT_EQ(transposed(0, 0).noteNameWithOctave(-1), QStringLiteral("B-2"));
+}
+
 using ScaleOptionsTest = StoreTest;
+
+TEST_F(ScaleOptionsTest, transpositionAndScaleFileComeFromTheOptions)
+{
+    Parameters parameters;
+    const std::pair<const char *, int> written[] = {{"Bb", 2},
+                                                    {"E♭", 9},
+                                                    {"F", 7},
+                                                    {"A", 3},
+                                                    {"G", 5},
+                                                    {"d", -2},
+                                                    {"Octave up", -12},
+                                                    {"Octave down", 12},
+                                                    {"Concert pitch", 0}};
+    for (const auto &[text, semitones] : written) {
+        ASSERT_TRUE(parameters.transposition.setFromText(QString::fromUtf8(text))) << text;
+        EXPECT_EQ(Scale::currentSettings(parameters).transposition, semitones) << text;
+    }
+    EXPECT_FALSE(parameters.transposition.setFromText(QStringLiteral("C#")));
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("pelog.scl"));
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("Five notes\n5\n120.0\n270.0\n540.0\n670.0\n2/1\n");
+    file.close();
+    ASSERT_TRUE(parameters.key.setFromText(QStringLiteral("C")));
+    ASSERT_TRUE(parameters.temperament.setFromText(Parameters::scalaTemperamentName()));
+    ASSERT_TRUE(parameters.scalaFile.setFromText(path));
+    const Scale::Settings read = Scale::currentSettings(parameters);
+    ASSERT_NE(read.tuning, nullptr);
+    EXPECT_EQ(read.tuning->size(), 5);
+    EXPECT_EQ(read.temperament, 0);
+    EXPECT_NEAR(Scale(read).deviation(61.25), 0.05, 1e-9); // the line at 120 cents above C
+    // A file gone since it was chosen leaves equal temperament, and says why.
+    ASSERT_TRUE(QFile::remove(path));
+    EXPECT_EQ(Scale::currentSettings(parameters).tuning, nullptr);
+    QString error;
+    EXPECT_EQ(Scale::tuningFromFiles(path, QString(), error), nullptr);
+    EXPECT_TRUE(error.startsWith(path + QStringLiteral(": can't read"))) << error.toStdString();
+}
 
 TEST_F(ScaleOptionsTest, currentScaleReadsTheOptions)
 {

@@ -36,6 +36,14 @@ std::vector<double> melodyOf(const std::vector<Played> &played)
     return samples;
 }
 
+// Equal temperament, every line shown, in the key of the pitch class given.
+Scale::Settings equalIn(int keyPitchClass)
+{
+    Scale::Settings settings;
+    settings.keyPitchClass = keyPitchClass;
+    return settings;
+}
+
 NoteReport reportOf(const test::OpenedSound &sound)
 {
     const std::atomic<bool> canceled{false};
@@ -53,6 +61,7 @@ protected:
         Parameters &options = Parameters::shared();
         options.key.resetToDefault();
         options.temperament.resetToDefault();
+        options.transposition.resetToDefault();
     }
 };
 
@@ -139,7 +148,7 @@ TEST_F(NoteReportTest, followsTheKeyAndTheTemperament)
 
 TEST(NoteReport, cutsRunsAtLineChangesGapsAndShortRuns)
 {
-    const Scale scale(Scale::Settings{0, false, 0, 0, 440.0, 0.0});
+    const Scale scale(equalIn(0));
     auto segment = [](double pitch, bool counts = true) {
         NoteReport::Segment s;
         s.counts = counts;
@@ -176,7 +185,7 @@ TEST(NoteReport, cutsRunsAtLineChangesGapsAndShortRuns)
 // own, and the D after them a new one.
 TEST(NoteReport, aHeldNoteBridgesWobblesSlipsAndDropouts)
 {
-    const Scale scale(Scale::Settings{2, false, 0, 0, 440.0, 0.0});
+    const Scale scale(equalIn(2));
     std::vector<NoteReport::Segment> segments;
     const auto add = [&segments](double pitch, int count, bool counts = true) {
         for (int i = 0; i < count; ++i) {
@@ -211,6 +220,95 @@ TEST(NoteReport, aHeldNoteBridgesWobblesSlipsAndDropouts)
     // The tonic's figures leave out the bridged segments too.
     ASSERT_FALSE(report.degrees.empty());
     EXPECT_NEAR(report.degrees[0].meanCents, (40.0 + 80.0 + 30.0) / 17.0, 1e-9);
+}
+
+// Melodies whose key a musician would not doubt, each in tune, the notes' lengths in beats of
+// 0.1 s. The C major and A minor ones use the same seven notes and differ only in which of them
+// last: C, E and G in the first; A, C and E in the second, which also starts and ends on A.
+struct KnownKey
+{
+    const char *key;
+    std::vector<std::pair<double, int>> notes; // note number, beats
+};
+
+const KnownKey kKnownKeys[] = {
+    {"C major",
+     {{60, 4},
+      {62, 1},
+      {64, 3},
+      {65, 1},
+      {67, 4},
+      {69, 1},
+      {71, 1},
+      {72, 4},
+      {67, 2},
+      {64, 2},
+      {60, 4}}},
+    {"A minor",
+     {{57, 4},
+      {59, 1},
+      {60, 3},
+      {62, 1},
+      {64, 4},
+      {65, 1},
+      {67, 1},
+      {69, 4},
+      {64, 2},
+      {60, 2},
+      {57, 4}}},
+    // E flat major: E♭ G B♭ long, with A♭ and the leading note D.
+    {"E\u266D major",
+     {{63, 4},
+      {65, 1},
+      {67, 3},
+      {68, 1},
+      {70, 4},
+      {72, 1},
+      {74, 1},
+      {75, 4},
+      {70, 2},
+      {67, 2},
+      {63, 4}}},
+    // F sharp harmonic minor: its raised seventh E♯ (F) leads back to the tonic.
+    {"F\u266F minor",
+     {{66, 4},
+      {68, 1},
+      {69, 3},
+      {71, 1},
+      {73, 4},
+      {74, 1},
+      {77, 2},
+      {78, 4},
+      {73, 2},
+      {69, 2},
+      {77, 1},
+      {66, 4}}},
+};
+
+TEST_F(NoteReportTest, guessesTheKeyOfMajorAndMinorMelodiesWhateverKeyIsSet)
+{
+    // A key far from all of them, in a temperament that moves lines, must not sway the guess.
+    ASSERT_TRUE(Parameters::shared().key.setFromText("D\u266D"));
+    ASSERT_TRUE(Parameters::shared().temperament.setFromText("Just"));
+    for (const KnownKey &known : kKnownKeys) {
+        std::vector<Played> played;
+        for (const auto &[note, beats] : known.notes)
+            played.push_back({note, 0.0, 0.1 * beats});
+        const test::OpenedSound sound(melodyOf(played));
+        const std::atomic<bool> canceled{false};
+        const std::optional<KeyGuess::Result> guess =
+            NoteReport::guessKey(*sound.music, 0.0, 0.0, canceled);
+        ASSERT_TRUE(guess.has_value()) << known.key;
+        const Scale scale = Scale::current();
+        EXPECT_EQ(scale.keyAndMode(guess->best.tonicPitchClass, guess->best.minor).toStdString(),
+                  known.key);
+        EXPECT_GT(guess->confidence, 0.5) << known.key;
+        EXPECT_LE(guess->confidence, 1.0) << known.key;
+    }
+    // Nothing played, nothing to go by.
+    const test::OpenedSound silent(testsignals::silence(44100));
+    const std::atomic<bool> canceled{false};
+    EXPECT_FALSE(NoteReport::guessKey(*silent.music, 0.0, 0.0, canceled).has_value());
 }
 
 // Every semitone of the octave has its number in both modes, the scale's own notes 1 to 7 in
