@@ -54,10 +54,6 @@ namespace quorval {
 
 namespace {
 
-const std::array<QString, 6> kViewChoices = {
-    QStringLiteral("Composite"), QStringLiteral("RMS Amplitude"), QStringLiteral("Amplitude"),
-    QStringLiteral("Pitch"),     QStringLiteral("Quality"),       QStringLiteral("Spectrum")};
-
 QSettings windowSettings()
 {
     return QSettings(QStringLiteral("Quorval"), QStringLiteral("Quorval"));
@@ -167,6 +163,7 @@ AppDelegate::AppDelegate(Parameters &params, Panels filePanels)
         refreshMenus();
     });
     connect(optionsMenu, &OptionsMenu::optionsChanged, this, [this] {
+        mainViewController->displayView->setViewType(parameters.currentViewType());
         mainViewController->displayView->dataChanged();
         mainViewController->refreshControls();
         refreshMenus();
@@ -225,7 +222,7 @@ void AppDelegate::buildMenus()
 
     viewMenu = bar->addMenu(tr("&View"));
     for (int i = 0; i < 6; ++i) {
-        QAction *item = viewMenu->addAction(kViewChoices[static_cast<std::size_t>(i)]);
+        QAction *item = viewMenu->addAction(choiceOf(kViewTypes[static_cast<std::size_t>(i)].type));
         item->setCheckable(true);
         connect(item, &QAction::triggered, this, [this, i] { setViewType(i); });
         viewMenuItems[static_cast<std::size_t>(i)] = item;
@@ -593,8 +590,9 @@ bool AppDelegate::eventFilter(QObject *watched, QEvent *event)
 void AppDelegate::setViewType(int index)
 {
     QUORVAL_CHECK(index >= 0 && index < 6);
-    (void)parameters.setViewType(kViewChoices[static_cast<std::size_t>(index)]);
-    mainViewController->displayView->dataChanged();
+    const ViewType type = kViewTypes[static_cast<std::size_t>(index)].type;
+    (void)parameters.setViewType(choiceOf(type));
+    mainViewController->displayView->setViewType(type);
     mainViewController->refreshControls();
     refreshMenus();
 }
@@ -734,7 +732,7 @@ void AppDelegate::refreshMenus()
 
     const QChar letter = parameters.viewTypeLetter();
     for (std::size_t i = 0; i < viewMenuItems.size(); ++i)
-        viewMenuItems[i]->setChecked(!letter.isNull() && kViewChoices[i].front() == letter);
+        viewMenuItems[i]->setChecked(!letter.isNull() && kViewTypes[i].letter == letter);
 }
 
 void AppDelegate::refreshStatus()

@@ -43,7 +43,7 @@ namespace {
 
 const QString kFilePrompt = QStringLiteral("File... New, Open, Save, saveAs");
 const QString kViewPrompt =
-    QStringLiteral("View... Composite, RMS Amplitude, Amplitude, Pitch, Quality, Spectrum");
+    QStringLiteral("View... ") + viewTypeChoices().join(QStringLiteral(", "));
 
 } // namespace
 
@@ -60,6 +60,7 @@ MainViewController::MainViewController(MainView *view, AppDelegate *delegate)
 {
     QUORVAL_CHECK(mainView && appDelegate);
     mainView->controller = this;
+    displayView->setViewType(Parameters::shared().currentViewType());
     buildLayout();
     addKeyActions();
 
@@ -171,6 +172,7 @@ void MainViewController::setMusicStream(std::shared_ptr<MusicStream> stream)
     parallel.reset();
     music = std::move(stream);
     Quorval::setMusicStream(music);
+    displayView->setSound(music);
     if (music)
         parallel = std::make_unique<ParallelAnalysis>(music, ParallelAnalysis::defaultJobs());
     transport->setSound(wavStream());
@@ -457,9 +459,8 @@ bool MainViewController::keyAction(const QString &prefix, QChar c)
             break;
         }
     } else if (prefix == QLatin1String("v")) {
-        const int i = QStringLiteral("crapqs").indexOf(c);
-        if (i >= 0) {
-            appDelegate->setViewType(i);
+        if (const std::optional<ViewType> type = viewTypeOfLetter(c)) {
+            appDelegate->setViewType(static_cast<int>(*type));
             return true;
         }
     }

@@ -1,5 +1,7 @@
 #include "cli/CommandLine.h"
 
+#include "options/ViewType.h"
+
 #include <cmath>
 
 namespace quorval {
@@ -19,9 +21,12 @@ std::optional<double> secondsFrom(const QString &text)
 
 const QStringList &CommandLine::renderViews()
 {
-    static const QStringList views = {QStringLiteral("composite"), QStringLiteral("rms"),
-                                      QStringLiteral("amplitude"), QStringLiteral("pitch"),
-                                      QStringLiteral("quality"),   QStringLiteral("spectrum")};
+    static const QStringList views = [] {
+        QStringList names;
+        for (const ViewTypeNames &type : kViewTypes)
+            names.append(QLatin1String(type.commandLine));
+        return names;
+    }();
     return views;
 }
 
