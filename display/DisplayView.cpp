@@ -111,14 +111,24 @@ void DisplayView::dataChanged()
 
 void DisplayView::redrawAll()
 {
-    // Off screen nothing is painted; a picture prepares for its own size (prepareNow).
-    if (isVisible()) {
-        if (const std::optional<TraceRequest> request = prepare(QSizeF(size())))
-            feed.fetch(*request);
+    // Off screen nothing is painted; a picture prepares for its own size (prepareNow). The
+    // requests of one turn of the event loop (a burst of calculated segments, a drag) share
+    // one preparation.
+    if (isVisible() && !preparePosted) {
+        preparePosted = true;
+        QMetaObject::invokeMethod(this, &DisplayView::prepareShown, Qt::QueuedConnection);
     }
     // What lies under a still mouse changes with the view and with the data.
     if (mouseInside && setup())
         emit hovered(hoverAt(lastMouseX));
+    update();
+}
+
+void DisplayView::prepareShown()
+{
+    preparePosted = false;
+    if (const std::optional<TraceRequest> request = prepare(QSizeF(size())))
+        feed.fetch(*request);
     update();
     if (rowHeaderView)
         rowHeaderView->update();
@@ -129,6 +139,13 @@ void DisplayView::redrawAll()
 void DisplayView::resizeEvent(QResizeEvent *event)
 {
     ScreenView::resizeEvent(event);
+    redrawAll();
+}
+
+void DisplayView::showEvent(QShowEvent *event)
+{
+    // The size came before the view was visible: prepare for it now.
+    ScreenView::showEvent(event);
     redrawAll();
 }
 

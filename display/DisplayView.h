@@ -132,11 +132,14 @@ protected:
     void wheelEvent(QWheelEvent *event) override;
     void leaveEvent(QEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
+    void showEvent(QShowEvent *event) override;
 
 private:
     // Prepares for a canvas of size; nothing when there is nothing to draw.
     std::optional<TraceRequest> prepare(QSizeF size);
     [[nodiscard]] TraceFeed::Axes axes() const;
+    // What redrawAll posts: prepare for the canvas as it is, fetch, repaint.
+    void prepareShown();
     // The selection as hView has it, drawn without preparing anything else.
     void showSelection();
     void updateScrollers();
@@ -152,6 +155,7 @@ private:
     QString promptMessageText;
     TraceFeed feed;
     bool scrollerUpdatePosted = false;
+    bool preparePosted = false;
     // Where the mouse last was over the canvas, for the hover read-out after the view moves.
     bool mouseInside = false;
     double lastMouseX = 0.0; // points

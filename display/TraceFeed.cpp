@@ -235,7 +235,6 @@ void TraceFeed::takeShown(TraceSnapshot snapshot)
             HView::needsScrollerUpdate = true;
         }
     }
-    prepareFrame();
 }
 
 bool TraceFeed::prepareNow(const Axes &axes, QSizeF size)
