@@ -41,7 +41,7 @@ namespace {
 
 const QString kFilePrompt = QStringLiteral("File... New, Open, Save, saveAs");
 const QString kViewPrompt =
-    QStringLiteral("View... Composite, RMS Amplitude, Amplitude, Pitch, Quality, Spectrum");
+    QStringLiteral("View... ") + viewTypeChoices().join(QStringLiteral(", "));
 
 } // namespace
 
@@ -59,6 +59,7 @@ MainViewController::MainViewController(MainView *view, OptionsMenu &options)
       promptTimer(new QTimer(this))
 {
     QUORVAL_CHECK(mainView);
+    displayView->setViewType(Parameters::shared().currentViewType());
     addKeyActions();
     buildLayout();
     QApplication::instance()->installEventFilter(this);
@@ -162,6 +163,7 @@ void MainViewController::setMusicStream(std::shared_ptr<MusicStream> stream)
     parallel.reset();
     music = std::move(stream);
     Quorval::setMusicStream(music);
+    displayView->setSound(music);
     if (music)
         parallel = std::make_unique<ParallelAnalysis>(music, ParallelAnalysis::defaultJobs());
     transport->setSound(wavStream());
@@ -355,6 +357,7 @@ bool MainViewController::eventFilter(QObject *watched, QEvent *event)
 
 void MainViewController::optionsChanged()
 {
+    displayView->setViewType(Parameters::shared().currentViewType());
     displayView->dataChanged();
     refreshControls();
 }

@@ -10,6 +10,7 @@
 #include "help/HelpViewer.h"
 #include "help/UpdateChecker.h"
 #include "options/Parameters.h"
+#include "options/ViewType.h"
 #include "options/dialog/OptionsMenu.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
@@ -28,12 +29,11 @@ namespace quorval {
 
 namespace {
 
-const std::array<QString, 6> kViewChoices = {
-    QStringLiteral("Composite"), QStringLiteral("RMS Amplitude"), QStringLiteral("Amplitude"),
-    QStringLiteral("Pitch"),     QStringLiteral("Quality"),       QStringLiteral("Spectrum")};
-// The second key after v for each view, in kViewChoices's order.
-constexpr std::array<Qt::Key, 6> kViewKeys = {Qt::Key_C, Qt::Key_R, Qt::Key_A,
-                                              Qt::Key_P, Qt::Key_Q, Qt::Key_S};
+// The second key after v for a view: its letter.
+Qt::Key viewKey(const ViewTypeNames &names)
+{
+    return Qt::Key(Qt::Key_A + (names.letter - 'A'));
+}
 
 QSettings windowSettings()
 {
@@ -131,9 +131,10 @@ void MainWindow::buildMenus()
     bar->addMenu(parts->optionsMenu.optionsMenu());
 
     viewMenu = bar->addMenu(tr("&View"));
-    for (std::size_t i = 0; i < kViewChoices.size(); ++i) {
-        QAction *item = add(viewMenu, kViewChoices[i], [this, i] { setViewType(int(i)); },
-                            {afterPrefix(Qt::Key_V, kViewKeys[i])});
+    for (std::size_t i = 0; i < kViewTypes.size(); ++i) {
+        QAction *item =
+            add(viewMenu, choiceOf(kViewTypes[i].type), [this, i] { setViewType(int(i)); },
+                {afterPrefix(Qt::Key_V, viewKey(kViewTypes[i]))});
         item->setCheckable(true);
         viewMenuItems[i] = item;
     }
@@ -218,8 +219,8 @@ void MainWindow::closeEvent(QCloseEvent *event)
 
 void MainWindow::setViewType(int index)
 {
-    QUORVAL_CHECK(index >= 0 && index < int(kViewChoices.size()));
-    (void)parts->parameters.setViewType(kViewChoices[static_cast<std::size_t>(index)]);
+    QUORVAL_CHECK(index >= 0 && index < int(kViewTypes.size()));
+    (void)parts->parameters.setViewType(choiceOf(kViewTypes[static_cast<std::size_t>(index)].type));
     parts->content.optionsChanged();
     refreshMenus();
 }
@@ -252,7 +253,7 @@ void MainWindow::refreshMenus()
 
     const QChar letter = parts->parameters.viewTypeLetter();
     for (std::size_t i = 0; i < viewMenuItems.size(); ++i)
-        viewMenuItems[i]->setChecked(!letter.isNull() && kViewChoices[i].front() == letter);
+        viewMenuItems[i]->setChecked(!letter.isNull() && kViewTypes[i].letter == letter);
 }
 
 void MainWindow::refreshStatus()

@@ -81,9 +81,9 @@ void BM_CompositeRedraw(benchmark::State &state)
 {
     const double width = static_cast<double>(state.range(0));
     std::shared_ptr<MusicStream> music = analysedMinute();
-    Quorval::setMusicStream(music);
     showFrom(*music, 5.0);
     DisplayView view;
+    view.setSound(music);
     const QSizeF size(width, kHeight);
     if (!view.prepareNow(size))
         state.SkipWithError("nothing to draw");
@@ -101,8 +101,8 @@ void BM_ColumnsForNewView(benchmark::State &state)
 {
     const double width = static_cast<double>(state.range(0));
     std::shared_ptr<MusicStream> music = analysedMinute();
-    Quorval::setMusicStream(music);
     DisplayView view;
+    view.setSound(music);
     const QSizeF size(width, kHeight);
     double left = 0.0;
     for (auto _ : state) {
@@ -126,7 +126,7 @@ public:
     void paint(QPainter &painter, QSizeF size) override
     {
         DisplayView::paint(painter, size);
-        const std::shared_ptr<DisplayColumnStream> columns = columnStream;
+        const std::shared_ptr<DisplayColumnStream> columns = columnStream();
         if (complete || !columns)
             return;
         complete = Quorval::dataQueue().sync([&columns] {
@@ -172,6 +172,7 @@ void BM_OpenToFirstScreenDrawn(benchmark::State &state)
         Quorval::setMusicStream(music);
         {
             FirstScreenView view;
+            view.setSound(music);
             view.resize(1920, static_cast<int>(kHeight));
             view.show();
             // Woken by the display's redraw requests, and every 100 ms regardless.

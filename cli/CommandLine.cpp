@@ -1,6 +1,7 @@
 #include "cli/CommandLine.h"
 
 #include "options/Parameters.h"
+#include "options/ViewType.h"
 
 #include <QFileInfo>
 
@@ -24,9 +25,12 @@ std::optional<double> secondsFrom(const QString &text)
 
 const QStringList &CommandLine::renderViews()
 {
-    static const QStringList views = {QStringLiteral("composite"), QStringLiteral("rms"),
-                                      QStringLiteral("amplitude"), QStringLiteral("pitch"),
-                                      QStringLiteral("quality"),   QStringLiteral("spectrum")};
+    static const QStringList views = [] {
+        QStringList names;
+        for (const ViewTypeNames &type : kViewTypes)
+            names.append(QLatin1String(type.commandLine));
+        return names;
+    }();
     return views;
 }
 

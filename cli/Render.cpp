@@ -1,4 +1,5 @@
 #include "cli/Tool.h"
+#include "display/DisplayView.h"
 #include "display/TraceArea.h"
 #include "options/Parameters.h"
 #include "streams/MusicStream.h"
@@ -14,15 +15,6 @@ namespace quorval {
 
 namespace {
 
-// The "View type" choice of each --view name, in the same order.
-const QStringList &viewChoices()
-{
-    static const QStringList choices = {
-        QStringLiteral("Composite"), QStringLiteral("RMS Amplitude"), QStringLiteral("Amplitude"),
-        QStringLiteral("Pitch"),     QStringLiteral("Quality"),       QStringLiteral("Spectrum")};
-    return choices;
-}
-
 // The spectrum view draws the segment at the needle: has the calculation lay it in.
 bool waitForSpectrum(MusicStream &music, double timeSeconds)
 {
@@ -31,10 +23,8 @@ bool waitForSpectrum(MusicStream &music, double timeSeconds)
         return false;
     const auto wanted = static_cast<std::int64_t>(
         std::max(0.0, std::floor(timeSeconds / pitch->xScale - pitch->overlap)));
-    for (int attempt = 0; attempt < 5 && music.fftPitchIndex != wanted; ++attempt) {
-        music.requestCalculation();
-        (void)music.waitUntilCalculated(std::chrono::seconds(60));
-    }
+    music.showSpectrumAt(timeSeconds);
+    (void)music.waitUntilCalculated(std::chrono::seconds(60));
     return music.fftPitchIndex == wanted;
 }
 
@@ -42,16 +32,9 @@ bool waitForSpectrum(MusicStream &music, double timeSeconds)
 
 int Tool::render(const CommandLine &line)
 {
-    Parameters &parameters = Parameters::shared();
-    const QString previousView = parameters.viewType.value();
-    if (!line.view.isEmpty())
-        (void)parameters.setViewType(viewChoices()[CommandLine::renderViews().indexOf(line.view)]);
-    // A picture is no reason to change the user's own choice of view.
-    const auto restoreView = qScopeGuard([&] {
-        if (!line.view.isEmpty())
-            (void)parameters.setViewType(previousView);
-    });
-
+    // The picture's own view: the option store is only read, for its "View type".
+    const ViewType type =
+        viewTypeOfCommandLine(line.view).value_or(Parameters::shared().currentViewType());
     const std::shared_ptr<MusicStream> music = openAndAnalyse(line);
     if (!music)
         return kFailed;
@@ -68,7 +51,7 @@ int Tool::render(const CommandLine &line)
                      .arg(whole.end));
         return kBadUsage;
     }
-    const bool spectrum = parameters.currentViewType() == ViewType::Spectrum;
+    const bool spectrum = type == ViewType::Spectrum;
     music->timeView->leftTime = from;
     music->timeView->timeWidth = to - from;
     // The spectrum is of the segment at the needle, here the middle of the stretch, away from
@@ -77,12 +60,10 @@ int Tool::render(const CommandLine &line)
     Quorval::needleTime = spectrum ? middle : -1.0;
     if (spectrum && !waitForSpectrum(*music, middle))
         complain(QStringLiteral("%1: no spectrum at %2 s").arg(line.file).arg(middle));
-    Quorval::setMusicStream(music);
-    const auto release = qScopeGuard([] {
-        Quorval::setVisibleSegmentSource(nullptr);
-        Quorval::setMusicStream(nullptr);
-    });
+    const auto release = qScopeGuard([] { Quorval::setVisibleSegmentSource(nullptr); });
     TraceArea area;
+    area.displayView->setSound(music);
+    area.displayView->setViewType(type);
     if (!area.writePicture(line.outputPath, QSizeF(line.width, line.height), line.scale)) {
         complain(QStringLiteral("can't write the picture %1").arg(line.outputPath));
         return kFailed;

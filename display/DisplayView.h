@@ -1,6 +1,7 @@
 #pragma once
 
 #include "display/ScreenView.h"
+#include "display/TraceFeed.h"
 #include "streams/DisplayColumnStream.h"
 
 #include <QString>
@@ -12,9 +13,7 @@
 
 namespace quorval {
 
-class ColumnHeaderView;
 class MyScroller;
-class RowHeaderView;
 
 // What lies under the mouse in the trace area, for a status bar.
 struct HoverInfo
@@ -28,24 +27,24 @@ struct HoverInfo
     QString text; // all of it on one line, as the status bar shows it
 };
 
-// The trace area: draws the view type in force (composite, RMS amplitude, amplitude, pitch,
-// quality or spectrum) with its grid, note lines, selection, needle and prompt; turns presses
-// and drags into a playback start and a selection; carries the zooms, and keeps its scrollers
-// and headers in step.
+// The trace area's canvas: turns presses and drags into a playback start and a selection,
+// carries the zooms and the scrolling, and keeps its scrollers and headers in step. It draws
+// the sound and view type its owner hands it (setSound, setViewType) with the painters of
+// TracePainters.h.
 //
-// Painting only draws what was computed: the columns (and the spectrum) are fetched on the data
-// queue and posted back, one fetch at a time, repeated requests merged; paint never waits on a
-// queue.
+// Painting only paints: the axes, the column stream and what the painters are given are
+// prepared on resize, zoom, scroll, data change and a new sound or view type (redrawAll); the
+// columns (and the spectrum) are fetched on the data queue and posted back, one fetch at a
+// time, repeated requests merged; paint never waits on a queue and changes nothing.
 //
 // What others call, all on the main thread:
-//   - the window: setHeaders once; hZoom/hToggle/vZoom/vToggle from its zoom buttons (with
-//     "Zoom increment" or its reciprocal); canHScrollOut()/canVScrollOut() and the signal
-//     scrollOutChanged to enable them; setPromptMessage; hovered for its status bar.
+//   - the window: setSound and setViewType; setHeaders once; hZoom/hToggle/vZoom/vToggle from
+//     its zoom buttons; canHScrollOut()/canVScrollOut() and the signal scrollOutChanged to
+//     enable them; setPromptMessage; hovered for its status bar.
 //   - the player and recorder: Quorval::needleTime, Quorval::playing and Quorval::recording
 //     (set them, then requestRedraw(), from any thread; while playing or recording the view
-//     follows the needle); Quorval::playStartTime is set here by a press, announced by
-//     playStartChanged; the selection is hView's selectionStart/selectionEnd, announced by
-//     selectionChanged.
+//     follows the needle); a press announces the next play's start by playStartChanged; the
+//     selection is hView's selectionStart/selectionEnd, announced by selectionChanged.
 //   - anyone: requestRedraw() from any thread; requests merge into one redraw.
 class DisplayView : public ScreenView
 {
@@ -55,8 +54,14 @@ public:
     explicit DisplayView(QWidget *parent = nullptr);
     ~DisplayView() override;
 
+    // The sound drawn (none: nothing is drawn) and the view type it is drawn in.
+    void setSound(std::shared_ptr<MusicStream> music);
+    void setViewType(ViewType type);
+    [[nodiscard]] const std::shared_ptr<MusicStream> &sound() const { return shownSource.music; }
+    [[nodiscard]] ViewType shownViewType() const { return shownSource.viewType; }
+
     // Stores the headers and the scrollers (each optional) and connects them.
-    void setHeaders(RowHeaderView *rowHeader, ColumnHeaderView *columnHeader,
+    void setHeaders(ScreenView *rowHeader, ScreenView *columnHeader,
                     MyScroller *hScroller = nullptr, MyScroller *vScroller = nullptr);
 
     // Zoom and its undo, as the zoom buttons use them (factor > 1 zooms in).
@@ -74,14 +79,14 @@ public:
 
     // Asks for a redraw of the trace area and its headers with fresh data. Any thread.
     static void requestRedraw();
-    // Marks the data as changed and schedules a repaint. Main thread.
+    // Marks the data as changed and redraws. Main thread.
     void dataChanged();
-    // Repaints the trace area and its headers with what is shown. Main thread.
+    // Prepares what is shown (when on screen) and repaints the trace area and its headers.
     void redrawAll();
 
-    // Fetches the columns (or the spectrum) for the present view now, waiting on the data
-    // queue, so that the next paint draws complete data: for pictures and tests, never from a
-    // paint. size: the canvas in points. False when there is nothing to draw.
+    // Prepares for a canvas of size points and fetches the columns (or the spectrum) now,
+    // waiting on the data queue, so that the next paint draws complete data: for pictures and
+    // tests, never from a paint. False when there is nothing to draw.
     bool prepareNow(QSizeF size);
 
     // The extent of the data on the present horizontal axis, as last fetched.
@@ -91,6 +96,14 @@ public:
 
     void paint(QPainter &painter, QSizeF size) override;
 
+    // What the painters are given, as last prepared; the headers paint from it too.
+    [[nodiscard]] const TraceFeed::Frame &frame() const { return feed.frame(); }
+    // The column stream of the visible range, as last prepared.
+    [[nodiscard]] const std::shared_ptr<DisplayColumnStream> &columnStream() const
+    {
+        return feed.columnStream;
+    }
+
     // "leftTime %f, timeWidth %f\n" and the column stream's description.
     [[nodiscard]] QString description() const;
 
@@ -98,17 +111,13 @@ public:
     // again whenever the view or its data change under a mouse that stays in the canvas.
     [[nodiscard]] HoverInfo hoverAt(double x) const;
 
-    std::shared_ptr<DisplayColumnStream> columnStream;
-    RowHeaderView *rowHeaderView = nullptr;
-    ColumnHeaderView *columnHeaderView = nullptr;
+    ScreenView *rowHeaderView = nullptr;
+    ScreenView *columnHeaderView = nullptr;
     MyScroller *hScroller = nullptr;
     MyScroller *vScroller = nullptr;
 
-    double minTraceHeight = 0.5; // smallest half-height of a trace stroke, points
     QColor backgroundColor = Qt::black;
     QColor needleColor = Qt::red;
-    QColor volumeColor = Qt::white;
-    double timeLineInc = 0.0; // time grid spacing of the last redraw
 
 signals:
     void scrollOutChanged(bool canHScrollOut, bool canVScrollOut);
@@ -122,40 +131,17 @@ protected:
     void mouseMoveEvent(QMouseEvent *event) override;
     void wheelEvent(QWheelEvent *event) override;
     void leaveEvent(QEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    void showEvent(QShowEvent *event) override;
 
 private:
-    // What the data queue hands back for a redraw.
-    struct Snapshot
-    {
-        std::uint64_t generation = 0;
-        std::shared_ptr<DataStream> data; // whose extent this is
-        std::optional<HExtent> extent;
-        std::shared_ptr<DisplayColumnStream> stream;
-        std::int64_t first = 0;
-        DisplayColumnStream::Fill fill;
-        // The spectrum view's segment.
-        std::vector<double> spectrum; // dB per bin
-        double hzPerBin = 0.0;
-        std::vector<std::pair<double, double>> peaks; // hertz, dB
-        double pitch = 0.0;                           // note number of the segment; <= 0 none
-        double goodness = 0.0;
-        std::int64_t segment = -1;
-        double segmentTime = 0.0;
-    };
-    struct Wanted
-    {
-        std::shared_ptr<DataStream> data;
-        std::shared_ptr<DisplayColumnStream> stream;
-        std::int64_t first = 0;
-    };
-
-    // Steps of a redraw before drawing: sizes, clamps, following the needle, the column stream.
-    std::optional<Wanted> prepare(QSizeF size);
-    [[nodiscard]] bool snapshotCurrent(const Wanted &wanted) const;
-    void requestSnapshot(const Wanted &wanted);
-    void takeShown(Snapshot snapshot);
-    static Snapshot takeSnapshot(const Wanted &wanted, std::uint64_t generation, bool spectrum,
-                                 const std::shared_ptr<MusicStream> &music);
+    // Prepares for a canvas of size; nothing when there is nothing to draw.
+    std::optional<TraceRequest> prepare(QSizeF size);
+    [[nodiscard]] TraceFeed::Axes axes() const;
+    // What redrawAll posts: prepare for the canvas as it is, fetch, repaint.
+    void prepareShown();
+    // The selection as hView has it, drawn without preparing anything else.
+    void showSelection();
     void updateScrollers();
     void applyHScroller(double position);
     void applyVScroller(double position);
@@ -163,18 +149,13 @@ private:
     void pageV(int direction);
     [[nodiscard]] double timeAt(double x) const;
 
-    void paintGrid(QPainter &painter, const Geometry &g, double width);
-    void paintNoteLines(QPainter &painter, const Geometry &g, double width) const;
-    void paintColumns(QPainter &painter, const Geometry &g) const;
-    void paintSpectrum(QPainter &painter, const Geometry &g) const;
-
+    TraceSource shownSource;
     bool canHScrollOutValue = false;
     bool canVScrollOutValue = false;
     QString promptMessageText;
-    Snapshot shown;
-    std::uint64_t generation = 1;
-    bool fetchInFlight = false;
+    TraceFeed feed;
     bool scrollerUpdatePosted = false;
+    bool preparePosted = false;
     // Where the mouse last was over the canvas, for the hover read-out after the view moves.
     bool mouseInside = false;
     double lastMouseX = 0.0; // points

@@ -27,7 +27,9 @@ struct Geometry
     // The toolkit's y of a height above the bottom edge, and of a value.
     [[nodiscard]] double flip(double upPoints) const { return canvasHeight - upPoints; }
     [[nodiscard]] double y(double value) const { return flip(up(value)); }
-    [[nodiscard]] double valueAtX(double xPoints) const { return leftTime + pixelWidth * xPoints; }
+    // The axis values at the right and top edges.
+    [[nodiscard]] double rightValue() const { return leftTime + pixelWidth * canvasWidth; }
+    [[nodiscard]] double topValue() const { return bottomY + pixelHeight * canvasHeight; }
     [[nodiscard]] double valueAtY(double yPoints) const
     {
         return bottomY + pixelHeight * (canvasHeight - yPoints);

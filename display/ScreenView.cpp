@@ -1,17 +1,10 @@
 #include "display/ScreenView.h"
 
-#include "options/Parameters.h"
 #include "streams/MusicStream.h"
-#include "streams/Quorval.h"
 
-#include <QFontDatabase>
 #include <QPainter>
 
 namespace quorval {
-
-const QColor ScreenView::kDarkGrey = QColor::fromRgbF(1.0 / 3.0, 1.0 / 3.0, 1.0 / 3.0);
-const QColor ScreenView::kGrey = QColor::fromRgbF(0.5, 0.5, 0.5);
-const QColor ScreenView::kDarkGreen = QColor::fromRgbF(0.0, 0.5, 0.0);
 
 ScreenView::ScreenView(QWidget *parent) : QWidget(parent)
 {
@@ -21,23 +14,15 @@ ScreenView::ScreenView(QWidget *parent) : QWidget(parent)
 
 bool ScreenView::setup()
 {
-    musicStream = Quorval::musicStream();
+    musicStream = source ? source->music : nullptr;
     if (!musicStream || !musicStream->compositeView) {
         dataView = nullptr;
         return false;
     }
-    viewType = Parameters::shared().currentViewType();
+    viewType = source->viewType;
     dataView = &musicStream->viewFor(viewType);
     hView = viewType == ViewType::Spectrum ? musicStream->frequencyView : musicStream->timeView;
     return hView != nullptr;
-}
-
-QFont ScreenView::labelFont(double points)
-{
-    QFont font = QFontDatabase::systemFont(QFontDatabase::GeneralFont);
-    // Sizes are in the canvas's points, which are logical pixels here.
-    font.setPixelSize(static_cast<int>(points + 0.5));
-    return font;
 }
 
 void ScreenView::paintEvent(QPaintEvent *)

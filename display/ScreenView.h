@@ -4,8 +4,6 @@
 #include "options/ViewType.h"
 #include "streams/DataView.h"
 
-#include <QColor>
-#include <QFont>
 #include <QWidget>
 
 #include <memory>
@@ -15,9 +13,16 @@ namespace quorval {
 class DisplayView;
 class MusicStream;
 
-// The common base of the trace area and its two headers: binds a surface to the open sound's
-// axes for the view type in force. Every redraw starts with setup(); a surface with nothing to
-// show draws nothing. Main thread only.
+// What a trace area draws: a sound (none: nothing) in a view type.
+struct TraceSource
+{
+    std::shared_ptr<MusicStream> music;
+    ViewType viewType = ViewType::Composite;
+};
+
+// The common base of the trace area and its two headers: binds a surface to the axes of the
+// sound its trace area draws, for the view type in force. A surface with nothing to show draws
+// nothing. Main thread only.
 class ScreenView : public QWidget
 {
     Q_OBJECT
@@ -25,31 +30,24 @@ class ScreenView : public QWidget
 public:
     explicit ScreenView(QWidget *parent = nullptr);
 
-    // Takes the shared music stream, the DataView of the "View type" in force and the axis that
-    // view runs along (the frequency axis for the spectrum, else time). False without a music
-    // stream that has its views, and then nothing is drawn.
+    // Takes source's sound, the DataView of its view type and the axis that view runs along
+    // (the frequency axis for the spectrum, else time). False without a source or a sound that
+    // has its views, and then nothing is drawn.
     bool setup();
 
     // Paints the surface into painter at size (points): what paintEvent draws, and what a
-    // picture of the window is made of.
+    // picture of the window is made of. Draws what was prepared; changes nothing.
     virtual void paint(QPainter &painter, QSizeF size) = 0;
 
     std::shared_ptr<HView> hView = std::make_shared<HView>();
     DataView *dataView = nullptr; // the music stream's, valid while musicStream is held
     std::shared_ptr<MusicStream> musicStream;
     ViewType viewType = ViewType::Composite;
-    double charWidth = 6.0;   // points per label character
-    double charHeight = 14.0; // points per label line
 
-    // The trace area the headers follow; set by DisplayView::setHeaders.
+    // The trace area this surface belongs to (itself, for the trace area), and what it draws;
+    // both set by the trace area.
     DisplayView *displayView = nullptr;
-
-    // The system font at a size in points, as every label is drawn.
-    static QFont labelFont(double points);
-    static QColor grey(double level) { return QColor::fromRgbF(level, level, level); }
-    static const QColor kDarkGrey;
-    static const QColor kGrey;
-    static const QColor kDarkGreen;
+    const TraceSource *source = nullptr;
 
 protected:
     void paintEvent(QPaintEvent *event) override;

@@ -4,6 +4,7 @@
 #include "display/DisplayView.h"
 #include "display/MyScroller.h"
 #include "display/RowHeaderView.h"
+#include "display/TracePainters.h"
 
 #include <QGridLayout>
 #include <QPainter>
@@ -62,7 +63,7 @@ bool TraceArea::paintPicture(QPainter &painter, QSizeF traceSize)
     painter.setClipRect(QRectF(0.0, 0.0, traceSize.width(), top));
     columnHeaderView->paint(painter, QSizeF(traceSize.width(), top));
     painter.restore();
-    painter.fillRect(QRectF(0.0, 0.0, left, top), ScreenView::kDarkGrey);
+    painter.fillRect(QRectF(0.0, 0.0, left, top), kDarkGrey);
     return true;
 }
 

@@ -27,6 +27,14 @@ std::shared_ptr<DataView> makeView(ViewType type, std::shared_ptr<DataStream> da
     return view;
 }
 
+// The segment whose start lies at or just before timeSeconds.
+std::int64_t segmentAt(const PitchStream &pitch, double timeSeconds)
+{
+    const double t = timeSeconds / pitch.xScale - pitch.overlap;
+    const double index = std::isfinite(t) ? std::floor(t) : 0.0;
+    return static_cast<std::int64_t>(std::clamp(index, 0.0, 0x1p62));
+}
+
 } // namespace
 
 MusicStream::MusicStream(std::shared_ptr<WavStream> wav)
@@ -307,17 +315,13 @@ void MusicStream::notifyIdle()
     idleSignal.notify_all();
 }
 
-bool MusicStream::spectrumShown()
+void MusicStream::showSpectrumAt(double timeSeconds)
 {
-    // A look in the settings store costs more than a segment's analysis, so the view type is
-    // looked at once per display frame rather than once per unit.
-    constexpr auto kLookInterval = std::chrono::milliseconds(30);
-    const auto now = std::chrono::steady_clock::now();
-    if (now - viewTypeReadAt >= kLookInterval) {
-        viewTypeIsSpectrum = Parameters::shared().currentViewType() == ViewType::Spectrum;
-        viewTypeReadAt = now;
-    }
-    return viewTypeIsSpectrum;
+    const double wanted = std::isfinite(timeSeconds) ? timeSeconds : -1.0;
+    spectrumTime = wanted;
+    const std::shared_ptr<PitchStream> current = pitchStream();
+    if (wanted >= 0.0 && current && segmentAt(*current, wanted) != fftPitchIndex)
+        requestCalculation();
 }
 
 std::int64_t MusicStream::spectrumStep(PitchStream &current)
@@ -339,14 +343,12 @@ std::int64_t MusicStream::spectrumStep(PitchStream &current)
             return newest;
         }
     }
-    if (!spectrumShown())
+    const double wantedTime = spectrumTime;
+    if (wantedTime < 0.0)
         return -1;
-    const auto [count, needleIndex] = data.sync([&current] {
-        const double t = Quorval::needleTime / current.xScale - current.overlap;
-        const double index = std::isfinite(t) ? std::floor(t) : 0.0;
-        return std::make_pair(current.maximumIndex_D() - current.minimumIndex_D(),
-                              static_cast<std::int64_t>(std::clamp(index, 0.0, 0x1p62)));
-    });
+    const std::int64_t needleIndex = segmentAt(current, wantedTime);
+    const std::int64_t count =
+        data.sync([&current] { return current.maximumIndex_D() - current.minimumIndex_D(); });
     if (count <= 0 || needleIndex == fftPitchIndex)
         return -1;
     fftPitchIndex = needleIndex;

@@ -50,6 +50,10 @@ public:
     [[nodiscard]] std::shared_ptr<FFTStream> fftStream() const;
     // Segment whose spectrum fftStream holds; -1 for none.
     std::atomic<std::int64_t> fftPitchIndex{-1};
+    // The spectrum view wants the spectrum of the segment at timeSeconds (negative: none
+    // wanted): the calculation lays it into fftStream and flags a redisplay. While recording,
+    // the newest segment's spectrum is laid in instead. Any thread.
+    void showSpectrumAt(double timeSeconds);
     // Frames per segment (a power of two) and between segment starts, of the present pitch
     // stream.
     [[nodiscard]] std::int64_t segLength() const { return segLengthValue; }
@@ -139,8 +143,6 @@ private:
     // stream: away from the visible ones a unit takes whole blocks, since the hand-overs between
     // queues cost more than a segment's analysis. Crunch queue.
     void computeBlockAfter(const std::shared_ptr<PitchStream> &current, std::int64_t first);
-    // "View type" is the spectrum; read at most every 30 ms. Crunch queue.
-    bool spectrumShown();
     void notifyIdle();
 
     struct BlockWork;
@@ -153,8 +155,7 @@ private:
     std::atomic<std::int64_t> segSpacingValue{0};
     double warnedLowestNote = std::numeric_limits<double>::quiet_NaN(); // main thread
 
-    std::chrono::steady_clock::time_point viewTypeReadAt; // crunch queue
-    bool viewTypeIsSpectrum = false;                      // crunch queue
+    std::atomic<double> spectrumTime{-1.0}; // seconds; negative: no spectrum wanted
     std::atomic<bool> running{false};
     std::atomic<bool> requestedAgain{false};
     std::atomic<int> loopsStarted{0};

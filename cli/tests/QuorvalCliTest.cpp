@@ -4,8 +4,11 @@
 #include "streams/tests/Tones.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
+#include <QFileInfo>
 #include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -541,6 +544,45 @@ TEST_F(QuorvalCli, rendersTheTraceAtAnyScaleAndRefusesStretchesOutsideTheSound)
     EXPECT_EQ(run({"render", file, "-o", png, "--scale", "0"}).status, 2);
     EXPECT_EQ(run({"render", dir.filePath("missing.wav"), "-o", png}).status, 1);
     EXPECT_EQ(run({"render", file, "-o", dir.filePath("no/such/folder/x.png")}).status, 1);
+}
+
+TEST_F(QuorvalCli, renderNeverWritesTheUsersOptionsAndDrawsAsWithoutThem)
+{
+    const QString file = wavOf("tone.wav", toneAt(57.0, 1.0));
+    const QStringList render = {"render", file,       "--view", "spectrum", "--width",
+                                "200",    "--height", "100",    "-o"};
+    const QString bare = dir.filePath("bare.png");
+    ASSERT_EQ(run(render + QStringList{bare}).status, 0);
+
+    // The user's own store, holding another view.
+    ASSERT_EQ(run({"--use-settings", "--set", "View type=Pitch", "info", file}).status, 0);
+    struct Kept
+    {
+        QString path;
+        QByteArray bytes;
+        QDateTime modified;
+    };
+    std::vector<Kept> store;
+    for (QDirIterator it(configHome, QDir::Files, QDirIterator::Subdirectories); it.hasNext();) {
+        QFile stored(it.next());
+        ASSERT_TRUE(stored.open(QIODevice::ReadOnly));
+        store.push_back({stored.fileName(), stored.readAll(), QFileInfo(stored).lastModified()});
+    }
+    ASSERT_FALSE(store.empty());
+    ASSERT_TRUE(store.front().bytes.contains("Pitch"));
+
+    // Read for the rest of the options, the store is left as it was, and the picture is the
+    // one drawn without it.
+    const QString withStore = dir.filePath("store.png");
+    const Outcome used = run(QStringList{"--use-settings"} + render + QStringList{withStore});
+    ASSERT_EQ(used.status, 0) << used.err.toStdString();
+    for (const Kept &kept : store) {
+        QFile stored(kept.path);
+        ASSERT_TRUE(stored.open(QIODevice::ReadOnly)) << kept.path.toStdString();
+        EXPECT_EQ(stored.readAll(), kept.bytes) << kept.path.toStdString();
+        EXPECT_EQ(QFileInfo(stored).lastModified(), kept.modified) << kept.path.toStdString();
+    }
+    EXPECT_EQ(QImage(withStore), QImage(bare));
 }
 
 TEST_F(QuorvalCli, leavesNoWorkingFilesWhenStoppedOrCutOff)

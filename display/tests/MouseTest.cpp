@@ -26,8 +26,9 @@ constexpr int kTimeout = 10000;
 class Mouse : public ::testing::Test
 {
 protected:
-    Mouse() : shown(toneAt(69.0, 4.0), QStringLiteral("Composite"))
+    Mouse() : shown(toneAt(69.0, 4.0), ViewType::Composite)
     {
+        shown.showIn(area);
         area.resize(660, 424);
         area.show();
         EXPECT_TRUE(QTest::qWaitForWindowExposed(&area));

@@ -1,7 +1,9 @@
 #include "display/ColumnHeaderView.h"
+#include "display/HeaderPainters.h"
 #include "display/RowHeaderView.h"
 #include "display/TraceArea.h"
 #include "display/tests/Sounds.h"
+#include "options/Parameters.h"
 #include "streams/FFTStream.h"
 #include "streams/MusicStream.h"
 #include "streams/tests/Tones.h"
@@ -25,11 +27,12 @@ using test::toneAt;
 
 constexpr QSizeF kTrace(400.0, 300.0);
 
-QImage pictureOf(MusicStream &music, double from, double to, double scale)
+QImage pictureOf(ShownSound &shown, double from, double to, double scale)
 {
-    music.timeView->leftTime = from;
-    music.timeView->timeWidth = to - from;
+    shown.music().timeView->leftTime = from;
+    shown.music().timeView->timeWidth = to - from;
     TraceArea area;
+    shown.showIn(area);
     QImage image = area.picture(kTrace, scale);
     EXPECT_EQ(image.size(), (area.pictureSize(kTrace) * scale).toSize());
     return image;
@@ -83,10 +86,10 @@ TEST(Picture, compositeTraceSitsOnItsNoteColouredByItsDeviationAtBothScales)
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.name);
-        ShownSound shown(toneAt(c.note, 2.0), QStringLiteral("Composite"));
+        ShownSound shown(toneAt(c.note, 2.0), ViewType::Composite);
         for (const double scale : {1.0, 2.0}) {
             SCOPED_TRACE(scale);
-            const QImage image = pictureOf(shown.music(), 0.5, 1.5, scale);
+            const QImage image = pictureOf(shown, 0.5, 1.5, scale);
             ASSERT_FALSE(image.isNull());
             const double x = offsets().left + kTrace.width() / 2.0;
             const double y = yOfNote(shown.music(), c.note);
@@ -100,14 +103,14 @@ TEST(Picture, compositeTraceSitsOnItsNoteColouredByItsDeviationAtBothScales)
 
 TEST(Picture, keyboardCarriesItsDotOnTheAAboveD62Only)
 {
-    ShownSound shown(toneAt(69.0, 1.0), QStringLiteral("Composite"));
-    const QImage image = pictureOf(shown.music(), 0.0, 1.0, 1.0);
+    ShownSound shown(toneAt(69.0, 1.0), ViewType::Composite);
+    const QImage image = pictureOf(shown, 0.0, 1.0, 1.0);
     const double dotX = 0.7 * offsets().left - 2.0 + 4.0;
     auto darkGreen = [](const QColor &c) {
         return c.green() > 100 && c.green() < 160 && c.red() < 40 && c.blue() < 40;
     };
     const double dotNote =
-        62.0 + (RowHeaderView::whiteKeySpacings[4] + RowHeaderView::whiteKeySpacings[5]) / 2.0;
+        62.0 + (Keyboard::whiteKeySpacings[4] + Keyboard::whiteKeySpacings[5]) / 2.0;
     EXPECT_TRUE(darkGreen(pixelAt(image, dotX, yOfNote(shown.music(), dotNote))));
     EXPECT_TRUE(nearWhite(pixelAt(image, dotX - 8.0, yOfNote(shown.music(), dotNote))));
     // The A an octave lower is a plain white key.
@@ -115,7 +118,7 @@ TEST(Picture, keyboardCarriesItsDotOnTheAAboveD62Only)
 
     // Key labels: the E above D 62 carries its name, unless labelling is "None".
     const double eMiddle =
-        62.0 + (RowHeaderView::whiteKeySpacings[1] + RowHeaderView::whiteKeySpacings[2]) / 2.0;
+        62.0 + (Keyboard::whiteKeySpacings[1] + Keyboard::whiteKeySpacings[2]) / 2.0;
     auto inkBeside = [&](const QImage &picture) {
         int ink = 0;
         const double y = yOfNote(shown.music(), eMiddle);
@@ -127,16 +130,16 @@ TEST(Picture, keyboardCarriesItsDotOnTheAAboveD62Only)
     EXPECT_GT(inkBeside(image), 5);
     Parameters &options = Parameters::shared();
     ASSERT_TRUE(options.labelPianoKeys.setValue(QStringLiteral("None")));
-    const QImage unlabelled = pictureOf(shown.music(), 0.0, 1.0, 1.0);
+    const QImage unlabelled = pictureOf(shown, 0.0, 1.0, 1.0);
     ASSERT_TRUE(options.labelPianoKeys.setValue(QStringLiteral("Letters")));
     EXPECT_EQ(inkBeside(unlabelled), 0);
 }
 
 TEST(Picture, rulerCentresHalfSecondLabelsOnTheirLines)
 {
-    ShownSound shown(toneAt(69.0, 2.5), QStringLiteral("Composite"));
+    ShownSound shown(toneAt(69.0, 2.5), ViewType::Composite);
     // 2 s over 400 points: 50 points are a quarter second, so lines stand every half second.
-    const QImage image = pictureOf(shown.music(), 0.0, 2.0, 1.0);
+    const QImage image = pictureOf(shown, 0.0, 2.0, 1.0);
     const Offsets o = offsets();
     auto textColumnsNear = [&](double x) {
         double sum = 0.0;
@@ -166,7 +169,7 @@ TEST(Picture, rulerCentresHalfSecondLabelsOnTheirLines)
 
 TEST(Picture, rulerLabelsNeitherCollideNorRunOffEitherEnd)
 {
-    ShownSound shown(toneAt(69.0, 1.0), QStringLiteral("Composite"));
+    ShownSound shown(toneAt(69.0, 1.0), ViewType::Composite);
     const Offsets o = offsets();
     struct Span
     {
@@ -182,6 +185,7 @@ TEST(Picture, rulerLabelsNeitherCollideNorRunOffEitherEnd)
         music.timeView->leftTime = span.from;
         music.timeView->timeWidth = span.to - span.from;
         TraceArea area;
+        shown.showIn(area);
         const QImage image = area.picture(kTrace, 1.0);
         ASSERT_FALSE(image.isNull());
         const std::vector<QRectF> &rects = area.columnHeaderView->labelRects;
@@ -217,10 +221,11 @@ TEST(Picture, wholeViewOfAFinishedSoundEndsAtItsEnd)
     const double preferred = options.preferredDisplayLength.value();
     ASSERT_TRUE(options.preferredDisplayLength.setValue(1.0));
     {
-        ShownSound shown(toneAt(69.0, 2.0), QStringLiteral("Composite"));
+        ShownSound shown(toneAt(69.0, 2.0), ViewType::Composite);
         HView &h = *shown.music().timeView;
         h.timeWidth = 0.0; // not yet shown: the first redraw shows the whole
         TraceArea area;
+        shown.showIn(area);
         ASSERT_FALSE(area.picture(kTrace, 1.0).isNull());
         const HExtent e = area.displayView->extent();
         ASSERT_GT(e.span(), 1.5);
@@ -250,15 +255,15 @@ TEST(Picture, everyViewDrawsItsTraceWhereItsAxisPutsIt)
         return o.top + kTrace.height() * (view.topY - value) / (view.topY - view.bottomY);
     };
     {
-        ShownSound shown(samples, QStringLiteral("Pitch"));
-        const QImage image = pictureOf(shown.music(), 0.5, 1.5, 2.0);
+        ShownSound shown(samples, ViewType::Pitch);
+        const QImage image = pictureOf(shown, 0.5, 1.5, 2.0);
         EXPECT_TRUE(anyPixelNear(image, x, valueY(*shown.music().pitchView, 69.0), 2.0, white));
         EXPECT_FALSE(anyPixelNear(image, x, valueY(*shown.music().pitchView, 75.0), 2.0, white));
     }
-    for (const char *type : {"Amplitude", "RMS Amplitude"}) {
-        SCOPED_TRACE(type);
-        ShownSound shown(samples, QString::fromLatin1(type));
-        const QImage image = pictureOf(shown.music(), 0.5, 1.5, 1.0);
+    for (const ViewType type : {ViewType::Amplitude, ViewType::RMSAmplitude}) {
+        SCOPED_TRACE(letterOf(type));
+        ShownSound shown(samples, type);
+        const QImage image = pictureOf(shown, 0.5, 1.5, 1.0);
         const DataView &view = *shown.music().wavView;
         // The tone's loudness reaches out from the zero line; nothing at full scale.
         EXPECT_TRUE(white(pixelAt(image, x, valueY(view, 0.0) - 3.0)));
@@ -266,8 +271,8 @@ TEST(Picture, everyViewDrawsItsTraceWhereItsAxisPutsIt)
         EXPECT_FALSE(white(pixelAt(image, x, valueY(view, 0.9 * view.maxY))));
     }
     {
-        ShownSound shown(samples, QStringLiteral("Quality"));
-        const QImage image = pictureOf(shown.music(), 0.5, 1.5, 1.0);
+        ShownSound shown(samples, ViewType::Quality);
+        const QImage image = pictureOf(shown, 0.5, 1.5, 1.0);
         int traced = 0;
         for (int px = 0; px < static_cast<int>(kTrace.width()); ++px)
             for (int py = 0; py < static_cast<int>(kTrace.height()); ++py)
@@ -279,16 +284,14 @@ TEST(Picture, everyViewDrawsItsTraceWhereItsAxisPutsIt)
 
 TEST(Picture, spectrumMarksThePeaksAndHarmonicsOfTheNote)
 {
-    ShownSound shown(toneAt(57.0, 2.0), QStringLiteral("Spectrum")); // 220 Hz
+    ShownSound shown(toneAt(57.0, 2.0), ViewType::Spectrum); // 220 Hz
     MusicStream &music = shown.music();
     Quorval::needleTime = 1.0;
-    ASSERT_TRUE(QTest::qWaitFor(
-        [&music] {
-            music.requestCalculation();
-            return music.fftPitchIndex >= 0;
-        },
-        10000));
     TraceArea area;
+    shown.showIn(area);
+    // The first picture asks for the needle's segment, which the calculation then lays in.
+    ASSERT_FALSE(area.picture(kTrace, 1.0).isNull());
+    ASSERT_TRUE(QTest::qWaitFor([&music] { return music.fftPitchIndex >= 0; }, 10000));
     const QImage image = area.picture(kTrace, 1.0);
     ASSERT_FALSE(image.isNull());
     const Offsets o = offsets();
@@ -316,9 +319,10 @@ TEST(Picture, spectrumMarksThePeaksAndHarmonicsOfTheNote)
 
 TEST(Picture, writesPngAndSvgAndRefusesAFolder)
 {
-    ShownSound shown(toneAt(69.0, 1.0), QStringLiteral("Composite"));
+    ShownSound shown(toneAt(69.0, 1.0), ViewType::Composite);
     QTemporaryDir dir;
     TraceArea area;
+    shown.showIn(area);
     const QString png = dir.filePath(QStringLiteral("trace.png"));
     const QString svg = dir.filePath(QStringLiteral("trace.svg"));
     ASSERT_TRUE(area.writePicture(png, kTrace, 2.0));

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "display/DisplayView.h"
-#include "options/Parameters.h"
+#include "display/TraceArea.h"
 #include "streams/Quorval.h"
 #include "streams/tests/OpenedSound.h"
 
@@ -12,34 +12,33 @@
 
 namespace quorval::test {
 
-// An analysed tone as the open sound, and the view type to draw it in; both undone when it
-// goes.
+// An analysed tone and the view type to draw it in, for the trace areas a test shows it in.
 class ShownSound
 {
 public:
-    ShownSound(const std::vector<double> &samples, const QString &viewType)
-        : viewTypeSet(Parameters::shared().setViewType(viewType)), sound(samples)
+    ShownSound(const std::vector<double> &samples, ViewType type) : type(type), sound(samples)
     {
-        EXPECT_TRUE(viewTypeSet);
-        Quorval::setMusicStream(sound.music);
         Quorval::needleTime = -1.0;
     }
     ~ShownSound()
     {
         Quorval::setVisibleSegmentSource(nullptr);
-        Quorval::setMusicStream(nullptr);
         Quorval::playing = false;
         Quorval::needleTime = 0.0;
-        (void)Parameters::shared().setViewType(QStringLiteral("Composite"));
     }
     ShownSound(const ShownSound &) = delete;
     ShownSound &operator=(const ShownSound &) = delete;
 
     MusicStream &music() { return *sound.music; }
+    // Hands the sound and the view type to area's trace.
+    void showIn(TraceArea &area) const
+    {
+        area.displayView->setSound(sound.music);
+        area.displayView->setViewType(type);
+    }
 
 private:
-    // Set before the sound is made, so that its calculation sees the view type from the start.
-    bool viewTypeSet;
+    ViewType type;
     OpenedSound sound;
 };
 
