@@ -44,7 +44,7 @@ TEST_F(WindowTest, spectrumViewDrawsTheSegmentAtTheNeedleOfAnOpenedSound)
     // Kept for a look: the whole trace area as the window shows it.
     const QString picture =
         QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("spectrum-view.png"));
-    EXPECT_TRUE(controller->scrollView->grab().save(picture));
+    EXPECT_TRUE(controller->traceArea->grab().save(picture));
     EXPECT_TRUE(view->frame().spectrum.caption.startsWith(QStringLiteral("Segment at 0:00.00:")))
         << view->frame().spectrum.caption.toStdString();
 
