@@ -111,8 +111,12 @@ TEST(Deviations, givesFourZerosWhenNoSegmentIsLoudEnough)
     const auto noise = over(quiet, 0.0, 0.0);
     ASSERT_TRUE(noise);
     EXPECT_GT(noise->coverage, 0.5);
+}
 
-    // Noise counts, but it has no clear pitch: a tone after as much noise is half the stretch.
+TEST(Deviations, tellsTheShareWithAClearPitchApartFromTheLoudShare)
+{
+    // Loud noise counts, but it has no clear pitch: a tone after as much noise is half the
+    // stretch.
     const test::OpenedSound noiseThenTone(test::joined(
         testsignals::whiteNoise(8000.0, static_cast<int>(kRate), 7), test::toneAt(69.0, 1.0)));
     const auto half = over(noiseThenTone, 0.0, 0.0);
