@@ -114,7 +114,9 @@ std::optional<Deviations::Results> Deviations::compute(MusicStream &music, doubl
                                                        const std::atomic<bool> &canceled)
 {
     const Scale scale = Scale::current();
+    const double goodnessFloor = Parameters::shared().qualityThreshold.value();
     std::int64_t n = 0;
+    std::int64_t clear = 0;
     double sum = 0.0;
     double sumOfSquares = 0.0;
     const std::optional<Stretch> stretch =
@@ -125,6 +127,8 @@ std::optional<Deviations::Results> Deviations::compute(MusicStream &music, doubl
             // note that did not speak clearly, and leaving it out would flatter the figures.
             const double d = scale.deviation(segment.pitch);
             ++n;
+            if (segment.pitch > 0.0 && segment.goodness >= goodnessFloor)
+                ++clear;
             sum += d;
             sumOfSquares += d * d;
         });
@@ -136,8 +140,9 @@ std::optional<Deviations::Results> Deviations::compute(MusicStream &music, doubl
     results.pitch = sum / static_cast<double>(n);
     results.deviation = std::sqrt(sumOfSquares / static_cast<double>(n));
     results.volume = stretch->rms / music.wavStream->maxNominalY;
-    results.coverage =
-        static_cast<double>(n) / static_cast<double>(stretch->endSegment - stretch->firstSegment);
+    const auto segments = static_cast<double>(stretch->endSegment - stretch->firstSegment);
+    results.coverage = static_cast<double>(n) / segments;
+    results.clearPitch = static_cast<double>(clear) / segments;
     return results;
 }
 
@@ -157,6 +162,18 @@ std::string Deviations::report(const Results &results, bool debugLines)
     return report;
 }
 
+std::string Deviations::centsReport(const Results &results)
+{
+    // A mean that rounds to zero reads "+0.0", never "-0.0".
+    const double cents = std::abs(results.pitch) < 0.0005 ? 0.0 : results.pitch * 100.0;
+    char text[200];
+    std::snprintf(text, sizeof text,
+                  "In cents: %+.1f, spread \u00b1%.1f\nClear pitch: %.0f%% of the stretch\n"
+                  "Note by note: the note table",
+                  cents, results.deviation * 100.0, results.clearPitch * 100.0);
+    return text;
+}
+
 Deviations::~Deviations()
 {
     cancel();
@@ -166,35 +183,19 @@ void Deviations::start(std::shared_ptr<MusicStream> music, double t0, double t1,
                        std::function<void(const Results &)> done)
 {
     QUORVAL_CHECK(music != nullptr);
-    cancel();
-    if (worker.joinable())
-        worker.join();
-    run = std::make_shared<Run>();
-    worker = std::jthread([current = run, music = std::move(music), t0, t1,
-                           done = std::move(done)]() mutable {
-        const std::optional<Results> results = compute(*music, t0, t1, current->deviationsCanceled);
-        if (!results) {
-            current->finished = true;
-            return;
-        }
-        Quorval::postToMain([current, results = *results, done = std::move(done)] {
-            current->finished = true;
-            // A cancel that came after the computation still silences its report.
-            if (!current->deviationsCanceled)
-                done(results);
-        });
-    });
+    run.start([music = std::move(music), t0,
+               t1](const std::atomic<bool> &canceled) { return compute(*music, t0, t1, canceled); },
+              std::move(done));
 }
 
 void Deviations::cancel()
 {
-    if (run)
-        run->deviationsCanceled = true;
+    run.cancel();
 }
 
 bool Deviations::isRunning() const
 {
-    return run && !run->finished && !run->deviationsCanceled;
+    return run.isRunning();
 }
 
 } // namespace quorval

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "options/DeveloperMode.h"
+#include "streams/BackgroundRun.h"
 
 #include <atomic>
 #include <cstdint>
@@ -8,7 +9,6 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 
 namespace quorval {
 
@@ -29,6 +29,9 @@ public:
         double deviation = 0.0; // RMS of the deviations about zero, semitones
         double volume = 0.0;    // RMS of the stretch / the sound's maxNominalY
         double coverage = 0.0;  // counted segments / segments in the stretch, 0 .. 1
+        // Counted segments with a pitch of goodness at least "Quality threshold" / segments in
+        // the stretch, 0 .. 1.
+        double clearPitch = 0.0;
     };
 
     // Over [t0, t1) seconds of music's sound; a stretch of zero width means the whole sound.
@@ -66,6 +69,10 @@ public:
     // "Pitch = %+.3f\nDeviation =  ±%.3f", then "\nVolume = %.3f\nCoverage = %.3f" when
     // debugLines (by default: in developer mode). UTF-8.
     static std::string report(const Results &results, bool debugLines = developerMode());
+    // The same figures as a musician reads them, to follow report(): the mean and RMS
+    // deviation in cents, the share of the stretch with a clear pitch, and where the notes are
+    // listed one by one. UTF-8.
+    static std::string centsReport(const Results &results);
 
     Deviations() = default;
     // Cancels and waits for a computation under way.
@@ -83,13 +90,7 @@ public:
     [[nodiscard]] bool isRunning() const;
 
 private:
-    struct Run
-    {
-        std::atomic<bool> deviationsCanceled{false};
-        std::atomic<bool> finished{false};
-    };
-    std::shared_ptr<Run> run;
-    std::jthread worker;
+    BackgroundRun<Results> run;
 };
 
 } // namespace quorval

@@ -19,10 +19,12 @@ std::int64_t checkedFloor(double value)
     return static_cast<std::int64_t>(floored);
 }
 
-// White in tune, turning red as the pitch goes sharp and blue as it goes flat, saturated at
-// half a semitone; uncertain pitches darkened toward black.
-Rgba rampColor(double deviation, double goodness, double goodnessThreshold)
+} // namespace
+
+Rgba traceColor(double deviation, bool tuning, double goodness, double goodnessThreshold)
 {
+    if (tuning)
+        deviation *= 5.0;
     double red = 1.0;
     double green = 1.0;
     double blue = 1.0;
@@ -41,8 +43,6 @@ Rgba rampColor(double deviation, double goodness, double goodnessThreshold)
     }
     return {static_cast<float>(red), static_cast<float>(green), static_cast<float>(blue), 1.0f};
 }
-
-} // namespace
 
 ColumnLayout ColumnLayout::of(std::int64_t k, double columnSeconds, const DataStream &pitch,
                               const DataStream &wav)
@@ -174,10 +174,8 @@ std::optional<Rgba> DisplayColumn::computeColor_D()
         return color_D;
     }
     const ColumnSettings &settings = stream->settings_D;
-    double deviation = settings.scale.deviation(colored);
-    if (settings.tuning)
-        deviation *= 5.0;
-    color_D = rampColor(deviation, goodness_D, goodnessThreshold);
+    color_D = traceColor(settings.scale.deviation(colored), settings.tuning, goodness_D,
+                         goodnessThreshold);
     stream->cachedPitch_D = colored;
     stream->cachedColor_D = *color_D;
     return color_D;

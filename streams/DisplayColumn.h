@@ -22,6 +22,12 @@ struct Rgba
     friend bool operator==(const Rgba &, const Rgba &) = default;
 };
 
+// The trace's colour of a pitch `deviation` semitones from its line (+ sharp): white in tune,
+// turning red as it goes sharp and blue as it goes flat, saturated at half a semitone, or at a
+// tenth with tuning (which counts deviations five times); darkened toward black in proportion
+// below goodnessThreshold (0: never). Any thread.
+Rgba traceColor(double deviation, bool tuning, double goodness, double goodnessThreshold);
+
 // Where column k of a column stream lies: on the time axis, in the pitch segments and in the
 // sound's frames. Pure arithmetic on the streams' xScale and overlap; any thread.
 struct ColumnLayout

@@ -36,6 +36,7 @@ public:
         double endSeconds = 0.0; // where its last segment's spacing ends
         qint64 noteNumber = 0;   // of the grid line (a loaded tuning's key number)
         std::string name;        // the grid line's name in the current key, e.g. "F♯"
+        std::string degree;      // its scale degree's number, as Degree::number
         double meanCents = 0.0;
         double spreadCents = 0.0; // RMS about the mean
         double meanGoodness = 0.0;

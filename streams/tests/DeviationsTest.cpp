@@ -113,6 +113,19 @@ TEST(Deviations, givesFourZerosWhenNoSegmentIsLoudEnough)
     EXPECT_GT(noise->coverage, 0.5);
 }
 
+TEST(Deviations, tellsTheShareWithAClearPitchApartFromTheLoudShare)
+{
+    // Loud noise counts, but it has no clear pitch: a tone after as much noise is half the
+    // stretch.
+    const test::OpenedSound noiseThenTone(test::joined(
+        testsignals::whiteNoise(8000.0, static_cast<int>(kRate), 7), test::toneAt(69.0, 1.0)));
+    const auto half = over(noiseThenTone, 0.0, 0.0);
+    ASSERT_TRUE(half);
+    EXPECT_GT(half->coverage, 0.75);
+    EXPECT_NEAR(half->clearPitch, 0.5, 0.05);
+    EXPECT_DOUBLE_EQ(over(noiseThenTone, 1.1, 1.9)->clearPitch, 1.0);
+}
+
 TEST(Deviations, reportsInTheSystemsWordsWithDebugLinesOnRequest)
 {
     Deviations::Results results;
@@ -124,6 +137,12 @@ TEST(Deviations, reportsInTheSystemsWordsWithDebugLinesOnRequest)
     EXPECT_EQ(Deviations::report(results, true),
               "Pitch = -0.042\nDeviation =  \u00b10.100\nVolume = 0.250\nCoverage = 0.875");
     EXPECT_EQ(Deviations::report(results), Deviations::report(results, false));
+    results.clearPitch = 0.5;
+    EXPECT_EQ(Deviations::centsReport(results),
+              "In cents: -4.2, spread \u00b110.0\nClear pitch: 50% "
+              "of the stretch\nNote by note: the note table");
+    results.pitch = -0.0004;
+    EXPECT_TRUE(Deviations::centsReport(results).starts_with("In cents: +0.0,"));
     setDeveloperMode(true);
     EXPECT_EQ(Deviations::report(results), Deviations::report(results, true));
     setDeveloperMode(false);
