@@ -20,6 +20,11 @@ constexpr double kBinTolerance = 0.35;
 // candidate is an octave (a twelfth) low: a real tone, however weak its fundamental, keeps a
 // third of its power or more there, and ripple and noise at 10 dB SNR well under a hundredth.
 constexpr double kUpShare = 0.03;
+// Below this share at the odd harmonics, a candidate whose fundamental lies more than 33 dB
+// below the strongest bin is an octave low. Layers that beat fade a fundamental for a segment,
+// but not that far; faint odd partials at an attack or a release come with none at all.
+constexpr double kFaintOddShare = 0.05;
+constexpr double kFaintFundamental = 5e-4;
 // Above this share at the odd harmonics of the octave below (or the non-multiples of three of the
 // twelfth below) the pitch is that one: wide of kUpShare, so that no candidate passes both ways.
 constexpr double kDownShare = 0.15;
@@ -507,7 +512,12 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         // The greatest factor whose multiple stays below freqMax.
         const int most =
             static_cast<int>(std::min<double>(kMaxFactor, std::ceil(freqMax / m.freq) - 1.0));
-        const int factor = m.commonFactor(kUpShare, kLoneHarmonic * strongest, most);
+        int factor = m.commonFactor(kUpShare, kLoneHarmonic * strongest, most);
+        // No fundamental and faint odd harmonics: the octave above (a reed's attack, or a
+        // note's release, lays weak partials halfway between the note's).
+        if (factor < 2 && most >= 2 && !(m.powerOf[0] >= kFaintFundamental * strongest) &&
+            m.oddShare < kFaintOddShare)
+            factor = 2;
         if (factor < 2)
             break;
         const Measurement up = measure(factor * m.freq);

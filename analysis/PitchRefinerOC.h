@@ -16,8 +16,9 @@ namespace quorval {
 // a phase advance that points at the harmonic itself: the skirts of a neighbouring partial point
 // at that partial, and side-lobe ripple and noise rarely point anywhere in particular, so they
 // cannot pose as harmonics the way a peak over a magnitude spectrum can.
-// - Octave safety: when the odd harmonics of the candidate hold almost no such power, the pitch
-//   is its octave above (likewise the harmonics that are no multiple of three for the twelfth);
+// - Octave safety: when the odd harmonics of the candidate hold almost no such power, or only a
+//   faint share over no fundamental at all, the pitch is its octave above (likewise the
+//   harmonics that are no multiple of three for the twelfth);
 //   when the odd harmonics of the octave below (or the non-multiples of three of the twelfth
 //   below) hold a fair share, the pitch is that one.
 // - Precision: the harmonics first vote on a start (a median, then Tukey's biweight about it), so
