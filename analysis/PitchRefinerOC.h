@@ -108,6 +108,8 @@ private:
     [[nodiscard]] double harmonicNear(double p, double tolerance, double &bin) const;
     // The greatest power within a bin of each harmonic of freq that is no multiple of divisor.
     [[nodiscard]] double powerBetween(double freq, int divisor) const;
+    // The greatest power within a bin of p (in bins), 1 <= p < nFrames / 2 - 1.
+    [[nodiscard]] double powerNear(double p) const;
     // Whether the strongest bin of the transform is one of the measured harmonics.
     [[nodiscard]] bool holdsStrongest(const Measurement &m) const;
     // The goodness of a measurement (see getGoodness).

@@ -191,6 +191,14 @@ TEST(PitchRefinerOC, anAttacksFaintPartialsBetweenTheHarmonicsDoNotPullItAnOctav
         refiner.setSamples(formant.data());
         EXPECT_NEAR(centsBetween(refiner.refine(detuneHz(low, 4.0), kFreqMin, kFreqMax), low), 0.0,
                     50.0);
+
+        // And one whose fundamental wavers, so that no bin points at it, though it is loud.
+        std::vector<double> wavering = harmonics(low, {0.0, 8000.0, 900.0, 1600.0}, kSegLength);
+        mix(wavering, sine(low * 0.94, 4000.0, kSegLength));
+        mix(wavering, sine(low * 1.07, 3000.0, kSegLength));
+        refiner.setSamples(wavering.data());
+        EXPECT_NEAR(centsBetween(refiner.refine(detuneHz(low, 4.0), kFreqMin, kFreqMax), low), 0.0,
+                    50.0);
     }
 }
 
