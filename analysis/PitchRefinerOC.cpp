@@ -20,6 +20,14 @@ constexpr double kBinTolerance = 0.35;
 // candidate is an octave (a twelfth) low: a real tone, however weak its fundamental, keeps a
 // third of its power or more there, and ripple and noise at 10 dB SNR well under a hundredth.
 constexpr double kUpShare = 0.03;
+// Below this share at the odd harmonics, a candidate with no fundamental is an octave low: none
+// that points at it within kFaintFundamental of the strongest bin's power (33 dB; layers that
+// beat fade a fundamental for a segment, but not that far), and no power within a bin of it
+// above kFaintNear (15 dB; a fundamental that wavers points at neither of its ends, yet is loud).
+// Faint odd partials at an attack or a release come with neither.
+constexpr double kFaintOddShare = 0.05;
+constexpr double kFaintFundamental = 5e-4;
+constexpr double kFaintNear = 3e-2;
 // Above this share at the odd harmonics of the octave below (or the non-multiples of three of the
 // twelfth below) the pitch is that one: wide of kUpShare, so that no candidate passes both ways.
 constexpr double kDownShare = 0.15;
@@ -393,12 +401,17 @@ double PitchRefinerOC::powerBetween(double freq, int divisor) const
             break;
         if (p < 2.0 || h % divisor == 0)
             continue;
-        double most = 0.0;
-        for (int k = static_cast<int>(std::ceil(p - 1.0)); k <= static_cast<int>(p + 1.0); k++)
-            most = std::max(most, powers[static_cast<std::size_t>(k)]);
-        sum += most;
+        sum += powerNear(p);
     }
     return sum;
+}
+
+double PitchRefinerOC::powerNear(double p) const
+{
+    double most = 0.0;
+    for (int k = static_cast<int>(std::ceil(p - 1.0)); k <= static_cast<int>(p + 1.0); k++)
+        most = std::max(most, powers[static_cast<std::size_t>(k)]);
+    return most;
 }
 
 double PitchRefinerOC::Measurement::strayMost(int k) const
@@ -507,7 +520,14 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         // The greatest factor whose multiple stays below freqMax.
         const int most =
             static_cast<int>(std::min<double>(kMaxFactor, std::ceil(freqMax / m.freq) - 1.0));
-        const int factor = m.commonFactor(kUpShare, kLoneHarmonic * strongest, most);
+        int factor = m.commonFactor(kUpShare, kLoneHarmonic * strongest, most);
+        // No fundamental and faint odd harmonics: the octave above (a reed's attack, or a
+        // note's release, lays weak partials halfway between the note's).
+        if (factor < 2 && most >= 2 && m.freq / hzPerBin >= 2.0 &&
+            !(m.powerOf[0] >= kFaintFundamental * strongest) &&
+            !(powerNear(m.freq / hzPerBin) >= kFaintNear * strongest) &&
+            m.oddShare < kFaintOddShare)
+            factor = 2;
         if (factor < 2)
             break;
         const Measurement up = measure(factor * m.freq);

@@ -16,8 +16,9 @@ namespace quorval {
 // a phase advance that points at the harmonic itself: the skirts of a neighbouring partial point
 // at that partial, and side-lobe ripple and noise rarely point anywhere in particular, so they
 // cannot pose as harmonics the way a peak over a magnitude spectrum can.
-// - Octave safety: when the odd harmonics of the candidate hold almost no such power, the pitch
-//   is its octave above (likewise the harmonics that are no multiple of three for the twelfth);
+// - Octave safety: when the odd harmonics of the candidate hold almost no such power, or only a
+//   faint share over no fundamental at all, the pitch is its octave above (likewise the
+//   harmonics that are no multiple of three for the twelfth);
 //   when the odd harmonics of the octave below (or the non-multiples of three of the twelfth
 //   below) hold a fair share, the pitch is that one.
 // - Precision: the harmonics first vote on a start (a median, then Tukey's biweight about it), so
@@ -107,6 +108,8 @@ private:
     [[nodiscard]] double harmonicNear(double p, double tolerance, double &bin) const;
     // The greatest power within a bin of each harmonic of freq that is no multiple of divisor.
     [[nodiscard]] double powerBetween(double freq, int divisor) const;
+    // The greatest power within a bin of p (in bins), 1 <= p < nFrames / 2 - 1.
+    [[nodiscard]] double powerNear(double p) const;
     // Whether the strongest bin of the transform is one of the measured harmonics.
     [[nodiscard]] bool holdsStrongest(const Measurement &m) const;
     // The goodness of a measurement (see getGoodness).

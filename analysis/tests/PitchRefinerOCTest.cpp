@@ -167,6 +167,41 @@ TEST(PitchRefinerOC, layeredVoicesThatBeatKeepTheirOctave)
     EXPECT_EQ(off, 0) << "of " << segments << " segments";
 }
 
+TEST(PitchRefinerOC, anAttacksFaintPartialsBetweenTheHarmonicsDoNotPullItAnOctaveDown)
+{
+    // A reed's attack: a weak fundamental under a strong second harmonic, and faint partials at
+    // one and a half and two and a half times the pitch, a few cents off, 15 to 25 dB below the
+    // strongest. Started from the octave below, as the search reads it, the pitch is the note.
+    // A low note whose fundamental is missing but whose odd harmonics hold a real share (7 %) keeps
+    // its octave.
+    PitchRefinerOC refiner;
+    ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
+    for (const double f : {392.0, 440.0, 523.3, 587.3}) {
+        SCOPED_TRACE(std::to_string(f) + " Hz");
+        std::vector<double> attack = harmonics(f, {800.0, 8000.0, 1400.0, 400.0}, kSegLength);
+        mix(attack, sine(detuneHz(1.5 * f, 20.0), 650.0, kSegLength));
+        mix(attack, sine(detuneHz(2.5 * f, 8.0), 1500.0, kSegLength));
+        refiner.setSamples(attack.data());
+        EXPECT_NEAR(centsBetween(refiner.refine(detuneHz(0.5 * f, 4.0), kFreqMin, kFreqMax), f),
+                    0.0, 50.0);
+
+        const double low = 0.5 * f;
+        const std::vector<double> formant =
+            harmonics(low, {0.0, 2400.0, 1800.0, 8000.0, 1600.0, 1600.0}, kSegLength);
+        refiner.setSamples(formant.data());
+        EXPECT_NEAR(centsBetween(refiner.refine(detuneHz(low, 4.0), kFreqMin, kFreqMax), low), 0.0,
+                    50.0);
+
+        // And one whose fundamental wavers, so that no bin points at it, though it is loud.
+        std::vector<double> wavering = harmonics(low, {0.0, 8000.0, 900.0, 1600.0}, kSegLength);
+        mix(wavering, sine(low * 0.94, 4000.0, kSegLength));
+        mix(wavering, sine(low * 1.07, 3000.0, kSegLength));
+        refiner.setSamples(wavering.data());
+        EXPECT_NEAR(centsBetween(refiner.refine(detuneHz(low, 4.0), kFreqMin, kFreqMax), low), 0.0,
+                    50.0);
+    }
+}
+
 TEST(PitchRefinerOC, measuresDetunedTonesToAFifthOfACent)
 {
     Analysis analysis;
