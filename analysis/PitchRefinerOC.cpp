@@ -110,7 +110,7 @@ void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
 {
     std::copy(std::begin(window), std::end(window), std::begin(coefficients));
     // The plain transform of the real segment, through the packed transform of half its length.
-    fft.compute(segment.data());
+    fft.computePacked(segment.data());
     const FFTOC::Complex *z = fft.getPacked();
     const int m = nFrames / 2;
     // Unpacked into u(k), k = 0 .. m, kept with kTaps values either side from its symmetry

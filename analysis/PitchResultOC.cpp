@@ -43,6 +43,7 @@ void PitchResultOC::prepare(FFTOC &transform, PeakDataSetOC *peaks, int highest,
     nFrames = 2 * nFreqs;
     fftSize = nFreqs + 1;
     samples.resize(static_cast<std::size_t>(nFrames));
+    loudBins.resize(static_cast<std::size_t>(fftSize));
     fftResult = nullptr;
     lastGoodnessFreq = std::numeric_limits<double>::quiet_NaN();
     freq = 0.0;
@@ -100,28 +101,33 @@ void PitchResultOC::hammingTransform()
 
 void PitchResultOC::convertToDecibelsAndLimit()
 {
-    // The quotients first, in a loop of their own that vectorises, into the samples' room (the
-    // transform has read them). The reference is a power of two, as the segment's length is, so
-    // multiplying by its inverse rounds exactly as dividing does: both round the same value.
+    // The reference is a power of two, as the segment's length is, so multiplying by its
+    // inverse rounds exactly as dividing does: both round the same value.
     const double reference = nFrames * 32768.0;
     QUORVAL_CHECK(std::has_single_bit(static_cast<std::uint64_t>(nFrames)));
     const double inverse = 1.0 / reference;
-    double *quotients = samples.data();
-    for (int i = 0; i < fftSize; i++)
-        quotients[i] = fftResult[i] * inverse;
     // A quotient a billionth below the floor's is below the floor whatever the logarithm's last
     // bit: the floor, without a logarithm. Quiet bins between partials are often there.
     if (floorDbFor != dbLimit) {
         floorDbFor = dbLimit;
         floorQuotient = std::pow(10.0, dbLimit / 20.0) * (1.0 - 1e-9);
     }
+    // Every bin takes the floor, and the loud ones, with their quotients, are listed on the way
+    // (into the samples' room: the transform has read them) without a branch: whether a bin is
+    // loud follows the partials, too irregular to guess. Only the list then takes logarithms.
+    double *quotients = samples.data();
+    int *loud = loudBins.data();
+    int count = 0;
     for (int i = 0; i < fftSize; i++) {
-        double &v = fftResult[i];
-        if (quotients[i] < floorQuotient)
-            v = dbLimit;
-        else
-            v = v > 0.0 ? std::max(20.0 * std::log10(quotients[i]), dbLimit) : dbLimit;
+        const double v = fftResult[i];
+        const double q = v * inverse;
+        quotients[count] = q;
+        loud[count] = i;
+        count += static_cast<int>(!(q < floorQuotient) && v > 0.0);
+        fftResult[i] = dbLimit;
     }
+    for (int j = 0; j < count; j++)
+        fftResult[loud[j]] = std::max(20.0 * std::log10(quotients[j]), dbLimit);
 }
 
 void PitchResultOC::compute()
