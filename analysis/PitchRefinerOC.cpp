@@ -1,6 +1,7 @@
 #include "analysis/PitchRefinerOC.h"
 
 #include "analysis/FFTOC.h"
+#include "analysis/FirstGreatest.h"
 
 #include <algorithm>
 #include <array>
@@ -157,9 +158,8 @@ void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
         applyWindow<1>(m);
     else
         applyWindow<kTaps>(m);
-    const auto top = std::max_element(powers.begin() + 2, powers.begin() + m);
-    strongest = *top;
-    strongestBin = static_cast<int>(top - powers.begin());
+    strongestBin = 2 + firstGreatest(powers.data() + 2, m - 2);
+    strongest = powers[static_cast<std::size_t>(strongestBin)];
     // Bin readings of the previous transform are stale from here on.
     if (++transformCount == 0) {
         std::fill(readAt.begin(), readAt.end(), 0u);
