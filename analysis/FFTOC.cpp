@@ -67,6 +67,15 @@ void FFTOC::compute(const double *x)
         transformNarrow(x);
 }
 
+void FFTOC::computePacked(const double *x)
+{
+    QUORVAL_CHECK(n > 0);
+    if (wideVectors)
+        transformPackedWide(x);
+    else
+        transformPackedNarrow(x);
+}
+
 // The same transform compiled twice: with AVX2 two butterflies or bins go through each
 // instruction, without it one. Neither fuses a product into a sum, so both give the same numbers.
 QUORVAL_WIDE void FFTOC::transformWide(const double *x)
@@ -76,6 +85,30 @@ QUORVAL_WIDE void FFTOC::transformWide(const double *x)
 
 void FFTOC::transformNarrow(const double *x)
 {
+    transform(x);
+}
+
+QUORVAL_WIDE void FFTOC::transformPackedWide(const double *x)
+{
+    transformPacked(x);
+}
+
+void FFTOC::transformPackedNarrow(const double *x)
+{
+    transformPacked(x);
+}
+
+QUORVAL_INLINE void FFTOC::transformPacked(const double *x)
+{
+    // transform() keeps the quick passes' values when every magnitude is finite. Values this
+    // moderate make every magnitude finite, so the quick values stand without the unpacking;
+    // any other input goes through transform() itself, which decides as ever.
+    if (logN >= 2) {
+        loadWithFirstPasses(x);
+        runPairedPasses(2);
+        if (packedModerate())
+            return;
+    }
     transform(x);
 }
 
@@ -299,6 +332,19 @@ QUORVAL_INLINE bool FFTOC::allFinite() const
     for (; k <= n; k++)
         sums[0] += out[k];
     return std::isfinite((sums[0] + sums[1]) + (sums[2] + sums[3]));
+}
+
+QUORVAL_INLINE bool FFTOC::packedModerate() const
+{
+    // A bin's magnitude is at most about five times its inputs' largest part: below 1e150 its
+    // square stays far inside the double range. NaN fails the comparison too.
+    constexpr double kModerate = 1e150;
+    const Complex *z = cArray.data();
+    std::uint64_t outside = 0;
+    for (int k = 0; k < n; k++)
+        outside |= static_cast<std::uint64_t>(!(std::fabs(z[k].re) < kModerate)) |
+                   static_cast<std::uint64_t>(!(std::fabs(z[k].im) < kModerate));
+    return outside == 0;
 }
 
 double FFTOC::getValue(int k) const

@@ -44,6 +44,10 @@ public:
     // Transforms the 2n doubles at x, read as n pairs (x[2i], x[2i + 1]), into result.
     // Allocation-free. Requires setupWithLogN() first.
     void compute(const double *x);
+    // The same transform for a caller that reads only getPacked(): the packed values are those
+    // compute() leaves, to the last bit, and the magnitudes of getResult() are left as they were.
+    // Allocation-free. Requires setupWithLogN() first.
+    void computePacked(const double *x);
 
     // Objects run the transform two butterflies at a time where the processor can
     // (wideVectorsAvailable()). Switching it off gives the same numbers more slowly: a test
@@ -92,6 +96,9 @@ private:
     void transform(const double *x);
     void transformWide(const double *x);
     void transformNarrow(const double *x);
+    void transformPacked(const double *x);
+    void transformPackedWide(const double *x);
+    void transformPackedNarrow(const double *x);
     // Bit-reversed load fused with the first two passes (n >= 4, finite values only).
     void loadWithFirstPasses(const double *x);
     // The passes after the first `done` ones.
@@ -102,6 +109,8 @@ private:
     void unpack();
     // Whether every value of result is finite.
     [[nodiscard]] bool allFinite() const;
+    // Whether every value of cArray is finite and small enough that no magnitude overflows.
+    [[nodiscard]] bool packedModerate() const;
 
     int n = 0;
     int logN = 0;

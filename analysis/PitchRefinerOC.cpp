@@ -1,6 +1,7 @@
 #include "analysis/PitchRefinerOC.h"
 
 #include "analysis/FFTOC.h"
+#include "analysis/FirstGreatest.h"
 
 #include <algorithm>
 #include <array>
@@ -118,7 +119,7 @@ void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
 {
     std::copy(std::begin(window), std::end(window), std::begin(coefficients));
     // The plain transform of the real segment, through the packed transform of half its length.
-    fft.compute(segment.data());
+    fft.computePacked(segment.data());
     const FFTOC::Complex *z = fft.getPacked();
     const int m = nFrames / 2;
     // Unpacked into u(k), k = 0 .. m, kept with kTaps values either side from its symmetry
@@ -165,9 +166,8 @@ void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
         applyWindow<1>(m);
     else
         applyWindow<kTaps>(m);
-    const auto top = std::max_element(powers.begin() + 2, powers.begin() + m);
-    strongest = *top;
-    strongestBin = static_cast<int>(top - powers.begin());
+    strongestBin = 2 + firstGreatest(powers.data() + 2, m - 2);
+    strongest = powers[static_cast<std::size_t>(strongestBin)];
     // Bin readings of the previous transform are stale from here on.
     if (++transformCount == 0) {
         std::fill(readAt.begin(), readAt.end(), 0u);

@@ -4,6 +4,7 @@
 #include "analysis/FFTOC.h"
 #include "analysis/PeakDataSetOC.h"
 #include "analysis/WavFileOC.h"
+#include "analysis/WideVectors.h"
 
 #include <algorithm>
 #include <bit>
@@ -26,6 +27,31 @@ inline std::uint64_t exponentCarry(double sample)
     return (std::bit_cast<std::uint64_t>(sample) & kExponentBits) + kExponentOne;
 }
 
+// Writes segment × w into out and answers whether every sample of segment is finite: one pass,
+// the finiteness noted on the way. The ranges never overlap.
+QUORVAL_INLINE bool weigh(const double *__restrict segment, const double *__restrict w,
+                          double *__restrict out, int count)
+{
+    std::uint64_t carries = 0;
+    for (int i = 0; i < count; i++) {
+        carries |= exponentCarry(segment[i]);
+        out[i] = segment[i] * w[i];
+    }
+    return (carries >> 63) == 0;
+}
+
+// The same loop compiled twice: with AVX2 four samples go through each instruction. Products
+// are rounded alike either way.
+QUORVAL_WIDE bool weighWide(const double *segment, const double *w, double *out, int count)
+{
+    return weigh(segment, w, out, count);
+}
+
+bool weighNarrow(const double *segment, const double *w, double *out, int count)
+{
+    return weigh(segment, w, out, count);
+}
+
 } // namespace
 
 void PitchResultOC::prepare(FFTOC &transform, PeakDataSetOC *peaks, int highest, double minHz,
@@ -43,6 +69,7 @@ void PitchResultOC::prepare(FFTOC &transform, PeakDataSetOC *peaks, int highest,
     nFrames = 2 * nFreqs;
     fftSize = nFreqs + 1;
     samples.resize(static_cast<std::size_t>(nFrames));
+    loudBins.resize(static_cast<std::size_t>(fftSize));
     fftResult = nullptr;
     lastGoodnessFreq = std::numeric_limits<double>::quiet_NaN();
     freq = 0.0;
@@ -63,16 +90,11 @@ void PitchResultOC::setupWithSamples(const double *segment, FFTOC &transform, Pe
                                      double floorDb)
 {
     prepare(transform, peaks, highest, minHz, maxHz, threshold, floorDb);
-    // Copied and weighted in one pass, the samples' finiteness noted on the way: what compute()
-    // would do to a plain copy, with one trip through memory fewer.
+    // Copied and weighted in one pass: what compute() would do to a plain copy, with one trip
+    // through memory fewer.
     const double *w = hammingWindow();
-    double *out = samples.data();
-    std::uint64_t carries = 0;
-    for (int i = 0; i < nFrames; i++) {
-        carries |= exponentCarry(segment[i]);
-        out[i] = segment[i] * w[i];
-    }
-    windowedFinite = (carries >> 63) == 0;
+    windowedFinite = wideVectorsAvailable() ? weighWide(segment, w, samples.data(), nFrames)
+                                            : weighNarrow(segment, w, samples.data(), nFrames);
     windowed = true;
 }
 
@@ -100,28 +122,38 @@ void PitchResultOC::hammingTransform()
 
 void PitchResultOC::convertToDecibelsAndLimit()
 {
-    // The quotients first, in a loop of their own that vectorises, into the samples' room (the
-    // transform has read them). The reference is a power of two, as the segment's length is, so
-    // multiplying by its inverse rounds exactly as dividing does: both round the same value.
+    // The reference is a power of two, as the segment's length is, so multiplying by its
+    // inverse rounds exactly as dividing does: both round the same value.
     const double reference = nFrames * 32768.0;
     QUORVAL_CHECK(std::has_single_bit(static_cast<std::uint64_t>(nFrames)));
     const double inverse = 1.0 / reference;
-    double *quotients = samples.data();
-    for (int i = 0; i < fftSize; i++)
-        quotients[i] = fftResult[i] * inverse;
     // A quotient a billionth below the floor's is below the floor whatever the logarithm's last
     // bit: the floor, without a logarithm. Quiet bins between partials are often there.
     if (floorDbFor != dbLimit) {
         floorDbFor = dbLimit;
         floorQuotient = std::pow(10.0, dbLimit / 20.0) * (1.0 - 1e-9);
     }
-    for (int i = 0; i < fftSize; i++) {
-        double &v = fftResult[i];
-        if (quotients[i] < floorQuotient)
-            v = dbLimit;
-        else
-            v = v > 0.0 ? std::max(20.0 * std::log10(quotients[i]), dbLimit) : dbLimit;
+    // Every bin takes the floor, and the loud ones, with their quotients, are listed on the way
+    // (into the samples' room: the transform has read them) without a branch: whether a bin is
+    // loud follows the partials, too irregular to guess. Only the list then takes logarithms.
+    // Locals, which the stores into the spectrum cannot be taken to change.
+    double *quotients = samples.data();
+    double *spectrum = fftResult;
+    int *loud = loudBins.data();
+    const double floorDb = dbLimit;
+    const double floorQ = floorQuotient;
+    const int size = fftSize;
+    int count = 0;
+    for (int i = 0; i < size; i++) {
+        const double v = spectrum[i];
+        const double q = v * inverse;
+        quotients[count] = q;
+        loud[count] = i;
+        count += static_cast<int>(!(q < floorQ) && v > 0.0);
+        spectrum[i] = floorDb;
     }
+    for (int j = 0; j < count; j++)
+        spectrum[loud[j]] = std::max(20.0 * std::log10(quotients[j]), floorDb);
 }
 
 void PitchResultOC::compute()

@@ -111,6 +111,7 @@ private:
     int fftSize = 0;
     int nFreqs = 0;
     std::vector<double> samples; // nFrames samples of the segment, integer units
+    std::vector<int> loudBins;   // the bins above the floor, while converting to dB
     bool windowed = false;       // samples already weighted, by setupWithSamples()
     bool windowedFinite = true;  // and whether they were all finite before
     double *fftResult = nullptr; // the FFTOC's result array, in dB after compute()
