@@ -2,6 +2,7 @@
 
 #include "app/AskViewController.h"
 #include "app/CrashRecovery.h"
+#include "app/IntonationPanes.h"
 #include "app/MainView.h"
 #include "app/MainViewController.h"
 #include "app/MainWindow.h"
@@ -92,6 +93,7 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
         });
     });
 
+    panes = new IntonationPanes(*window, *mainViewController);
     window->setParts({.parameters = parameters,
                       .document = *document,
                       .recentFiles = *recentFiles,
@@ -99,7 +101,8 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
                       .optionsMenu = *optionsMenu,
                       .helpViewer = *helpViewer,
                       .updateChecker = *updateChecker,
-                      .content = *mainViewController});
+                      .content = *mainViewController,
+                      .panes = *panes});
     window->mayClose = [this] {
         if (!document->mayClose())
             return false;
@@ -124,6 +127,8 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
             &MainViewController::refreshControls);
     connect(optionsMenu, &OptionsMenu::optionsChanged, mainViewController,
             &MainViewController::optionsChanged);
+    connect(document, &SoundDocument::soundShown, panes, &IntonationPanes::setSound);
+    connect(optionsMenu, &OptionsMenu::optionsChanged, panes, &IntonationPanes::optionsChanged);
 }
 
 AppDelegate::~AppDelegate()

@@ -16,6 +16,7 @@ class ContextHelp;
 class CrashRecovery;
 class HelpViewer;
 class MainView;
+class IntonationPanes;
 class MainViewController;
 class MainWindow;
 class OptionsMenu;
@@ -55,6 +56,8 @@ public:
     MainView *mainView;
     OptionsMenu *optionsMenu;
     MainViewController *mainViewController;
+    // The note table and live read-out panes; owned by the window.
+    IntonationPanes *panes;
     SoundDocument *document;
     RecentFiles *recentFiles;
     CrashRecovery *crashRecovery;

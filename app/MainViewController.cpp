@@ -33,6 +33,7 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <utility>
 
 namespace quorval {
@@ -77,8 +78,10 @@ MainViewController::MainViewController(MainView *view, OptionsMenu &options)
 
     connect(displayView, &DisplayView::scrollOutChanged, this,
             &MainViewController::refreshControls);
-    connect(displayView, &DisplayView::selectionChanged, this,
-            [this](double start, double end) { transport->setSelection(start, end); });
+    connect(displayView, &DisplayView::selectionChanged, this, [this](double start, double end) {
+        transport->setSelection(start, end);
+        emit selectionChanged(start, end);
+    });
     connect(displayView, &DisplayView::playStartChanged, transport, &Transport::moveNeedle);
     refreshControls();
 }
@@ -174,13 +177,22 @@ void MainViewController::setMusicStream(std::shared_ptr<MusicStream> stream)
 bool MainViewController::selectAll()
 {
     const Transport::Extent e = transport->extent();
+    return select(e.lowest, e.highest);
+}
+
+bool MainViewController::select(double start, double end)
+{
+    const Transport::Extent e = transport->extent();
     if (!music || e.frames == 0 || transport->isPlaying() || transport->isRecording())
         return false;
-    music->timeView->selectionStart = e.lowest;
-    music->timeView->selectionEnd = e.highest;
-    transport->setSelection(e.lowest, e.highest);
-    transport->moveNeedle(e.lowest);
+    start = std::clamp(start, e.lowest, e.highest);
+    end = std::clamp(end, start, e.highest);
+    music->timeView->selectionStart = start;
+    music->timeView->selectionEnd = end;
+    transport->setSelection(start, end);
+    transport->moveNeedle(start);
     DisplayView::requestRedraw();
+    emit selectionChanged(start, end);
     return true;
 }
 

@@ -69,6 +69,9 @@ public:
     void stopTransport();
     // Selects the whole sound; not while playing or recording. Answers whether it did.
     bool selectAll();
+    // Selects [start, end) seconds, kept within the sound, with the needle at its start; not
+    // while playing or recording. Answers whether it did.
+    bool select(double start, double end);
 
     // Brings every control, tooltip and the title up to the program's state, and redraws.
     void refreshControls();
@@ -115,6 +118,8 @@ protected:
 signals:
     // The sound's state shown in the title changed (modified, length while recording).
     void soundChanged();
+    // The selection changed, by the mouse or a command; start < 0 when there is none.
+    void selectionChanged(double start, double end);
 
 private:
     void buildLayout();

@@ -2,6 +2,7 @@
 
 #include "analysis/Check.h"
 #include "app/AskViewController.h"
+#include "app/IntonationPanes.h"
 #include "app/MainViewController.h"
 #include "app/RecentFiles.h"
 #include "app/ReportCommands.h"
@@ -24,6 +25,8 @@
 #include <QSettings>
 #include <QStatusBar>
 #include <QTimer>
+
+#include <utility>
 
 namespace quorval {
 
@@ -71,8 +74,11 @@ void MainWindow::setParts(const Parts &given)
     partTies = {
         connect(parts->content.displayView, &DisplayView::hovered, this,
                 [this](const HoverInfo &info) { hoverLabel->setText(info.text); }),
-        connect(parts->content.displayView, &DisplayView::selectionChanged, this,
-                &MainWindow::refreshMenus),
+        connect(&parts->content, &MainViewController::selectionChanged, this,
+                [this](double start, double end) {
+                    refreshMenus();
+                    showSelection(start, end);
+                }),
         connect(&parts->content, &MainViewController::soundChanged, this,
                 &MainWindow::refreshMenus),
         connect(&parts->document, &SoundDocument::stateChanged, this, &MainWindow::refreshMenus),
@@ -141,6 +147,16 @@ void MainWindow::buildMenus()
     viewMenu->addSeparator();
     showDeviationsMenuItem = add(viewMenu, tr("&Deviations"), [&reports] { reports.deviations(); },
                                  {QKeySequence(Qt::CTRL | Qt::Key_D)});
+    viewMenu->addSeparator();
+    // The panes' own show/hide actions, with keys after v like the views.
+    noteTableMenuItem = parts->panes.noteTableAction();
+    liveReadoutMenuItem = parts->panes.liveReadoutAction();
+    for (auto [item, key] :
+         {std::pair{noteTableMenuItem, Qt::Key_N}, std::pair{liveReadoutMenuItem, Qt::Key_L}}) {
+        item->setShortcut(afterPrefix(Qt::Key_V, key));
+        item->setShortcutContext(Qt::WindowShortcut);
+        viewMenu->addAction(item);
+    }
 
     // Selecting all is what a player does before looping or exporting the whole take; the
     // sound itself is never edited (nothing recorded may be lost).
@@ -187,7 +203,9 @@ void MainWindow::buildStatusBar()
     analysisBar->setMaximumWidth(120);
     analysisBar->setToolTip(tr("Analysing the sound"));
     analysisBar->hide();
+    selectionLabel = new QLabel(this);
     statusBar()->addWidget(hoverLabel, 1);
+    statusBar()->addPermanentWidget(selectionLabel);
     statusBar()->addPermanentWidget(analysisBar);
     statusBar()->addPermanentWidget(soundLabel);
 }
@@ -197,13 +215,27 @@ void MainWindow::showWhereLeft()
     const QByteArray geometry = windowSettings().value(QLatin1String(kGeometryKey)).toByteArray();
     if (geometry.isEmpty() || !restoreGeometry(geometry))
         resize(1100, 640);
+    (void)restoreState(windowSettings().value(QLatin1String(kPanesKey)).toByteArray());
     show();
     statusTimer->start();
 }
 
 void MainWindow::rememberGeometry()
 {
-    windowSettings().setValue(QLatin1String(kGeometryKey), saveGeometry());
+    QSettings settings = windowSettings();
+    settings.setValue(QLatin1String(kGeometryKey), saveGeometry());
+    settings.setValue(QLatin1String(kPanesKey), saveState());
+}
+
+void MainWindow::showSelection(double start, double end)
+{
+    if (start < 0.0 || end <= start) {
+        selectionLabel->clear();
+        return;
+    }
+    selectionLabel->setText(
+        tr("Selection %1 to %2 (%3 s)")
+            .arg(timeText(start), timeText(end), QString::asprintf("%.2f", end - start)));
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)

@@ -17,6 +17,7 @@ class QTimer;
 namespace quorval {
 
 class HelpViewer;
+class IntonationPanes;
 class MainViewController;
 class OptionsMenu;
 class Parameters;
@@ -46,10 +47,12 @@ public:
         HelpViewer &helpViewer;
         UpdateChecker &updateChecker;
         MainViewController &content;
+        IntonationPanes &panes;
     };
 
-    // The settings key of the window geometry.
+    // The settings keys of the window geometry and of its panes' layout.
     static constexpr const char *kGeometryKey = "Window/Geometry";
+    static constexpr const char *kPanesKey = "Window/Panes";
 
     MainWindow();
     ~MainWindow() override;
@@ -76,6 +79,8 @@ public:
     // Composite, RMS Amplitude, Amplitude, Pitch, Quality, Spectrum.
     std::array<QAction *, 6> viewMenuItems{};
     QAction *showDeviationsMenuItem = nullptr;
+    QAction *noteTableMenuItem = nullptr;
+    QAction *liveReadoutMenuItem = nullptr;
     QMenu *editMenu = nullptr;
     QAction *selectAllSoundMenuItem = nullptr;
     QMenu *helpMenu = nullptr;
@@ -85,6 +90,7 @@ public:
     QAction *helpDeveloperModeMenuItem = nullptr;
     QLabel *soundLabel = nullptr;
     QLabel *hoverLabel = nullptr;
+    QLabel *selectionLabel = nullptr;
     QProgressBar *analysisBar = nullptr;
 
     // Asked before the window closes; false keeps it open.
@@ -102,6 +108,7 @@ private:
     void buildStatusBar();
     void setViewType(int index);
     void showProperties();
+    void showSelection(double start, double end);
 
     // Set once by setParts.
     std::optional<Parts> parts;

@@ -69,8 +69,9 @@ void ReportCommands::deviationsDone(const Deviations::Results &done)
         return;
     results = done;
     emit changed();
-    AskViewController::message(window, tr("Deviations"),
-                               QString::fromStdString(Deviations::report(done)));
+    AskViewController::message(
+        window, tr("Deviations"),
+        QString::fromStdString(Deviations::report(done) + "\n\n" + Deviations::centsReport(done)));
 }
 
 void ReportCommands::toggleDeveloperMode()
