@@ -47,9 +47,8 @@ void LiveReadout::showPitch(double pitch, double goodness, const ColumnSettings 
         return;
     }
     const double deviation = settings.scale.deviation(pitch);
-    // The line the deviation was measured from: temperaments move lines by well under half a
-    // semitone, so it is the nearest note to pitch less its deviation.
-    note = noteLabel(settings.scale, std::llround(pitch - deviation));
+    // The line the deviation is measured from, named in written pitch as everywhere.
+    note = settings.scale.noteNameWithOctave(settings.scale.nearestLine(pitch));
     centsValue = deviation * 100.0;
     const long rounded = std::lround(centsValue);
     centsLabel = rounded == 0 ? QStringLiteral("0") : QString::asprintf("%+ld", rounded);

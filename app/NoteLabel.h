@@ -15,10 +15,4 @@ inline QString withOctave(const QString &name, qint64 n)
            QString::number(static_cast<qint64>(std::floor(static_cast<double>(n) / 12.0)) - 1);
 }
 
-// How the window's widgets name note n: the one place the naming of notes is called.
-inline QString noteLabel(const Scale &scale, qint64 n)
-{
-    return withOctave(scale.noteName(n), n);
-}
-
 } // namespace quorval

@@ -171,7 +171,9 @@ void NoteTableView::fill()
         const NoteReport::Note &note = shown.notes[k];
         setRow(notesTable, static_cast<int>(k),
                {seconds(note.startSeconds),
-                withOctave(QString::fromStdString(note.name), note.noteNumber),
+                note.nameWithOctave.empty()
+                    ? withOctave(QString::fromStdString(note.name), note.noteNumber)
+                    : QString::fromStdString(note.nameWithOctave),
                 QString::fromStdString(note.degree), cents(note.meanCents),
                 spread(note.spreadCents), seconds(note.endSeconds - note.startSeconds)});
     }

@@ -387,11 +387,10 @@ HoverInfo DisplayView::hoverAt(double x) const
             if (column.displayPitch > 0.0) {
                 const Scale scale = Scale::current();
                 const double deviation = scale.deviation(column.displayPitch);
-                const auto note =
-                    static_cast<qint64>(std::llround(column.displayPitch - deviation));
                 info.pitched = true;
                 info.pitch = column.displayPitch;
-                info.noteName = scale.noteName(note) + QString::number(note / 12 - 1);
+                // Written pitch and a loaded tuning's lines, as everywhere notes are named.
+                info.noteName = scale.noteNameWithOctave(scale.nearestLine(column.displayPitch));
                 info.cents = deviation * 100.0;
                 info.goodness = column.goodness;
                 info.text += QStringLiteral("  %1 %2%3 cents  goodness %4")

@@ -33,7 +33,8 @@ double labelWidth(const QFontMetricsF &metrics, const QString &text)
 
 } // namespace
 
-void Keyboard::paint(QPainter &painter, const Geometry &g, QSizeF strip, Labels labels)
+void Keyboard::paint(QPainter &painter, const Geometry &g, QSizeF strip, Labels labels,
+                     const WrittenNames &written)
 {
     const double width = strip.width();
     const double height = strip.height();
@@ -83,8 +84,12 @@ void Keyboard::paint(QPainter &painter, const Geometry &g, QSizeF strip, Labels 
             // The A carrying the dot goes unlabelled.
             if (labels == Labels::None || (base == 62 && i == 4) || !onCanvas(middle))
                 continue;
-            const QString text = numbers ? QString::number(base + whiteKeyNoteIncrements[i])
-                                         : QString::fromLatin1(whiteKeyLabels[(i + 3) % 7]);
+            const std::int64_t note = base + whiteKeyNoteIncrements[i];
+            const QString &writtenName = written[static_cast<std::size_t>(note % 12)];
+            const QString text = numbers ? QString::number(note)
+                                 : !writtenName.isEmpty()
+                                     ? writtenName
+                                     : QString::fromLatin1(whiteKeyLabels[(i + 3) % 7]);
             painter.setPen(Qt::black);
             painter.drawText(QRectF(labelX, g.flip(middle) - 7.0, width - labelX, kLabelHeight),
                              Qt::AlignLeft | Qt::AlignVCenter, text);

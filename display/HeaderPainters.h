@@ -4,6 +4,7 @@
 
 #include <QRectF>
 #include <QSizeF>
+#include <QString>
 
 #include <array>
 #include <vector>
@@ -39,9 +40,14 @@ struct Keyboard
         None,
     };
 
+    // By sounding pitch class (C = 0), what a white key's letter says instead: a transposing
+    // instrument's written names. Empty: the letters themselves.
+    using WrittenNames = std::array<QString, 12>;
+
     // strip: the header's size; its top edge is the canvas's, and it may run on below the
     // canvas (beside the horizontal scroller).
-    static void paint(QPainter &painter, const Geometry &g, QSizeF strip, Labels labels);
+    static void paint(QPainter &painter, const Geometry &g, QSizeF strip, Labels labels,
+                      const WrittenNames &written = {});
 };
 
 // The numbers of the vertical axis every step, right-aligned against ticks at the strip's edge.

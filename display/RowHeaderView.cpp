@@ -25,7 +25,7 @@ void RowHeaderView::paint(QPainter &painter, QSizeF size)
     if (!f.drawn || g.canvasHeight <= 0.0 || g.pixelHeight <= 0.0)
         return;
     if (f.viewType == ViewType::Composite)
-        Keyboard::paint(painter, g, size, f.keyLabels);
+        Keyboard::paint(painter, g, size, f.keyLabels, f.writtenKeyNames);
     else
         paintValueLabels(painter, g, size, f.valueStep);
 }

@@ -32,10 +32,8 @@ Keyboard::Labels keyLabelsOf(const QString &labelling)
 QString noteAndCents(const Scale &scale, double pitch)
 {
     const double deviation = scale.deviation(pitch);
-    const auto note = static_cast<qint64>(std::llround(pitch - deviation));
-    return QStringLiteral("%1%2 %3%4 cents")
-        .arg(scale.noteName(note))
-        .arg(note / 12 - 1)
+    return QStringLiteral("%1 %2%3 cents")
+        .arg(scale.noteNameWithOctave(scale.nearestLine(pitch)))
         .arg(deviation >= 0.0 ? QStringLiteral("+") : QString())
         .arg(deviation * 100.0, 0, 'f', 0);
 }
@@ -135,6 +133,10 @@ void TraceFeed::prepareFrame()
     f.acrossSpacing = Ruler::lineSpacing(f.geometry, h.xGridSize, h.functionOfTime,
                                          viewType == ViewType::Spectrum);
     f.keyLabels = keyLabelsOf(options.pianoKeyLabelling());
+    // A transposing instrument reads its written names on the keys.
+    if (const Scale scale = Scale::current(); scale.settings().transposition != 0)
+        for (std::size_t pc = 0; pc < f.writtenKeyNames.size(); ++pc)
+            f.writtenKeyNames[pc] = scale.noteName(60 + static_cast<qint64>(pc));
     if (viewType == ViewType::Composite) {
         const Scale scale = Scale::current();
         f.noteLines = scale.gridLines(std::ceil(v.bottomY), std::floor(v.topY));

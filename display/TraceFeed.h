@@ -54,6 +54,7 @@ public:
         ColumnTrace columns;
         SpectrumTrace spectrum;
         Keyboard::Labels keyLabels = Keyboard::Labels::Letters;
+        Keyboard::WrittenNames writtenKeyNames;
     };
 
     // Sizes, clamps, following the needle, the column stream, then the frame; answers what

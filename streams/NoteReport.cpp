@@ -100,6 +100,7 @@ NoteReport NoteReport::fromSegments(const std::vector<Segment> &segments, double
             note.endSeconds = segments[end - 1].timeSeconds + segmentSeconds;
             note.noteNumber = runLine;
             note.name = scale.noteName(runLine).toStdString();
+            note.nameWithOctave = scale.noteNameWithOctave(runLine).toStdString();
             note.degree = degreeNumber(scale.degree(runLine), scale.settings().minor);
             note.meanCents = run.mean();
             note.spreadCents = run.spread();

@@ -41,6 +41,8 @@ public:
         double spreadCents = 0.0; // RMS about the mean
         double meanGoodness = 0.0;
         int segments = 0;
+        // The name with its octave as written (a transposing instrument's), e.g. "F♯4".
+        std::string nameWithOctave = {};
     };
     struct Degree
     {

@@ -6,6 +6,8 @@
 #include "app/ReportCommands.h"
 #include "app/Transport.h"
 #include "app/tests/WindowTest.h"
+#include "options/Parameters.h"
+#include "options/dialog/OptionsMenu.h"
 #include "streams/NoteReport.h"
 
 #include <QDockWidget>
@@ -81,6 +83,19 @@ TEST_F(WindowTest, liveReadoutShowsTheNoteAtTheNeedleAndDeviationsSpeakCents)
     EXPECT_LT(panes.liveReadout->cents(), 45.0);
     // Its colour is the trace's for a sharp note: more red than blue.
     EXPECT_GT(panes.liveReadout->color().red(), panes.liveReadout->color().blue());
+
+    // A B♭ clarinettist reads written pitch everywhere: the read-out, the table and the keys.
+    ASSERT_TRUE(Parameters::shared().transposition.setFromText(QStringLiteral("Bb")));
+    emit delegate->optionsMenu->optionsChanged();
+    WAIT_FOR(panes.liveReadout->noteText().startsWith(QStringLiteral("G\u266f4")), 5000);
+    type('v');
+    type('n');
+    WAIT_FOR(!panes.noteTable->isComputing() && !panes.noteTable->report().notes.empty(), 60000);
+    EXPECT_EQ(panes.noteTable->report().notes.front().nameWithOctave, "E4");
+    WAIT_FOR(controller->displayView->frame().writtenKeyNames[0] == QStringLiteral("D"), 5000);
+    ASSERT_TRUE(Parameters::shared().transposition.setFromText(QStringLiteral("Concert pitch")));
+    emit delegate->optionsMenu->optionsChanged();
+    WAIT_FOR(controller->displayView->frame().writtenKeyNames[0].isEmpty(), 5000);
 
     // Before the first note (silence) it is blank.
     controller->transport->moveNeedle(0.01);
