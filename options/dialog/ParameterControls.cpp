@@ -4,12 +4,15 @@
 #include "options/ChoiceParameter.h"
 #include "options/Parameters.h"
 #include "options/dialog/ChoiceComboBox.h"
+#include "scale/Scale.h"
 
 #include <QCheckBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
 
+#include <cmath>
+#include <functional>
 #include <memory>
 
 namespace quorval {
@@ -22,19 +25,26 @@ void sayRefused(QLabel *refusal, const Parameter &parameter)
         refusal->setText(QStringLiteral("Takes ") + parameter.allowedValues());
 }
 
+// What the text of a field stands for, shown beside it while no refusal stands ("G3" for a note
+// number); empty for nothing.
+using Describer = std::function<QString(const QString &text)>;
+
 // Numbers and text: the parameter's own text conversion, so "%.4f" and its range checks apply.
 class LineEditView : public ParameterView
 {
 public:
-    LineEditView(Parameter &parameter, QLineEdit *field, QLabel *refusal)
-        : parameter_(parameter), field_(field), refusal_(refusal)
+    LineEditView(Parameter &parameter, QLineEdit *field, QLabel *refusal, Describer describe)
+        : parameter_(parameter), field_(field), refusal_(refusal), describe_(std::move(describe))
     {
     }
 
     void load() override
     {
-        if (field_)
-            field_->setText(parameter_.valueText());
+        if (!field_)
+            return;
+        field_->setText(parameter_.valueText());
+        if (!refused_)
+            describe();
     }
 
     bool apply() override
@@ -44,17 +54,45 @@ public:
         const bool accepted = parameter_.setFromText(field_->text());
         // Refused: the field snaps back and the label beside it says why. Accepted: it shows
         // the stored form.
+        refused_ = !accepted;
         if (!accepted)
             sayRefused(refusal_, parameter_);
         load();
         return accepted;
     }
 
+    // The user typed: a refusal no longer stands, and the label follows the text.
+    void edited()
+    {
+        refused_ = false;
+        if (refusal_)
+            refusal_->clear();
+        describe();
+    }
+
 private:
+    void describe()
+    {
+        if (describe_ && refusal_ && field_)
+            refusal_->setText(describe_(field_->text()));
+    }
+
     Parameter &parameter_;
     QPointer<QLineEdit> field_;
     QPointer<QLabel> refusal_;
+    Describer describe_;
+    bool refused_ = false;
 };
+
+// The note a note number names in the scale in force (its transposition too), e.g. "G3".
+QString noteNameOf(const QString &text)
+{
+    bool ok = false;
+    const double note = text.trimmed().toDouble(&ok);
+    if (!ok || !std::isfinite(note) || std::abs(note) > 1000.0)
+        return {};
+    return Scale::current().noteNameWithOctave(std::llround(note));
+}
 
 class CheckBoxView : public ParameterView
 {
@@ -178,8 +216,15 @@ QWidget *makeParameterControl(Parameter &parameter, QWidget *parent, QLabel *ref
         break;
     }
     auto *field = new QLineEdit(parent);
-    QObject::connect(field, &QLineEdit::textEdited, field, clearRefusal);
-    parameter.setView(std::make_unique<LineEditView>(parameter, field, refusal));
+    const bool isNote = dynamic_cast<Parameters::NoteLimitParameter *>(&parameter) != nullptr;
+    auto view = std::make_unique<LineEditView>(parameter, field, refusal,
+                                               isNote ? Describer(noteNameOf) : Describer());
+    // The view may have been detached already, as the dialog goes.
+    QObject::connect(field, &QLineEdit::textEdited, field, [&parameter, v = view.get()] {
+        if (parameter.view() == v)
+            v->edited();
+    });
+    parameter.setView(std::move(view));
     return field;
 }
 

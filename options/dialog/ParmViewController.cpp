@@ -178,11 +178,12 @@ void ParmViewController::prepareToOpen()
         }
     }
     buildPages();
-    loadView();
     for (const std::vector<Row> &rows : rows_) {
         for (const Row &row : rows)
             row.refusal->clear();
     }
+    // After the refusals went: a field may say what its number stands for.
+    loadView();
 }
 
 void ParmViewController::showAt(int page, QWidget *focus)
