@@ -24,6 +24,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QSignalSpy>
 #include <QTabWidget>
 #include <QToolButton>
@@ -364,6 +365,10 @@ TEST_F(WindowTest, helpUpdatesAndWarningsReachTheirWindows)
     EXPECT_FALSE(viewer.isVisible());
     window->helpMenu->actions().at(0)->trigger();
     EXPECT_TRUE(viewer.isVisible());
+    // Whole on the screen, however small.
+    EXPECT_TRUE(viewer.screen()->availableGeometry().contains(viewer.frameGeometry()))
+        << viewer.frameGeometry().width() << "x" << viewer.frameGeometry().height() << " on "
+        << viewer.screen()->availableGeometry().width();
     EXPECT_EQ(viewer.currentTopic(), QStringLiteral("GettingStarted"));
     key(Qt::Key_F1);
     EXPECT_EQ(viewer.currentTopic(), QStringLiteral("Manual"));
