@@ -79,6 +79,7 @@ public:
     QMenu *editMenu = nullptr;
     QAction *selectAllSoundMenuItem = nullptr;
     QMenu *helpMenu = nullptr;
+    QAction *aboutMenuItem = nullptr;
     QMenu *developerMenu = nullptr;
     QAction *developerModeMenuItem = nullptr;
     // Reaches developer mode while the Developer menu is hidden.
@@ -102,6 +103,7 @@ private:
     void buildStatusBar();
     void setViewType(int index);
     void showProperties();
+    void showAbout();
 
     // Set once by setParts.
     std::optional<Parts> parts;

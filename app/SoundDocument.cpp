@@ -63,6 +63,16 @@ QString SoundDocument::soundName() const
     return wav ? QString::fromStdString(wav->fileTitle) : QString();
 }
 
+QString SoundDocument::filePath() const
+{
+    const std::shared_ptr<WavStream> wav = wavStream();
+    if (!wav)
+        return {};
+    if (wav->saveURL)
+        return QFileInfo(QFile::decodeName(wav->saveURL->c_str())).absoluteFilePath();
+    return openedStream.lock() == wav ? openedPath : QString();
+}
+
 void SoundDocument::showMusic(std::shared_ptr<MusicStream> music)
 {
     if (!music)
@@ -113,8 +123,10 @@ bool SoundDocument::openFile(const QString &path)
         emit fileUnreadable(QFileInfo(path).absoluteFilePath());
         return false;
     }
+    openedStream = wav;
+    openedPath = QFileInfo(path).absoluteFilePath();
     show(std::move(wav));
-    emit fileUsed(QFileInfo(path).absoluteFilePath());
+    emit fileUsed(openedPath);
     return true;
 }
 

@@ -84,6 +84,9 @@ public:
     // The selection on the time axis, in frames; nothing without one.
     [[nodiscard]] std::optional<std::pair<std::int64_t, std::int64_t>> selectedFrames() const;
     [[nodiscard]] QString soundName() const;
+    // The full path of the file the sound was opened from or last saved to; empty for a
+    // recording never saved.
+    [[nodiscard]] QString filePath() const;
 
     Panels panels;
 
@@ -113,6 +116,9 @@ private:
     std::shared_ptr<MusicStream> current;
     // The sound the user chose not to save ("No"): gone for good once replaced.
     std::weak_ptr<WavStream> discardedStream;
+    // The file the sound opened last came from, while that sound is the one shown.
+    std::weak_ptr<WavStream> openedStream;
+    QString openedPath;
     std::deque<QString> waiting;
     bool takingFiles = false;
     bool opening = false;
