@@ -72,6 +72,11 @@ TEST_F(WindowTest, keysAreTheirMenuItemsWhateverHasTheFocus)
         const bool tuning = Parameters::shared().tuning.value();
         type('u');
         EXPECT_NE(Parameters::shared().tuning.value(), tuning);
+        // l is the loop button.
+        const bool loop = Quorval::loop;
+        type('l');
+        EXPECT_NE(Quorval::loop, loop);
+        EXPECT_EQ(controller->transportBar->loopButton->isChecked(), Quorval::loop);
         const double whole = time.timeWidth;
         type('+');
         EXPECT_LT(time.timeWidth, whole);
