@@ -124,6 +124,7 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
             &MainViewController::refreshControls);
     connect(optionsMenu, &OptionsMenu::optionsChanged, mainViewController,
             &MainViewController::optionsChanged);
+    connect(document, &SoundDocument::scaleTaken, optionsMenu, &OptionsMenu::changed);
 }
 
 AppDelegate::~AppDelegate()

@@ -81,6 +81,8 @@ void MainWindow::setParts(const Parts &given)
                     refreshMenus();
                     refreshStatus();
                 }),
+        connect(&parts->document, &SoundDocument::scaleTaken, this,
+                [this](const QString &what) { statusBar()->showMessage(what, kScaleTakenMs); }),
         connect(&parts->reports, &ReportCommands::changed, this, &MainWindow::refreshMenus),
         connect(&parts->optionsMenu, &OptionsMenu::optionsChanged, this,
                 &MainWindow::refreshMenus)};

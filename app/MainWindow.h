@@ -51,6 +51,9 @@ public:
     // The settings key of the window geometry.
     static constexpr const char *kGeometryKey = "Window/Geometry";
 
+    // How long the status bar says where the scale's options of a sound came from.
+    static constexpr int kScaleTakenMs = 10000;
+
     MainWindow();
     ~MainWindow() override;
 

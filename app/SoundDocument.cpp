@@ -1,6 +1,7 @@
 #include "app/SoundDocument.h"
 
 #include "app/AskViewController.h"
+#include "options/OptionsFile.h"
 #include "options/Parameters.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
@@ -125,7 +126,11 @@ bool SoundDocument::openFile(const QString &path)
     }
     openedStream = wav;
     openedPath = QFileInfo(path).absoluteFilePath();
+    // A bad companion file has its message; the sound opens all the same.
+    const std::optional<QString> taken = OptionsFile::takeCompanionScale(parameters, path);
     show(std::move(wav));
+    if (taken)
+        emit scaleTaken(*taken);
     emit fileUsed(openedPath);
     return true;
 }

@@ -70,6 +70,7 @@ public:
     // Opens the files queued so far and those that come later.
     void startTakingFiles();
     // Opens path at once, without asking; false (after the message) when it cannot be read.
+    // The scale's options in an options file beside it, named like it, are taken first.
     bool openFile(const QString &path);
     // Shows a sound from elsewhere (a recovered recording).
     void show(std::shared_ptr<WavStream> wav);
@@ -95,6 +96,9 @@ signals:
     void soundShown(const std::shared_ptr<MusicStream> &music);
     // A file was opened or saved at path (absolute): worth offering again.
     void fileUsed(const QString &path);
+    // The scale's options were taken from the options file beside a sound opened: what, and
+    // from which file ("Key D major from demo.plist").
+    void scaleTaken(const QString &what);
     // A file asked for could not be read.
     void fileUnreadable(const QString &path);
     // wav was saved; its earlier copies elsewhere may go.

@@ -3,6 +3,8 @@
 
 #include <QAction>
 #include <QFileInfo>
+#include <QLabel>
+#include <QStatusBar>
 
 namespace quorval {
 namespace {
@@ -53,6 +55,66 @@ TEST_F(WindowTest, propertiesGiveThePathAndTheLengthInMinutesAndSeconds)
     EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("File Properties | File ") + *savePath +
                                       QStringLiteral("\nNumber of channels")))
         << dialogs[0].toStdString();
+}
+
+// A sound opens in the key of the options file beside it, named like it: only the scale's
+// options are taken from it and the status bar says so; a broken one is named in a message and
+// the sound opens all the same.
+TEST_F(WindowTest, aSoundOpensInTheKeyOfTheOptionsFileBesideIt)
+{
+    Parameters &parameters = Parameters::shared();
+    ASSERT_TRUE(parameters.key.setFromText(QStringLiteral("G")));
+    const auto copyDemoAs = [this](const QString &name) {
+        const QString path = dir.filePath(name);
+        EXPECT_TRUE(QFile::copy(demoPath, path));
+        return path;
+    };
+    QString shipped = QStringLiteral(QUORVAL_DEMO_WAV);
+    shipped.replace(QStringLiteral(".wav"), QStringLiteral(".plist"));
+    ASSERT_TRUE(QFile::copy(shipped, dir.filePath(QStringLiteral("tune.plist"))));
+    ASSERT_TRUE(document->openFile(copyDemoAs(QStringLiteral("tune.wav"))));
+    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("D"));
+    EXPECT_FALSE(parameters.minor.value());
+    EXPECT_EQ(window->statusBar()->currentMessage(), QStringLiteral("Key D major from tune.plist"));
+    EXPECT_EQ(controller->keyLabel->text(), QStringLiteral("D Major"));
+
+    // The view and tuning in a saved options file stay the user's.
+    const bool tuning = parameters.tuning.value();
+    const QString view = parameters.viewType.value();
+    QFile other(dir.filePath(QStringLiteral("other.plist")));
+    ASSERT_TRUE(other.open(QIODevice::WriteOnly));
+    other.write(QStringLiteral(
+                    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
+                    "<key>View type</key><string>Spectrum</string>\n"
+                    "<key>Tuning</key><string>%1</string>\n"
+                    "<key>Key</key><string>F</string>\n<key>Minor</key><string>true</string>\n"
+                    "<key>Temperament</key><string>Just</string>\n"
+                    "<key>A Frequency</key><string>442</string>\n</dict>\n</plist>\n")
+                    .arg(tuning ? QStringLiteral("false") : QStringLiteral("true"))
+                    .toUtf8());
+    other.close();
+    ASSERT_TRUE(document->openFile(copyDemoAs(QStringLiteral("other.wav"))));
+    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("F"));
+    EXPECT_TRUE(parameters.minor.value());
+    EXPECT_EQ(parameters.temperament.value(), QStringLiteral("Just"));
+    EXPECT_EQ(parameters.aFrequency.value(), 442.0);
+    EXPECT_EQ(parameters.tuning.value(), tuning);
+    EXPECT_EQ(parameters.viewType.value(), view);
+    EXPECT_EQ(window->statusBar()->currentMessage(),
+              QStringLiteral("Key F minor from other.plist"));
+
+    QFile broken(dir.filePath(QStringLiteral("broken.plist")));
+    ASSERT_TRUE(broken.open(QIODevice::WriteOnly) && broken.write("Key = D\n") > 0);
+    broken.close();
+    ASSERT_TRUE(document->openFile(copyDemoAs(QStringLiteral("broken.wav"))));
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs[0].contains(QStringLiteral("Can't take the key from")) &&
+                dialogs[0].contains(broken.fileName()))
+        << dialogs[0].toStdString();
+    EXPECT_TRUE(title().endsWith(QStringLiteral("broken.wav"))) << title().toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("F"));
 }
 
 } // namespace
