@@ -69,7 +69,8 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
                                               [this](const QString &suggested) {
                                                   return document->panels.chooseFileToSave(
                                                       suggested, tr("Save Pitches"));
-                                              }});
+                                              },
+                                          .parameters = &parameters});
 
     UpdateHost updates;
     updates.tell = [this](const QString &title, const QString &text) {
@@ -124,6 +125,7 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
             &MainViewController::refreshControls);
     connect(optionsMenu, &OptionsMenu::optionsChanged, mainViewController,
             &MainViewController::optionsChanged);
+    connect(reports, &ReportCommands::keySet, optionsMenu, &OptionsMenu::changed);
     connect(document, &SoundDocument::scaleTaken, optionsMenu, &OptionsMenu::changed);
 }
 

@@ -130,7 +130,10 @@ void MainWindow::buildMenus()
     fileMenu->addSeparator();
     add(fileMenu, tr("&Quit"), [this] { close(); }, {QKeySequence::Quit});
 
-    bar->addMenu(parts->optionsMenu.optionsMenu());
+    QMenu *options = parts->optionsMenu.optionsMenu();
+    bar->addMenu(options);
+    options->addSeparator();
+    guessKeyMenuItem = add(options, tr("Guess Key..."), [&reports] { reports.guessKey(); });
 
     viewMenu = bar->addMenu(tr("&View"));
     for (std::size_t i = 0; i < kViewTypes.size(); ++i) {
@@ -260,6 +263,7 @@ void MainWindow::refreshMenus()
     exportSelectionMenuItem->setEnabled(parts->document.selectedFrames().has_value());
     propertiesMenuItem->setEnabled(hasSound);
     showDeviationsMenuItem->setEnabled(hasSound && !parts->reports.deviationsRunning());
+    guessKeyMenuItem->setEnabled(hasSound && !parts->reports.guessingKey());
     selectAllSoundMenuItem->setEnabled(hasSound && !Quorval::playing && !Quorval::recording);
 
     parts->optionsMenu.refreshPresets();

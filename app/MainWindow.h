@@ -79,6 +79,7 @@ public:
     // Composite, RMS Amplitude, Amplitude, Pitch, Quality, Spectrum.
     std::array<QAction *, 6> viewMenuItems{};
     QAction *showDeviationsMenuItem = nullptr;
+    QAction *guessKeyMenuItem = nullptr;
     QMenu *editMenu = nullptr;
     QAction *selectAllSoundMenuItem = nullptr;
     QMenu *helpMenu = nullptr;

@@ -4,10 +4,13 @@
 #include <QAction>
 #include <QFileInfo>
 #include <QLabel>
+#include <QRegularExpression>
 #include <QStatusBar>
 
 namespace quorval {
 namespace {
+
+using Answer = AskViewController::Answer;
 
 // Help > About names the program, this build's version and the licence.
 TEST_F(WindowTest, aboutNamesTheVersionAndTheLicence)
@@ -55,6 +58,35 @@ TEST_F(WindowTest, propertiesGiveThePathAndTheLengthInMinutesAndSeconds)
     EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("File Properties | File ") + *savePath +
                                       QStringLiteral("\nNumber of channels")))
         << dialogs[0].toStdString();
+}
+
+// Options > Guess Key works on the sound while the window stays usable, and sets Key and Minor
+// only when the user says yes.
+TEST_F(WindowTest, guessKeyFindsTheDemoInDMajorAndSetsItOnlyOnYes)
+{
+    Parameters &parameters = Parameters::shared();
+    ASSERT_TRUE(parameters.minor.setValue(true));
+    ASSERT_TRUE(parameters.key.setFromText(QStringLiteral("G")));
+    const QRegularExpression question(QStringLiteral(
+        R"(^Guess Key \| This sound seems to be in D major \(confidence (0\.\d\d|1\.00)\)\. )"
+        R"(Set the key to D major\?$)"));
+
+    answers = {Answer::no};
+    window->guessKeyMenuItem->trigger();
+    // Off the main thread: the command waits its turn meanwhile.
+    EXPECT_FALSE(window->guessKeyMenuItem->isEnabled());
+    WAIT_FOR(dialogs.size() == 1, 60000);
+    EXPECT_TRUE(question.match(dialogs[0]).hasMatch()) << dialogs[0].toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("G"));
+    EXPECT_TRUE(parameters.minor.value());
+
+    WAIT_FOR(window->guessKeyMenuItem->isEnabled(), 5000);
+    window->guessKeyMenuItem->trigger();
+    WAIT_FOR(dialogs.size() == 2, 60000);
+    EXPECT_TRUE(question.match(dialogs[1]).hasMatch()) << dialogs[1].toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("D"));
+    EXPECT_FALSE(parameters.minor.value());
+    EXPECT_EQ(controller->keyLabel->text(), QStringLiteral("D Major"));
 }
 
 // A sound opens in the key of the options file beside it, named like it: only the scale's
