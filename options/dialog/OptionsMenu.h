@@ -62,6 +62,9 @@ signals:
     void optionsChanged();
 
 private:
+    // With the temperament "Scala file...": a tuning that cannot be read says why.
+    void sayIfTuningUnreadable();
+
     Parameters &parameters_;
     OptionsHost host_;
     QWidget *window_;

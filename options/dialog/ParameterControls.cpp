@@ -3,21 +3,41 @@
 #include "options/BooleanParameter.h"
 #include "options/ChoiceParameter.h"
 #include "options/Parameters.h"
+#include "options/StringParameter.h"
 #include "options/dialog/ChoiceComboBox.h"
 #include "scale/Scale.h"
 
 #include <QCheckBox>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
+#include <QPushButton>
 
 #include <cmath>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace quorval {
 
 namespace {
+
+FileChooser &fileChooser()
+{
+    static FileChooser chooser;
+    return chooser;
+}
+
+QString chooseFile(QWidget *parent, const QString &label, const QString &filter,
+                   const QString &current)
+{
+    if (fileChooser())
+        return fileChooser()(parent, label, filter, current);
+    return QFileDialog::getOpenFileName(parent, label, QFileInfo(current).path(), filter);
+}
 
 void sayRefused(QLabel *refusal, const Parameter &parameter)
 {
@@ -225,7 +245,35 @@ QWidget *makeParameterControl(Parameter &parameter, QWidget *parent, QLabel *ref
             v->edited();
     });
     parameter.setView(std::move(view));
-    return field;
+    const auto *text = dynamic_cast<const StringParameter *>(&parameter);
+    if (!text || text->fileFilter.isEmpty())
+        return field;
+    // The field and its button, as one control.
+    auto *control = new QWidget(parent);
+    field->setParent(control);
+    auto *row = new QHBoxLayout(control);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->addWidget(field, 1);
+    auto *choose = new QPushButton(QObject::tr("Choose..."), control);
+    choose->setObjectName(QStringLiteral("choose"));
+    row->addWidget(choose);
+    // The row's place in the tab order and its focus are the field's.
+    control->setFocusProxy(field);
+    QObject::connect(choose, &QPushButton::clicked, field, [&parameter, field, text] {
+        const QString path =
+            chooseFile(field->window(), parameter.name, text->fileFilter, field->text());
+        if (path.isEmpty())
+            return;
+        field->setText(path);
+        // As if typed: a refusal shown no longer stands.
+        emit field->textEdited(path);
+    });
+    return control;
+}
+
+FileChooser setFileChooser(FileChooser chooser)
+{
+    return std::exchange(fileChooser(), std::move(chooser));
 }
 
 } // namespace quorval

@@ -109,8 +109,18 @@ void ParmViewController::buildPages()
     QWidget *previous = tabView_->tabBar();
     for (const std::vector<Row> &rows : rows_) {
         for (const Row &row : rows) {
-            setTabOrder(previous, row.control);
-            previous = row.control;
+            // A row of its own several controls (a path and its Choose... button) in order.
+            QList<QWidget *> stops{row.control};
+            if (row.control->focusProxy()) {
+                stops.clear();
+                for (QWidget *w : row.control->findChildren<QWidget *>(Qt::FindDirectChildrenOnly))
+                    if (w->focusPolicy() & Qt::TabFocus)
+                        stops.append(w);
+            }
+            for (QWidget *stop : stops) {
+                setTabOrder(previous, stop);
+                previous = stop;
+            }
         }
     }
     setTabOrder(previous, buttons_);
