@@ -70,7 +70,8 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
                                               [this](const QString &suggested) {
                                                   return document->panels.chooseFileToSave(
                                                       suggested, tr("Save Pitches"));
-                                              }});
+                                              },
+                                          .parameters = &parameters});
 
     UpdateHost updates;
     updates.tell = [this](const QString &title, const QString &text) {
@@ -129,6 +130,8 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
             &MainViewController::optionsChanged);
     connect(document, &SoundDocument::soundShown, panes, &IntonationPanes::setSound);
     connect(optionsMenu, &OptionsMenu::optionsChanged, panes, &IntonationPanes::optionsChanged);
+    connect(reports, &ReportCommands::keySet, optionsMenu, &OptionsMenu::changed);
+    connect(document, &SoundDocument::scaleTaken, optionsMenu, &OptionsMenu::changed);
 }
 
 AppDelegate::~AppDelegate()

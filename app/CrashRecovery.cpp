@@ -3,6 +3,7 @@
 #include "analysis/RegularFile.h"
 #include "app/AskViewController.h"
 #include "audio/Recorder.h"
+#include "streams/TimeText.h"
 #include "streams/WavStream.h"
 #include "streams/WorkingFiles.h"
 
@@ -16,16 +17,6 @@
 #include <unistd.h>
 
 namespace quorval {
-
-namespace {
-
-QString timeText(double seconds)
-{
-    const int minutes = static_cast<int>(seconds / 60.0);
-    return QString::asprintf("%d:%04.1f", minutes, seconds - 60.0 * minutes);
-}
-
-} // namespace
 
 std::shared_ptr<WavStream> CrashRecovery::offer(QWidget *window)
 {
@@ -43,7 +34,7 @@ std::shared_ptr<WavStream> CrashRecovery::offer(QWidget *window)
             tr("Quorval ended before a recording was saved: %1 of sound, recorded until %2.\n\n"
                "Recover it to save it now, discard it for good, or decide later (it is kept "
                "and offered again at the next start).")
-                .arg(timeText(seconds),
+                .arg(QString::fromStdString(minutesAndSeconds(seconds)),
                      QLocale().toString(info.lastModified(), QLocale::ShortFormat));
         if (orphans.size() > 1)
             text += tr("\n\nThis is %1 of %2 recordings kept.").arg(i + 1).arg(orphans.size());

@@ -76,8 +76,11 @@ void LevelMeter::paintEvent(QPaintEvent *)
     painter.setFont(font);
     const QString figure =
         levels.peak > 0.0f ? QString::asprintf("%.1f dB", peakDb) : QStringLiteral("-inf dB");
-    painter.drawText(QRectF(0, 0, scaleWidth, whole.height()), Qt::AlignRight | Qt::AlignVCenter,
-                     figure);
+    // At the right end, unless the peak tick stands there: then at the left, clear of it.
+    const double figureWidth = painter.fontMetrics().horizontalAdvance(figure) + 4.0;
+    const bool tickAtRight = xOf(peakDb) + 1.0 >= scaleWidth - figureWidth;
+    painter.drawText(QRectF(2, 0, scaleWidth - 2, whole.height()),
+                     (tickAtRight ? Qt::AlignLeft : Qt::AlignRight) | Qt::AlignVCenter, figure);
 }
 
 } // namespace quorval

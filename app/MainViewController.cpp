@@ -307,6 +307,7 @@ void MainViewController::addKeyActions()
     addAction(tr("Play"), {Qt::Key_P}, [this] { transport->togglePlay(Transport::Via::command); });
     addAction(tr("Record"), {Qt::Key_R},
               [this] { transport->toggleRecord(Transport::Via::command); });
+    addAction(tr("Loop"), {Qt::Key_L}, clickOf(transportBar->loopButton));
     addAction(tr("To the Start"), {Qt::Key_B}, clickOf(transportBar->rewindButton));
     addAction(tr("To the End"), {Qt::Key_D}, clickOf(transportBar->fastForwardButton));
     addAction(tr("Slower"), {Qt::Key_BracketLeft}, [this] { transportBar->stepSpeed(+1); });

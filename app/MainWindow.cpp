@@ -15,6 +15,7 @@
 #include "options/dialog/OptionsMenu.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
+#include "streams/TimeText.h"
 #include "streams/WavStream.h"
 
 #include <QAction>
@@ -45,8 +46,7 @@ QSettings windowSettings()
 
 QString timeText(double seconds)
 {
-    const int minutes = static_cast<int>(seconds / 60.0);
-    return QString::asprintf("%d:%04.1f", minutes, seconds - 60.0 * minutes);
+    return QString::fromStdString(minutesAndSeconds(seconds));
 }
 
 // f or v, then key.
@@ -87,6 +87,8 @@ void MainWindow::setParts(const Parts &given)
                     refreshMenus();
                     refreshStatus();
                 }),
+        connect(&parts->document, &SoundDocument::scaleTaken, this,
+                [this](const QString &what) { statusBar()->showMessage(what, kScaleTakenMs); }),
         connect(&parts->reports, &ReportCommands::changed, this, &MainWindow::refreshMenus),
         connect(&parts->optionsMenu, &OptionsMenu::optionsChanged, this,
                 &MainWindow::refreshMenus)};
@@ -134,7 +136,10 @@ void MainWindow::buildMenus()
     fileMenu->addSeparator();
     add(fileMenu, tr("&Quit"), [this] { close(); }, {QKeySequence::Quit});
 
-    bar->addMenu(parts->optionsMenu.optionsMenu());
+    QMenu *options = parts->optionsMenu.optionsMenu();
+    bar->addMenu(options);
+    options->addSeparator();
+    guessKeyMenuItem = add(options, tr("Guess Key..."), [&reports] { reports.guessKey(); });
 
     viewMenu = bar->addMenu(tr("&View"));
     for (std::size_t i = 0; i < kViewTypes.size(); ++i) {
@@ -183,6 +188,7 @@ void MainWindow::buildMenus()
     add(helpMenu, tr("Quorval Help"), [&help] { help.showTopic(QStringLiteral("Manual")); },
         {QKeySequence::HelpContents});
     helpMenu->addSeparator();
+    aboutMenuItem = add(helpMenu, tr("About Quorval"), [this] { showAbout(); });
     helpDeveloperModeMenuItem =
         add(helpMenu, tr("Developer Mode"), [&reports] { reports.toggleDeveloperMode(); });
     helpDeveloperModeMenuItem->setCheckable(true);
@@ -259,9 +265,23 @@ void MainWindow::setViewType(int index)
 
 void MainWindow::showProperties()
 {
-    if (const std::shared_ptr<WavStream> wav = parts->document.wavStream())
-        AskViewController::message(this, QStringLiteral("File Properties"),
-                                   QString::fromStdString(wav->description()));
+    const std::shared_ptr<WavStream> wav = parts->document.wavStream();
+    if (!wav)
+        return;
+    const QString path = parts->document.filePath();
+    AskViewController::message(this, QStringLiteral("File Properties"),
+                               (path.isEmpty() ? tr("Not saved yet") : tr("File %1").arg(path)) +
+                                   QLatin1Char('\n') + QString::fromStdString(wav->description()));
+}
+
+void MainWindow::showAbout()
+{
+    AskViewController::message(
+        this, tr("About Quorval"),
+        tr("Quorval %1\nShows how well in tune you play or sing: the pitch of a sound against "
+           "the notes of a key, mode and temperament.")
+            .arg(QStringLiteral(QUORVAL_VERSION)),
+        tr("Free software under the GNU General Public License, version 3 or later."));
 }
 
 void MainWindow::refreshMenus()
@@ -275,6 +295,7 @@ void MainWindow::refreshMenus()
     exportSelectionMenuItem->setEnabled(parts->document.selectedFrames().has_value());
     propertiesMenuItem->setEnabled(hasSound);
     showDeviationsMenuItem->setEnabled(hasSound && !parts->reports.deviationsRunning());
+    guessKeyMenuItem->setEnabled(hasSound && !parts->reports.guessingKey());
     selectAllSoundMenuItem->setEnabled(hasSound && !Quorval::playing && !Quorval::recording);
 
     parts->optionsMenu.refreshPresets();

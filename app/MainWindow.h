@@ -54,6 +54,9 @@ public:
     static constexpr const char *kGeometryKey = "Window/Geometry";
     static constexpr const char *kPanesKey = "Window/Panes";
 
+    // How long the status bar says where the scale's options of a sound came from.
+    static constexpr int kScaleTakenMs = 10000;
+
     MainWindow();
     ~MainWindow() override;
 
@@ -81,9 +84,11 @@ public:
     QAction *showDeviationsMenuItem = nullptr;
     QAction *noteTableMenuItem = nullptr;
     QAction *liveReadoutMenuItem = nullptr;
+    QAction *guessKeyMenuItem = nullptr;
     QMenu *editMenu = nullptr;
     QAction *selectAllSoundMenuItem = nullptr;
     QMenu *helpMenu = nullptr;
+    QAction *aboutMenuItem = nullptr;
     QMenu *developerMenu = nullptr;
     QAction *developerModeMenuItem = nullptr;
     // Reaches developer mode while the Developer menu is hidden.
@@ -109,6 +114,7 @@ private:
     void setViewType(int index);
     void showProperties();
     void showSelection(double start, double end);
+    void showAbout();
 
     // Set once by setParts.
     std::optional<Parts> parts;

@@ -1,7 +1,11 @@
 #include "app/ReportCommands.h"
 
 #include "app/AskViewController.h"
+#include "options/Parameters.h"
+#include "scale/KeyGuess.h"
+#include "scale/Scale.h"
 #include "streams/MusicStream.h"
+#include "streams/NoteReport.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
@@ -10,8 +14,23 @@
 #include <QSaveFile>
 
 #include <cstdlib>
+#include <utility>
 
 namespace quorval {
+
+namespace {
+
+// The selection in seconds; zero width (the whole sound) without one. It is on the time axis
+// whichever view shows.
+std::pair<double, double> selectionOf(const MusicStream &music)
+{
+    const HView &time = *music.timeView;
+    if (!time.hasSelection())
+        return {0.0, 0.0};
+    return {time.selectionStart, time.selectionEnd};
+}
+
+} // namespace
 
 ReportCommands::ReportCommands(QWidget *parentWindow, Host given)
     : QObject(parentWindow), window(parentWindow), host(std::move(given))
@@ -21,6 +40,67 @@ ReportCommands::ReportCommands(QWidget *parentWindow, Host given)
 ReportCommands::~ReportCommands()
 {
     cancelDeviations();
+    stopGuessing();
+}
+
+void ReportCommands::stopGuessing()
+{
+    guessCanceled = true;
+    if (guessing.joinable())
+        guessing.join();
+    guessCanceled = false;
+}
+
+void ReportCommands::guessKey()
+{
+    const std::shared_ptr<MusicStream> music = host.sound();
+    if (!music || guessing.joinable())
+        return;
+    const auto [t0, t1] = selectionOf(*music);
+    // The notes are cut on this thread, which computes what the analysis has not yet.
+    guessing = std::thread([this, music, t0, t1] {
+        const std::optional<KeyGuess::Result> guess =
+            NoteReport::guessKey(*music, t0, t1, guessCanceled);
+        if (guessCanceled)
+            return;
+        QMetaObject::invokeMethod(
+            this,
+            [this, music, found = guess.has_value(),
+             tonic = guess ? guess->best.tonicPitchClass : 0, minor = guess && guess->best.minor,
+             confidence = guess ? guess->confidence : 0.0] {
+                keyGuessed(music, found, tonic, minor, confidence);
+            },
+            Qt::QueuedConnection);
+    });
+    emit changed();
+}
+
+void ReportCommands::keyGuessed(const std::shared_ptr<MusicStream> &music, bool found,
+                                int tonicPitchClass, bool minor, double confidence)
+{
+    if (guessing.joinable())
+        guessing.join();
+    emit changed();
+    // Another sound took its place meanwhile: the answer is no longer about what shows.
+    if (music != host.sound())
+        return;
+    if (!found) {
+        AskViewController::message(window, tr("Guess Key"),
+                                   tr("This sound has no notes to guess a key from."));
+        return;
+    }
+    const Scale scale = Scale::current();
+    const QString key = scale.keyAndMode(tonicPitchClass, minor);
+    const QString question = tr("This sound seems to be in %1 (confidence %2). Set the key to %1?")
+                                 .arg(key, QString::number(confidence, 'f', 2));
+    if (AskViewController::ask(window, tr("Guess Key"), question, {.no = true}) !=
+            AskViewController::Answer::yes ||
+        !host.parameters)
+        return;
+    // The mode first: it chooses the spelling the key's name is found in.
+    (void)host.parameters->minor.setValue(minor);
+    (void)host.parameters->key.setFromText(scale.keyName(tonicPitchClass, minor));
+    emit keySet();
 }
 
 void ReportCommands::deviations()
@@ -28,10 +108,7 @@ void ReportCommands::deviations()
     const std::shared_ptr<MusicStream> music = host.sound();
     if (!music || running.isRunning())
         return;
-    // The selection is on the time axis whichever view shows.
-    const HView &time = *music->timeView;
-    const double t0 = time.hasSelection() ? time.selectionStart : 0.0;
-    const double t1 = time.hasSelection() ? time.selectionEnd : 0.0;
+    const auto [t0, t1] = selectionOf(*music);
     canceled = false;
     progress =
         new QProgressDialog(QStringLiteral("Computing deviations"), tr("Cancel"), 0, 0, window);

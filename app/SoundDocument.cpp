@@ -1,6 +1,7 @@
 #include "app/SoundDocument.h"
 
 #include "app/AskViewController.h"
+#include "options/OptionsFile.h"
 #include "options/Parameters.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
@@ -63,6 +64,16 @@ QString SoundDocument::soundName() const
     return wav ? QString::fromStdString(wav->fileTitle) : QString();
 }
 
+QString SoundDocument::filePath() const
+{
+    const std::shared_ptr<WavStream> wav = wavStream();
+    if (!wav)
+        return {};
+    if (wav->saveURL)
+        return QFileInfo(QFile::decodeName(wav->saveURL->c_str())).absoluteFilePath();
+    return openedStream.lock() == wav ? openedPath : QString();
+}
+
 void SoundDocument::showMusic(std::shared_ptr<MusicStream> music)
 {
     if (!music)
@@ -113,8 +124,14 @@ bool SoundDocument::openFile(const QString &path)
         emit fileUnreadable(QFileInfo(path).absoluteFilePath());
         return false;
     }
+    openedStream = wav;
+    openedPath = QFileInfo(path).absoluteFilePath();
+    // A bad companion file has its message; the sound opens all the same.
+    const std::optional<QString> taken = OptionsFile::takeCompanionScale(parameters, path);
     show(std::move(wav));
-    emit fileUsed(QFileInfo(path).absoluteFilePath());
+    if (taken)
+        emit scaleTaken(*taken);
+    emit fileUsed(openedPath);
     return true;
 }
 

@@ -70,6 +70,7 @@ public:
     // Opens the files queued so far and those that come later.
     void startTakingFiles();
     // Opens path at once, without asking; false (after the message) when it cannot be read.
+    // The scale's options in an options file beside it, named like it, are taken first.
     bool openFile(const QString &path);
     // Shows a sound from elsewhere (a recovered recording).
     void show(std::shared_ptr<WavStream> wav);
@@ -84,6 +85,9 @@ public:
     // The selection on the time axis, in frames; nothing without one.
     [[nodiscard]] std::optional<std::pair<std::int64_t, std::int64_t>> selectedFrames() const;
     [[nodiscard]] QString soundName() const;
+    // The full path of the file the sound was opened from or last saved to; empty for a
+    // recording never saved.
+    [[nodiscard]] QString filePath() const;
 
     Panels panels;
 
@@ -92,6 +96,9 @@ signals:
     void soundShown(const std::shared_ptr<MusicStream> &music);
     // A file was opened or saved at path (absolute): worth offering again.
     void fileUsed(const QString &path);
+    // The scale's options were taken from the options file beside a sound opened: what, and
+    // from which file ("Key D major from demo.plist").
+    void scaleTaken(const QString &what);
     // A file asked for could not be read.
     void fileUnreadable(const QString &path);
     // wav was saved; its earlier copies elsewhere may go.
@@ -113,6 +120,9 @@ private:
     std::shared_ptr<MusicStream> current;
     // The sound the user chose not to save ("No"): gone for good once replaced.
     std::weak_ptr<WavStream> discardedStream;
+    // The file the sound opened last came from, while that sound is the one shown.
+    std::weak_ptr<WavStream> openedStream;
+    QString openedPath;
     std::deque<QString> waiting;
     bool takingFiles = false;
     bool opening = false;

@@ -62,7 +62,7 @@ TransportBar::TransportBar(Transport &model, QWidget *parent) : QWidget(parent),
     recordButton =
         makeToolButton(this, recordIcon(), {}, tr("Record from the microphone (r)"), true);
     loopButton = makeToolButton(this, s->standardIcon(QStyle::SP_BrowserReload), {},
-                                tr("Play the selection again and again"), true);
+                                tr("Play the selection again and again (l)"), true);
     speedBox = new QComboBox(this);
     // Fastest first, as the keys step through them.
     for (auto it = Player::kSpeeds.rbegin(); it != Player::kSpeeds.rend(); ++it)

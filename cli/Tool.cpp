@@ -147,13 +147,21 @@ int Tool::run(const CommandLine &line)
                      .arg(quotedForMessage(storeFile, 200)));
         return kFailed;
     }
+    using Command = CommandLine::Command;
+    const bool analysesSound = line.command == Command::pitches ||
+                               line.command == Command::deviations ||
+                               line.command == Command::notes || line.command == Command::key ||
+                               line.command == Command::render;
+    // The sound's own key, from the options file beside it, unless an options file is given;
+    // --set still has the last word.
+    const bool optionsFileGiven =
+        std::any_of(line.optionSteps.begin(), line.optionSteps.end(),
+                    [](const CommandLine::OptionStep &step) { return step.isFile; });
+    if (analysesSound && !optionsFileGiven)
+        (void)OptionsFile::takeCompanionScale(Parameters::shared(), line.file);
     if (!applyOptions(line))
         return kBadUsage;
-    using Command = CommandLine::Command;
-    const bool usesScale = line.command == Command::pitches ||
-                           line.command == Command::deviations || line.command == Command::notes ||
-                           line.command == Command::key || line.command == Command::render ||
-                           line.command == Command::tone;
+    const bool usesScale = analysesSound || line.command == Command::tone;
     if (usesScale && !tuningReads())
         return kFailed;
     int status = kOk;

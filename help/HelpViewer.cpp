@@ -4,11 +4,15 @@
 
 #include <QDir>
 #include <QFile>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QScreen>
 #include <QTextBrowser>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace quorval {
 
@@ -85,11 +89,34 @@ QStringList HelpViewer::topics()
     return names;
 }
 
+void HelpViewer::placeOnScreen()
+{
+    placed_ = true;
+    QWidget *over = parentWidget() ? parentWidget()->window() : nullptr;
+    const QScreen *screen = over ? over->screen() : QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    const QRect room = screen->availableGeometry();
+    // Room for the window manager's frame, which is not known before the window shows.
+    const QSize frame(16, 48);
+    QRect wanted(QPoint(0, 0), size().boundedTo(room.size() - frame));
+    wanted.moveCenter(over ? over->frameGeometry().center() : room.center());
+    wanted.moveLeft(std::clamp(wanted.left(), room.left(),
+                               room.left() + room.width() - frame.width() - wanted.width()));
+    wanted.moveTop(std::clamp(wanted.top(), room.top(),
+                              room.top() + room.height() - frame.height() - wanted.height()));
+    // move places the frame, resize the contents.
+    resize(wanted.size());
+    move(wanted.topLeft());
+}
+
 bool HelpViewer::openHelp(const QString &topic)
 {
     if (!hasTopic(topic))
         return false;
     browser_->setSource(pageUrl(topic));
+    if (!placed_)
+        placeOnScreen();
     show();
     raise();
     activateWindow();

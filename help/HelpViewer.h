@@ -38,10 +38,14 @@ public:
     QPushButton *contentsButton() const { return contentsButton_; }
 
 private:
+    // Before it first shows: whole on the screen of the window it helps with, over its middle.
+    void placeOnScreen();
+
     QTextBrowser *browser_;
     QPushButton *backButton_;
     QPushButton *forwardButton_;
     QPushButton *contentsButton_;
+    bool placed_ = false;
 };
 
 } // namespace quorval

@@ -12,6 +12,8 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 
+#include <algorithm>
+
 namespace quorval::OptionsFile {
 
 namespace {
@@ -26,16 +28,35 @@ bool writeFailed(const QString &reason)
     return false;
 }
 
-// Imports the dictionary of the file at path; shows failureText and the reason when it is
-// missing or no dictionary, and the entries refused when there were some.
-bool importFile(Parameters &parameters, const QString &path, const QString &failureText)
+// The entries of dictionary, nested ones brought to the top, that name one of options.
+QVariantMap entriesOf(const Parameters &parameters, const QVariantMap &dictionary,
+                      const std::vector<const Parameter *> &options)
+{
+    QVariantMap kept;
+    for (auto entry = dictionary.begin(); entry != dictionary.end(); ++entry) {
+        if (entry.value().typeId() == QMetaType::QVariantMap)
+            kept.insert(entriesOf(parameters, entry.value().toMap(), options));
+        else if (std::find(options.begin(), options.end(), parameters.findForKey(entry.key())) !=
+                 options.end())
+            kept.insert(entry.key(), entry.value());
+    }
+    return kept;
+}
+
+// Imports the dictionary of the file at path, or of its entries that name one of only when
+// given; shows failureText and the reason when it is missing or no dictionary, and the entries
+// refused when there were some.
+bool importFile(Parameters &parameters, const QString &path, const QString &failureText,
+                const std::vector<const Parameter *> &only = {})
 {
     QString why;
-    const std::optional<QVariantMap> dictionary = PropertyList::readDictionaryFile(path, &why);
+    std::optional<QVariantMap> dictionary = PropertyList::readDictionaryFile(path, &why);
     if (!dictionary) {
         showMessage(kErrorTitle, failureText + QStringLiteral(": ") + why);
         return false;
     }
+    if (!only.empty())
+        dictionary = entriesOf(parameters, *dictionary, only);
     const std::vector<Parameters::RefusedEntry> refused = parameters.importOptions(*dictionary);
     if (!refused.empty()) {
         QString text =
@@ -74,6 +95,30 @@ bool writeOptions(const Parameters &parameters, const QString &path)
 bool readOptions(Parameters &parameters, const QString &path)
 {
     return importFile(parameters, path, QStringLiteral("Can't import options"));
+}
+
+QString companionPath(const QString &soundPath)
+{
+    // In the folder as given, so that a message names it as the user did.
+    const QFileInfo sound(soundPath);
+    return soundPath.chopped(sound.fileName().size()) + sound.completeBaseName() +
+           QStringLiteral(".plist");
+}
+
+std::optional<QString> takeCompanionScale(Parameters &parameters, const QString &soundPath)
+{
+    const QString path = companionPath(soundPath);
+    if (!QFileInfo::exists(path))
+        return std::nullopt;
+    const QString name = QFileInfo(path).fileName();
+    if (!importFile(parameters, path,
+                    QStringLiteral("Can't take the key from %1").arg(quotedForMessage(path, 200)),
+                    {&parameters.key, &parameters.minor, &parameters.temperament,
+                     &parameters.transposition, &parameters.aFrequency}))
+        return std::nullopt;
+    return QStringLiteral("Key %1 %2 from %3")
+        .arg(parameters.key.value(),
+             parameters.minor.value() ? QStringLiteral("minor") : QStringLiteral("major"), name);
 }
 
 bool defaultOptions(Parameters &parameters, const QString &path)

@@ -3,6 +3,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 namespace quorval {
 
 class Parameters;
@@ -27,6 +29,17 @@ bool writeOptions(const Parameters &parameters, const QString &path);
 // shows "Can't import options: " and why, changes nothing and returns false. Entries the options
 // refuse are left out and listed in one message titled "Options refused" (label, value, why).
 bool readOptions(Parameters &parameters, const QString &path);
+
+// The options file that goes with the sound at soundPath: beside it, named like it with
+// ".plist" in place of its extension (demo.wav: demo.plist).
+QString companionPath(const QString &soundPath);
+
+// Takes the scale's options (Key, Minor, Temperament, Transposition, A Frequency) from the
+// sound's companion options file, when there is one; its other entries are passed over. Answers
+// what it set, "Key D major from demo.plist", or nothing when there is no such file or it cannot
+// be read: then "Can't take the key from ...: " and why are shown and nothing changes. Entries
+// refused are shown as readOptions shows them.
+std::optional<QString> takeCompanionScale(Parameters &parameters, const QString &soundPath);
 
 // Imports the factory options; "Can't import default options: " and why when they are missing
 // or unreadable.

@@ -222,8 +222,11 @@ Parameters::Parameters()
       lowestNote(NoteLimitParameter::End::lowest), highestNote(NoteLimitParameter::End::highest),
       scaleExtension(QStringLiteral("Scale extension"), 2.0, Range{0.0, 12.0},
                      {.recompute = true, .debug = true}),
-      scalaFile(QStringLiteral("Scala file")),
-      keyboardMappingFile(QStringLiteral("Keyboard mapping file")),
+      // A tuning of its own redraws the grid, as a temperament does.
+      scalaFile(QStringLiteral("Scala file"), {.recolor = true},
+                QStringLiteral("Scala scale files (*.scl);;All files (*)")),
+      keyboardMappingFile(QStringLiteral("Keyboard mapping file"), {.recolor = true},
+                          QStringLiteral("Keyboard mappings (*.kbm);;All files (*)")),
       viewType(QStringLiteral("View type"), viewTypeChoices(), std::nullopt, std::nullopt),
       traceHeight(QStringLiteral("Trace Height"), 0.2, Range{0.0, 1000.0}),
       automaticGainControl(QStringLiteral("Automatic Gain Control"), true),

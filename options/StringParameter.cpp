@@ -4,8 +4,8 @@
 
 namespace quorval {
 
-StringParameter::StringParameter(QString name, std::optional<QString> legacyName)
-    : TextParameter(std::move(name), ParameterFlags{}, std::move(legacyName))
+StringParameter::StringParameter(QString name, ParameterFlags flags, QString filter)
+    : TextParameter(std::move(name), flags), fileFilter(std::move(filter))
 {
 }
 
@@ -16,6 +16,9 @@ QString StringParameter::value() const
 
 bool StringParameter::setValue(const QString &text)
 {
+    // Unset reads as empty: storing the empty text is no change.
+    if (text == value())
+        return true;
     store(text);
     return true;
 }

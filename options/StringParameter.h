@@ -8,7 +8,9 @@ namespace quorval {
 class StringParameter : public TextParameter
 {
 public:
-    explicit StringParameter(QString name, std::optional<QString> legacyName = std::nullopt);
+    // fileFilter: the value is a file's path, chosen in a file panel showing these files
+    // ("Scala scale (*.scl)"); empty for free text.
+    explicit StringParameter(QString name, ParameterFlags flags = {}, QString fileFilter = {});
 
     Kind kind() const override { return Kind::String; }
 
@@ -20,6 +22,8 @@ public:
     QString valueText() const override;
     bool setFromText(const QString &text) override;
     QString allowedValues() const override;
+
+    const QString fileFilter;
 };
 
 } // namespace quorval

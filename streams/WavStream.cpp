@@ -7,6 +7,7 @@
 #include "options/SaveTarget.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
+#include "streams/TimeText.h"
 #include "streams/Warnings.h"
 #include "streams/WorkingFiles.h"
 
@@ -695,13 +696,14 @@ std::string WavStream::description() const
     const double framesPerMinute = sampleRate() * 60.0;
     // An opened file is described as it is on disk, not as its working copy.
     const bool converted = sourceFormat.converted;
-    char text[320];
+    const double frames = static_cast<double>(maxIndex - minIndex);
+    char text[340];
     std::snprintf(text, sizeof text,
                   "Number of channels %d\nBytes per sample %d\nFrame rate %.0f\nLength %.2f "
-                  "minutes\nMax length %.2f minutes%s",
+                  "minutes (%s)\nMax length %.2f minutes%s",
                   converted ? sourceFormat.channels : channels,
                   converted ? sourceFormat.bytesPerSample : sampleBytes, sampleRate(),
-                  static_cast<double>(maxIndex - minIndex) / framesPerMinute,
+                  frames / framesPerMinute, minutesAndSeconds(frames / sampleRate()).c_str(),
                   static_cast<double>(maxFrames) / framesPerMinute,
                   converted ? "\nConverted to 1 channel, 2 bytes per sample for analysis" : "");
     return text;

@@ -132,8 +132,8 @@ public:
     // making path the sound's own: a selection exported. Main thread; answers success.
     bool exportFrames(const std::string &path, std::int64_t first, std::int64_t end);
 
-    // "Number of channels %d\nBytes per sample %d\nFrame rate %.0f\nLength %.2f minutes\n
-    // Max length %.2f minutes" of the file as it is (its own channels and sample size), then
+    // "Number of channels %d\nBytes per sample %d\nFrame rate %.0f\nLength %.2f minutes (M:SS.s)
+    // \nMax length %.2f minutes" of the file as it is (its own channels and sample size), then
     // "\nConverted to 1 channel, 2 bytes per sample for analysis" when the working copy was
     // converted. Any thread but the data queue.
     [[nodiscard]] std::string description() const;

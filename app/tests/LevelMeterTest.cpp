@@ -43,6 +43,17 @@ TEST(LevelMeter, drawsTheRmsBarAndHoldsTheClipMarkForASecond)
     given.clippedAtMs = Recorder::nowMs() - LevelMeter::kClipHoldMs - 1;
     image = picture();
     EXPECT_NE(QColor(image.pixel(clipX, middle)), QColor(255, 0, 0));
+
+    // A peak near full scale: its tick stands alone, the figure is drawn clear of it.
+    given = {0.9f, 0.01f, -1};
+    image = picture();
+    const int tickX = static_cast<int>(scale * (60.0 + LevelMeter::toDb(0.9f)) / 60.0);
+    EXPECT_EQ(QColor(image.pixel(tickX, middle)), QColor(Qt::white));
+    int lit = 0;
+    for (int x = tickX - 30; x < tickX - 2; ++x)
+        for (int y = 2; y < image.height() - 2; ++y)
+            lit += QColor(image.pixel(x, y)) != QColor(Qt::black);
+    EXPECT_EQ(lit, 0) << "the figure is drawn under the peak tick";
     meter.setActive(false);
     EXPECT_FALSE(meter.isVisible());
 }

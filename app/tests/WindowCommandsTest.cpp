@@ -24,6 +24,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QSignalSpy>
 #include <QTabWidget>
 #include <QToolButton>
@@ -71,6 +72,11 @@ TEST_F(WindowTest, keysAreTheirMenuItemsWhateverHasTheFocus)
         const bool tuning = Parameters::shared().tuning.value();
         type('u');
         EXPECT_NE(Parameters::shared().tuning.value(), tuning);
+        // l is the loop button.
+        const bool loop = Quorval::loop;
+        type('l');
+        EXPECT_NE(Quorval::loop, loop);
+        EXPECT_EQ(controller->transportBar->loopButton->isChecked(), Quorval::loop);
         const double whole = time.timeWidth;
         type('+');
         EXPECT_LT(time.timeWidth, whole);
@@ -364,6 +370,10 @@ TEST_F(WindowTest, helpUpdatesAndWarningsReachTheirWindows)
     EXPECT_FALSE(viewer.isVisible());
     window->helpMenu->actions().at(0)->trigger();
     EXPECT_TRUE(viewer.isVisible());
+    // Whole on the screen, however small.
+    EXPECT_TRUE(viewer.screen()->availableGeometry().contains(viewer.frameGeometry()))
+        << viewer.frameGeometry().width() << "x" << viewer.frameGeometry().height() << " on "
+        << viewer.screen()->availableGeometry().width();
     EXPECT_EQ(viewer.currentTopic(), QStringLiteral("GettingStarted"));
     key(Qt::Key_F1);
     EXPECT_EQ(viewer.currentTopic(), QStringLiteral("Manual"));

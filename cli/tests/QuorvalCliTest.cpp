@@ -277,6 +277,42 @@ TEST_F(QuorvalCli, guessesTheKeyAndNamesNotesInWrittenPitch)
     EXPECT_TRUE(nothing.err.contains("no notes to guess a key from")) << nothing.err.toStdString();
 }
 
+// A sound's own key comes from the options file beside it, named like it; --set still has the
+// last word, an options file given instead takes its place, and a broken one is named while the
+// command goes on.
+TEST_F(QuorvalCli, takesTheKeyFromTheOptionsFileBesideTheSound)
+{
+    const auto plist = [](const char *key) {
+        return QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">"
+                          "<dict><key>Key</key><string>") +
+               key + "</string></dict></plist>\n";
+    };
+    const QString file = wavOf("ceg.wav", melody({60.0, 64.0, 67.0}, 0.6));
+    const auto tonic = [this, &file](QStringList arguments) {
+        arguments << "notes" << file;
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.status, 0) << outcome.err.toStdString();
+        for (const char *name : {"C", "E", "G"})
+            if (outcome.out.contains(QStringLiteral("  1 %1 ").arg(QLatin1String(name))))
+                return QString::fromLatin1(name);
+        return QString();
+    };
+    EXPECT_EQ(tonic({}), QString()); // A major, the factory key
+    writeFile("ceg.plist", plist("C"));
+    EXPECT_EQ(tonic({}), "C");
+    EXPECT_EQ(tonic({"--set", "Key=G"}), "G");
+    writeFile("other.plist", plist("E"));
+    EXPECT_EQ(tonic({"--options", "other.plist"}), "E");
+
+    writeFile("ceg.plist", "Key = C\n");
+    const Outcome broken = run({"notes", file});
+    EXPECT_EQ(broken.status, 0);
+    EXPECT_TRUE(broken.err.contains("Can't take the key from") && broken.err.contains("ceg.plist"))
+        << broken.err.toStdString();
+    EXPECT_TRUE(broken.out.contains("Scale degrees"));
+    EXPECT_FALSE(broken.out.contains("  1 C "));
+}
+
 TEST_F(QuorvalCli, tunesToScaleFilesAndSaysWhereOneIsBroken)
 {
     // The just major scale on C: E at 386.3 cents, 13.7 below equal temperament's; G at 702.0.

@@ -1,8 +1,10 @@
 #include "options/dialog/OptionsMenu.h"
 
+#include "options/Messages.h"
 #include "options/OptionsFile.h"
 #include "options/Parameters.h"
 #include "options/dialog/ParmViewController.h"
+#include "scale/Scale.h"
 
 #include <QAction>
 #include <QFileDialog>
@@ -66,6 +68,7 @@ ParmViewController &OptionsMenu::dialog()
                                          host_.openHelp, window_);
         // The dialog has just loaded its own controls.
         connect(dialog_, &ParmViewController::applied, this, [this] {
+            sayIfTuningUnreadable();
             refreshPresets();
             emit optionsChanged();
         });
@@ -126,6 +129,17 @@ void OptionsMenu::presetSelected(const QAction *item)
         refreshPresets();
 }
 
+void OptionsMenu::sayIfTuningUnreadable()
+{
+    if (parameters_.temperament.value() != Parameters::scalaTemperamentName())
+        return;
+    // The grid keeps to equal temperament meanwhile; the reader names the line at fault.
+    QString error;
+    if (!Scale::tuningFromFiles(parameters_.scalaFile.value(),
+                                parameters_.keyboardMappingFile.value(), error))
+        showMessage(QStringLiteral("Error"), error);
+}
+
 void OptionsMenu::refreshPresets()
 {
     for (const Preset &preset : parameters_.presets()) {
@@ -139,6 +153,7 @@ void OptionsMenu::changed()
     // An open dialog shows what is now in force.
     if (dialog_ && dialog_->isVisible())
         dialog_->loadView();
+    sayIfTuningUnreadable();
     refreshPresets();
     emit optionsChanged();
 }

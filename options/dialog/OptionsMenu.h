@@ -52,6 +52,9 @@ public:
     // commands, after the dialog applies and whenever the presets menu opens; call it after
     // changing options elsewhere too.
     void refreshPresets();
+    // After options changed, here or elsewhere (the key guess, a sound's own options file): an
+    // open dialog shows them, the presets are checked again and optionsChanged is signalled.
+    void changed();
 
 signals:
     // Options may have changed (dialog applied, file read, defaults, preset): menus and views
@@ -59,8 +62,8 @@ signals:
     void optionsChanged();
 
 private:
-    // After a command that may have changed options.
-    void changed();
+    // With the temperament "Scala file...": a tuning that cannot be read says why.
+    void sayIfTuningUnreadable();
 
     Parameters &parameters_;
     OptionsHost host_;

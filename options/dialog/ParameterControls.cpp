@@ -3,18 +3,41 @@
 #include "options/BooleanParameter.h"
 #include "options/ChoiceParameter.h"
 #include "options/Parameters.h"
+#include "options/StringParameter.h"
 #include "options/dialog/ChoiceComboBox.h"
+#include "scale/Scale.h"
 
 #include <QCheckBox>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPointer>
+#include <QPushButton>
 
+#include <cmath>
+#include <functional>
 #include <memory>
+#include <utility>
 
 namespace quorval {
 
 namespace {
+
+FileChooser &fileChooser()
+{
+    static FileChooser chooser;
+    return chooser;
+}
+
+QString chooseFile(QWidget *parent, const QString &label, const QString &filter,
+                   const QString &current)
+{
+    if (fileChooser())
+        return fileChooser()(parent, label, filter, current);
+    return QFileDialog::getOpenFileName(parent, label, QFileInfo(current).path(), filter);
+}
 
 void sayRefused(QLabel *refusal, const Parameter &parameter)
 {
@@ -22,19 +45,26 @@ void sayRefused(QLabel *refusal, const Parameter &parameter)
         refusal->setText(QStringLiteral("Takes ") + parameter.allowedValues());
 }
 
+// What the text of a field stands for, shown beside it while no refusal stands ("G3" for a note
+// number); empty for nothing.
+using Describer = std::function<QString(const QString &text)>;
+
 // Numbers and text: the parameter's own text conversion, so "%.4f" and its range checks apply.
 class LineEditView : public ParameterView
 {
 public:
-    LineEditView(Parameter &parameter, QLineEdit *field, QLabel *refusal)
-        : parameter_(parameter), field_(field), refusal_(refusal)
+    LineEditView(Parameter &parameter, QLineEdit *field, QLabel *refusal, Describer describe)
+        : parameter_(parameter), field_(field), refusal_(refusal), describe_(std::move(describe))
     {
     }
 
     void load() override
     {
-        if (field_)
-            field_->setText(parameter_.valueText());
+        if (!field_)
+            return;
+        field_->setText(parameter_.valueText());
+        if (!refused_)
+            describe();
     }
 
     bool apply() override
@@ -44,17 +74,45 @@ public:
         const bool accepted = parameter_.setFromText(field_->text());
         // Refused: the field snaps back and the label beside it says why. Accepted: it shows
         // the stored form.
+        refused_ = !accepted;
         if (!accepted)
             sayRefused(refusal_, parameter_);
         load();
         return accepted;
     }
 
+    // The user typed: a refusal no longer stands, and the label follows the text.
+    void edited()
+    {
+        refused_ = false;
+        if (refusal_)
+            refusal_->clear();
+        describe();
+    }
+
 private:
+    void describe()
+    {
+        if (describe_ && refusal_ && field_)
+            refusal_->setText(describe_(field_->text()));
+    }
+
     Parameter &parameter_;
     QPointer<QLineEdit> field_;
     QPointer<QLabel> refusal_;
+    Describer describe_;
+    bool refused_ = false;
 };
+
+// The note a note number names in the scale in force (its transposition too), e.g. "G3".
+QString noteNameOf(const QString &text)
+{
+    bool ok = false;
+    const double note = text.trimmed().toDouble(&ok);
+    if (!ok || !std::isfinite(note) || std::abs(note) > 1000.0)
+        return {};
+    return Scale::current().noteNameWithOctave(std::llround(note));
+}
 
 class CheckBoxView : public ParameterView
 {
@@ -178,9 +236,44 @@ QWidget *makeParameterControl(Parameter &parameter, QWidget *parent, QLabel *ref
         break;
     }
     auto *field = new QLineEdit(parent);
-    QObject::connect(field, &QLineEdit::textEdited, field, clearRefusal);
-    parameter.setView(std::make_unique<LineEditView>(parameter, field, refusal));
-    return field;
+    const bool isNote = dynamic_cast<Parameters::NoteLimitParameter *>(&parameter) != nullptr;
+    auto view = std::make_unique<LineEditView>(parameter, field, refusal,
+                                               isNote ? Describer(noteNameOf) : Describer());
+    // The view may have been detached already, as the dialog goes.
+    QObject::connect(field, &QLineEdit::textEdited, field, [&parameter, v = view.get()] {
+        if (parameter.view() == v)
+            v->edited();
+    });
+    parameter.setView(std::move(view));
+    const auto *text = dynamic_cast<const StringParameter *>(&parameter);
+    if (!text || text->fileFilter.isEmpty())
+        return field;
+    // The field and its button, as one control.
+    auto *control = new QWidget(parent);
+    field->setParent(control);
+    auto *row = new QHBoxLayout(control);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->addWidget(field, 1);
+    auto *choose = new QPushButton(QObject::tr("Choose..."), control);
+    choose->setObjectName(QStringLiteral("choose"));
+    row->addWidget(choose);
+    // The row's place in the tab order and its focus are the field's.
+    control->setFocusProxy(field);
+    QObject::connect(choose, &QPushButton::clicked, field, [&parameter, field, text] {
+        const QString path =
+            chooseFile(field->window(), parameter.name, text->fileFilter, field->text());
+        if (path.isEmpty())
+            return;
+        field->setText(path);
+        // As if typed: a refusal shown no longer stands.
+        emit field->textEdited(path);
+    });
+    return control;
+}
+
+FileChooser setFileChooser(FileChooser chooser)
+{
+    return std::exchange(fileChooser(), std::move(chooser));
 }
 
 } // namespace quorval

@@ -109,8 +109,18 @@ void ParmViewController::buildPages()
     QWidget *previous = tabView_->tabBar();
     for (const std::vector<Row> &rows : rows_) {
         for (const Row &row : rows) {
-            setTabOrder(previous, row.control);
-            previous = row.control;
+            // A row of its own several controls (a path and its Choose... button) in order.
+            QList<QWidget *> stops{row.control};
+            if (row.control->focusProxy()) {
+                stops.clear();
+                for (QWidget *w : row.control->findChildren<QWidget *>(Qt::FindDirectChildrenOnly))
+                    if (w->focusPolicy() & Qt::TabFocus)
+                        stops.append(w);
+            }
+            for (QWidget *stop : stops) {
+                setTabOrder(previous, stop);
+                previous = stop;
+            }
         }
     }
     setTabOrder(previous, buttons_);
@@ -178,11 +188,12 @@ void ParmViewController::prepareToOpen()
         }
     }
     buildPages();
-    loadView();
     for (const std::vector<Row> &rows : rows_) {
         for (const Row &row : rows)
             row.refusal->clear();
     }
+    // After the refusals went: a field may say what its number stands for.
+    loadView();
 }
 
 void ParmViewController::showAt(int page, QWidget *focus)

@@ -20,7 +20,8 @@ set(wanted
     share/doc/quorval/copyright
     share/doc/quorval/changelog.Debian.gz
     share/doc/quorval/screenshots/trace.png
-    share/quorval/demo.wav)
+    share/quorval/demo.wav
+    share/quorval/demo.plist)
 if(WITH_WINDOW)
     list(APPEND wanted bin/quorval)
 endif()

@@ -1,13 +1,16 @@
 #include "options/dialog/OptionsMenu.h"
 
+#include "options/FollowUps.h"
 #include "options/OptionStore.h"
 #include "options/Parameters.h"
+#include "options/dialog/ParameterControls.h"
 #include "options/dialog/ParmViewController.h"
 #include "options/dialog/tests/support/DialogTest.h"
 
 #include <QAction>
 #include <QComboBox>
 #include <QFile>
+#include <QLineEdit>
 #include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
@@ -142,6 +145,64 @@ TEST_F(OptionsMenuTest, optionsWrittenAndReadBackThroughAFile)
     ASSERT_EQ(messages.size(), 1);
     EXPECT_TRUE(messages.front().startsWith(QStringLiteral("Error | Can't import options: line ")))
         << messages.front().toStdString();
+}
+
+// The Scala file options are chosen in a file panel; a change of either redraws the grid, and a
+// file that cannot be read says which line is at fault once the dialog applies it.
+TEST_F(OptionsMenuTest, scalaFilesAreChosenInAPanelAndABadOneSaysWhichLine)
+{
+    const auto write = [this](const char *name, const QByteArray &text) {
+        QFile file(dir.filePath(QString::fromLatin1(name)));
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(text) == text.size());
+        return file.fileName();
+    };
+    const QString good = write(
+        "just.scl", "! just.scl\nJust major\n 7\n 9/8\n 5/4\n 4/3\n 3/2\n 5/3\n 15/8\n 2/1\n");
+    const QString bad = write("bad.scl", "! bad.scl\nBroken\n 2\n 9/8\n banana\n");
+    QStringList asked;
+    QString answer;
+    const FileChooser previous = setFileChooser(
+        [&](QWidget *, const QString &label, const QString &filter, const QString &current) {
+            asked.append(label + QStringLiteral(" | ") + filter + QStringLiteral(" | ") + current);
+            return answer;
+        });
+    ASSERT_TRUE(parameters.temperament.setFromText(Parameters::scalaTemperamentName()));
+    ParmViewController &dialog = menu->dialog();
+    dialog.openAtPage(0);
+    QWidget *scala = dialog.control(QStringLiteral("Scala file"));
+    QWidget *mapping = dialog.control(QStringLiteral("Keyboard mapping file"));
+    ASSERT_TRUE(scala && mapping);
+    auto *field = scala->findChild<QLineEdit *>();
+    auto *choose = scala->findChild<QPushButton *>(QStringLiteral("choose"));
+    ASSERT_TRUE(field && choose);
+    EXPECT_NE(mapping->findChild<QPushButton *>(QStringLiteral("choose")), nullptr);
+
+    answer = good;
+    QTest::mouseClick(choose, Qt::LeftButton);
+    EXPECT_EQ(field->text(), good);
+    EXPECT_EQ(asked, QStringList{QStringLiteral("Scala file | Scala scale files (*.scl);;All "
+                                                "files (*) | ")});
+    resetFollowUpCounts();
+    QTest::mouseClick(dialog.applyButton(), Qt::LeftButton);
+    EXPECT_EQ(parameters.scalaFile.value(), good);
+    EXPECT_EQ(followUpCounts(), (FollowUpCounts{.recolor = 1}));
+    EXPECT_TRUE(messages.isEmpty()) << messages.join('\n').toStdString();
+
+    // Cancelled, the panel leaves the field as it was; it starts from the file in it.
+    answer.clear();
+    QTest::mouseClick(choose, Qt::LeftButton);
+    EXPECT_EQ(field->text(), good);
+    EXPECT_TRUE(asked.last().endsWith(QStringLiteral(" | ") + good));
+
+    answer = bad;
+    QTest::mouseClick(choose, Qt::LeftButton);
+    QTest::mouseClick(dialog.applyButton(), Qt::LeftButton);
+    EXPECT_EQ(parameters.scalaFile.value(), bad);
+    ASSERT_EQ(messages.size(), 1);
+    EXPECT_TRUE(messages[0].contains(QStringLiteral("bad.scl")) &&
+                messages[0].contains(QStringLiteral("line 5")))
+        << messages[0].toStdString();
+    (void)setFileChooser(previous);
 }
 
 } // namespace

@@ -1,0 +1,153 @@
+#include "app/tests/WindowTest.h"
+#include "display/DisplayView.h"
+
+#include <QAction>
+#include <QFileInfo>
+#include <QLabel>
+#include <QRegularExpression>
+#include <QStatusBar>
+
+namespace quorval {
+namespace {
+
+using Answer = AskViewController::Answer;
+
+// Help > About names the program, this build's version and the licence.
+TEST_F(WindowTest, aboutNamesTheVersionAndTheLicence)
+{
+    window->aboutMenuItem->trigger();
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(
+        dialogs[0].startsWith(QStringLiteral("About Quorval | Quorval " QUORVAL_VERSION "\n")))
+        << dialogs[0].toStdString();
+    EXPECT_TRUE(dialogs[0].contains(QStringLiteral("GNU General Public License")));
+}
+
+// File > Properties gives the file's full path, or says it was never saved, and its length as
+// minutes and seconds too.
+TEST_F(WindowTest, propertiesGiveThePathAndTheLengthInMinutesAndSeconds)
+{
+    // 16-bit mono: the length follows from the file's size.
+    const double seconds = static_cast<double>(QFileInfo(demoPath).size() - 44) / (2 * 44100.0);
+    const int tenths = static_cast<int>(std::lround(seconds * 10.0));
+    const QString length = QStringLiteral("%1:%2.%3")
+                               .arg(tenths / 600)
+                               .arg(tenths % 600 / 10, 2, 10, QLatin1Char('0'))
+                               .arg(tenths % 10);
+    dialogs.clear();
+    window->propertiesMenuItem->trigger();
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("File Properties | File ") +
+                                      QFileInfo(demoPath).absoluteFilePath() + QLatin1Char('\n')))
+        << dialogs[0].toStdString();
+    EXPECT_TRUE(dialogs[0].contains(QStringLiteral(" minutes (") + length + QLatin1Char(')')))
+        << dialogs[0].toStdString() << " " << length.toStdString();
+
+    // A take never saved has no path; once saved, it is where it went.
+    document->newRecording();
+    dialogs.clear();
+    window->propertiesMenuItem->trigger();
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("File Properties | Not saved yet\n")))
+        << dialogs[0].toStdString();
+    savePath = dir.filePath(QStringLiteral("take.wav"));
+    document->saveAs();
+    dialogs.clear();
+    window->propertiesMenuItem->trigger();
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("File Properties | File ") + *savePath +
+                                      QStringLiteral("\nNumber of channels")))
+        << dialogs[0].toStdString();
+}
+
+// Options > Guess Key works on the sound while the window stays usable, and sets Key and Minor
+// only when the user says yes.
+TEST_F(WindowTest, guessKeyFindsTheDemoInDMajorAndSetsItOnlyOnYes)
+{
+    Parameters &parameters = Parameters::shared();
+    ASSERT_TRUE(parameters.minor.setValue(true));
+    ASSERT_TRUE(parameters.key.setFromText(QStringLiteral("G")));
+    const QRegularExpression question(QStringLiteral(
+        R"(^Guess Key \| This sound seems to be in D major \(confidence (0\.\d\d|1\.00)\)\. )"
+        R"(Set the key to D major\?$)"));
+
+    answers = {Answer::no};
+    window->guessKeyMenuItem->trigger();
+    // Off the main thread: the command waits its turn meanwhile.
+    EXPECT_FALSE(window->guessKeyMenuItem->isEnabled());
+    WAIT_FOR(dialogs.size() == 1, 60000);
+    EXPECT_TRUE(question.match(dialogs[0]).hasMatch()) << dialogs[0].toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("G"));
+    EXPECT_TRUE(parameters.minor.value());
+
+    WAIT_FOR(window->guessKeyMenuItem->isEnabled(), 5000);
+    window->guessKeyMenuItem->trigger();
+    WAIT_FOR(dialogs.size() == 2, 60000);
+    EXPECT_TRUE(question.match(dialogs[1]).hasMatch()) << dialogs[1].toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("D"));
+    EXPECT_FALSE(parameters.minor.value());
+    EXPECT_EQ(controller->keyLabel->text(), QStringLiteral("D Major"));
+}
+
+// A sound opens in the key of the options file beside it, named like it: only the scale's
+// options are taken from it and the status bar says so; a broken one is named in a message and
+// the sound opens all the same.
+TEST_F(WindowTest, aSoundOpensInTheKeyOfTheOptionsFileBesideIt)
+{
+    Parameters &parameters = Parameters::shared();
+    ASSERT_TRUE(parameters.key.setFromText(QStringLiteral("G")));
+    const auto copyDemoAs = [this](const QString &name) {
+        const QString path = dir.filePath(name);
+        EXPECT_TRUE(QFile::copy(demoPath, path));
+        return path;
+    };
+    QString shipped = QStringLiteral(QUORVAL_DEMO_WAV);
+    shipped.replace(QStringLiteral(".wav"), QStringLiteral(".plist"));
+    ASSERT_TRUE(QFile::copy(shipped, dir.filePath(QStringLiteral("tune.plist"))));
+    ASSERT_TRUE(document->openFile(copyDemoAs(QStringLiteral("tune.wav"))));
+    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("D"));
+    EXPECT_FALSE(parameters.minor.value());
+    EXPECT_EQ(window->statusBar()->currentMessage(), QStringLiteral("Key D major from tune.plist"));
+    EXPECT_EQ(controller->keyLabel->text(), QStringLiteral("D Major"));
+
+    // The view and tuning in a saved options file stay the user's.
+    const bool tuning = parameters.tuning.value();
+    const QString view = parameters.viewType.value();
+    QFile other(dir.filePath(QStringLiteral("other.plist")));
+    ASSERT_TRUE(other.open(QIODevice::WriteOnly));
+    other.write(QStringLiteral(
+                    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n<dict>\n"
+                    "<key>View type</key><string>Spectrum</string>\n"
+                    "<key>Tuning</key><string>%1</string>\n"
+                    "<key>Key</key><string>F</string>\n<key>Minor</key><string>true</string>\n"
+                    "<key>Temperament</key><string>Just</string>\n"
+                    "<key>A Frequency</key><string>442</string>\n</dict>\n</plist>\n")
+                    .arg(tuning ? QStringLiteral("false") : QStringLiteral("true"))
+                    .toUtf8());
+    other.close();
+    ASSERT_TRUE(document->openFile(copyDemoAs(QStringLiteral("other.wav"))));
+    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("F"));
+    EXPECT_TRUE(parameters.minor.value());
+    EXPECT_EQ(parameters.temperament.value(), QStringLiteral("Just"));
+    EXPECT_EQ(parameters.aFrequency.value(), 442.0);
+    EXPECT_EQ(parameters.tuning.value(), tuning);
+    EXPECT_EQ(parameters.viewType.value(), view);
+    EXPECT_EQ(window->statusBar()->currentMessage(),
+              QStringLiteral("Key F minor from other.plist"));
+
+    QFile broken(dir.filePath(QStringLiteral("broken.plist")));
+    ASSERT_TRUE(broken.open(QIODevice::WriteOnly) && broken.write("Key = D\n") > 0);
+    broken.close();
+    ASSERT_TRUE(document->openFile(copyDemoAs(QStringLiteral("broken.wav"))));
+    ASSERT_EQ(dialogs.size(), 1);
+    EXPECT_TRUE(dialogs[0].contains(QStringLiteral("Can't take the key from")) &&
+                dialogs[0].contains(broken.fileName()))
+        << dialogs[0].toStdString();
+    EXPECT_TRUE(title().endsWith(QStringLiteral("broken.wav"))) << title().toStdString();
+    EXPECT_EQ(parameters.key.value(), QStringLiteral("F"));
+}
+
+} // namespace
+} // namespace quorval
