@@ -81,9 +81,13 @@ using NoteTable = StoreTest;
 // row: computed away from the main thread through the same report.
 TEST_F(NoteTable, showsTheCommandLinesFigures)
 {
+    // A copy away from the demo's own options file, so both read the options in force.
+    QTemporaryDir folder;
+    const QString demo = folder.filePath(QStringLiteral("demo.wav"));
+    ASSERT_TRUE(QFile::copy(QStringLiteral(QUORVAL_DEMO_WAV), demo));
     QProcess cli;
     cli.start(QStringLiteral(QUORVAL_CLI_PATH),
-              {QStringLiteral("notes"), QStringLiteral("--csv"), QStringLiteral(QUORVAL_DEMO_WAV)});
+              {QStringLiteral("notes"), QStringLiteral("--csv"), demo});
     ASSERT_TRUE(cli.waitForFinished(120000));
     ASSERT_EQ(cli.exitCode(), 0) << cli.readAllStandardError().toStdString();
     const std::vector<QStringList> printed =
@@ -95,7 +99,7 @@ TEST_F(NoteTable, showsTheCommandLinesFigures)
     const std::vector<QStringList> degrees(blank + 2, printed.end());
     ASSERT_GT(notes.size(), 10u);
 
-    auto wav = WavStream::createFromFile(QUORVAL_DEMO_WAV);
+    auto wav = WavStream::createFromFile(demo.toStdString());
     ASSERT_NE(wav, nullptr);
     wav->waitForCopy();
     auto music = MusicStream::create(wav);
