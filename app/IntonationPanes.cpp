@@ -51,16 +51,16 @@ IntonationPanes::IntonationPanes(QMainWindow &window, MainViewController &contro
     window.addDockWidget(Qt::BottomDockWidgetArea, liveReadoutDock);
     liveReadout->setMinimumSize(240, 120);
     noteTable->setMinimumWidth(320);
-    QMainWindow *const main = &window;
-    connect(noteTableAction(), &QAction::triggered, this, [main, dock = noteTableDock](bool on) {
-        if (on && !dock->isFloating())
-            main->resizeDocks({dock}, {kTableWidth}, Qt::Horizontal);
-    });
-    connect(liveReadoutAction(), &QAction::triggered, this,
-            [main, dock = liveReadoutDock](bool on) {
-                if (on && !dock->isFloating())
-                    main->resizeDocks({dock}, {kReadoutHeight}, Qt::Vertical);
-            });
+    const auto opensAt = [this, main = &window](QDockWidget *dock, int size,
+                                                Qt::Orientation across) {
+        connect(dock->toggleViewAction(), &QAction::triggered, this,
+                [main, dock, size, across](bool on) {
+                    if (on && !dock->isFloating())
+                        main->resizeDocks({dock}, {size}, across);
+                });
+    };
+    opensAt(noteTableDock, kTableWidth, Qt::Horizontal);
+    opensAt(liveReadoutDock, kReadoutHeight, Qt::Vertical);
 
     tableTimer->setSingleShot(true);
     connect(tableTimer, &QTimer::timeout, this, &IntonationPanes::refreshTable);

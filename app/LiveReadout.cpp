@@ -1,6 +1,6 @@
 #include "app/LiveReadout.h"
 
-#include "app/NoteLabel.h"
+#include "scale/Scale.h"
 #include "streams/MusicStream.h"
 #include "streams/PitchStream.h"
 #include "streams/Quorval.h"

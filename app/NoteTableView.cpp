@@ -1,7 +1,6 @@
 #include "app/NoteTableView.h"
 
 #include "app/AskViewController.h"
-#include "app/NoteLabel.h"
 #include "streams/MusicStream.h"
 
 #include <QAction>
@@ -170,10 +169,7 @@ void NoteTableView::fill()
     for (std::size_t k = 0; k < shown.notes.size(); ++k) {
         const NoteReport::Note &note = shown.notes[k];
         setRow(notesTable, static_cast<int>(k),
-               {seconds(note.startSeconds),
-                note.nameWithOctave.empty()
-                    ? withOctave(QString::fromStdString(note.name), note.noteNumber)
-                    : QString::fromStdString(note.nameWithOctave),
+               {seconds(note.startSeconds), QString::fromStdString(note.nameWithOctave),
                 QString::fromStdString(note.degree), cents(note.meanCents),
                 spread(note.spreadCents), seconds(note.endSeconds - note.startSeconds)});
     }
