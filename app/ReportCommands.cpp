@@ -144,7 +144,6 @@ void ReportCommands::deviationsDone(const Deviations::Results &done)
     closeProgress();
     if (canceled)
         return;
-    results = done;
     emit changed();
     AskViewController::message(
         window, tr("Deviations"),

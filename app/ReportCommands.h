@@ -46,11 +46,6 @@ public:
     void deviations();
     void cancelDeviations();
     [[nodiscard]] bool deviationsRunning() const { return running.isRunning(); }
-    // The last results reported.
-    [[nodiscard]] const std::optional<Deviations::Results> &lastDeviations() const
-    {
-        return results;
-    }
 
     // Guesses the key of the selection (or the whole sound) off the main thread, then asks
     // whether to set Key and Minor to it; one guess at a time.
@@ -79,7 +74,6 @@ private:
     QWidget *window;
     Host host;
     Deviations running;
-    std::optional<Deviations::Results> results;
     QProgressDialog *progress = nullptr;
     bool canceled = false;
     std::thread guessing;

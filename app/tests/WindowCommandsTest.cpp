@@ -24,6 +24,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScreen>
 #include <QSignalSpy>
 #include <QTabWidget>
@@ -42,6 +43,16 @@ namespace quorval {
 namespace {
 
 using Answer = AskViewController::Answer;
+
+// The number after "NAME = " in a report; NaN when there is none.
+double figure(const QString &report, const char *name)
+{
+    const QRegularExpressionMatch m =
+        QRegularExpression(QLatin1String(name) + QStringLiteral(" = ([-+.0-9]+)")).match(report);
+    bool ok = false;
+    const double value = m.captured(1).toDouble(&ok);
+    return ok ? value : std::nan("");
+}
 
 const QString kSaveQuestion =
     QStringLiteral("Save modified file? | demo.wav has been modified.\nDo you want to save it?");
@@ -470,10 +481,8 @@ TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
     EXPECT_TRUE(dialogs.front().startsWith(QStringLiteral("Deviations | Pitch = ")));
     EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nDeviation =  \u00b1")));
     EXPECT_FALSE(dialogs.front().contains(QStringLiteral("Coverage")));
-    ASSERT_TRUE(delegate->reports->lastDeviations().has_value());
-    // The demo is played close to the notes, most of it loud enough to count.
-    EXPECT_LT(std::abs(delegate->reports->lastDeviations()->pitch), 0.5);
-    EXPECT_GT(delegate->reports->lastDeviations()->coverage, 0.3);
+    // The demo is played close to the notes.
+    EXPECT_LT(std::abs(figure(dialogs.front(), "Pitch")), 0.5);
     EXPECT_TRUE(window->showDeviationsMenuItem->isEnabled());
 
     // Developer mode is reached from the Help menu while the Developer menu is hidden.
@@ -484,7 +493,8 @@ TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
     dialogs.clear();
     delegate->reports->deviations();
     WAIT_FOR(dialogs.size() == 1, 60000);
-    EXPECT_TRUE(dialogs.front().contains(QStringLiteral("\nCoverage = ")));
+    // Most of it loud enough to count.
+    EXPECT_GT(figure(dialogs.front(), "Coverage"), 0.3);
     window->developerModeMenuItem->trigger();
     EXPECT_FALSE(window->developerMenu->menuAction()->isVisible());
 }
