@@ -2,7 +2,9 @@
 
 #include "app/AskViewController.h"
 #include "app/CrashRecovery.h"
+#include "app/IncomingFiles.h"
 #include "app/IntonationPanes.h"
+#include "app/KeyPrompt.h"
 #include "app/MainView.h"
 #include "app/MainViewController.h"
 #include "app/MainWindow.h"
@@ -86,11 +88,11 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
     updateChecker = new UpdateChecker(std::move(updates), this);
 
     // Warnings may come from the analysis threads; the prompt lives on the main thread.
-    QPointer<MainViewController> prompt(mainViewController);
+    QPointer<KeyPrompt> prompt(mainViewController->prompt);
     previousWarningHandler = setWarningHandler([prompt](const QString &text) {
         Quorval::postToMain([prompt, text] {
             if (prompt)
-                prompt->showPrompt(text);
+                prompt->show(text);
         });
     });
 
@@ -121,9 +123,9 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
     connect(document, &SoundDocument::saved, crashRecovery, &CrashRecovery::settled);
     connect(document, &SoundDocument::discarded, crashRecovery, &CrashRecovery::settled);
     connect(recentFiles, &RecentFiles::chosen, document,
-            [this](const QString &path) { document->openFiles({path}); });
+            [this](const QString &path) { document->incoming->add({path}); });
     connect(mainView, &MainView::filesDropped, document,
-            [this](const QStringList &paths) { document->openFiles({paths.front()}); });
+            [this](const QStringList &paths) { document->incoming->add({paths.front()}); });
     connect(mainViewController, &MainViewController::soundChanged, mainViewController,
             &MainViewController::refreshControls);
     connect(optionsMenu, &OptionsMenu::optionsChanged, mainViewController,
@@ -167,7 +169,7 @@ bool AppDelegate::applicationDidFinishLaunching()
         document->show(std::move(recovered));
     else if (!initial || !document->openFile(*initial))
         document->newRecording();
-    document->startTakingFiles();
+    document->incoming->start();
     (void)updateChecker->checkAtStartup();
     return true;
 }

@@ -2,11 +2,14 @@
 
 #include "analysis/Check.h"
 #include "app/AskViewController.h"
+#include "app/KeyPrompt.h"
 #include "app/MainView.h"
 #include "app/ToneControl.h"
 #include "app/ToolRow.h"
 #include "app/Transport.h"
 #include "app/TransportBar.h"
+#include "app/WindowAction.h"
+#include "app/ZoomControls.h"
 #include "display/TraceArea.h"
 #include "options/Parameters.h"
 #include "options/dialog/OptionsMenu.h"
@@ -29,7 +32,6 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QStyle>
-#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -37,14 +39,6 @@
 #include <utility>
 
 namespace quorval {
-
-namespace {
-
-const QString kFilePrompt = QStringLiteral("File... New, Open, Save, saveAs");
-const QString kViewPrompt =
-    QStringLiteral("View... ") + viewTypeChoices().join(QStringLiteral(", "));
-
-} // namespace
 
 MainViewController::MainViewController(MainView *view, OptionsMenu &options)
     : QObject(view), mainView(view), traceArea(new TraceArea(view)),
@@ -55,19 +49,16 @@ MainViewController::MainViewController(MainView *view, OptionsMenu &options)
                          .audioPlayer = {}},
                         this)),
       transportBar(new TransportBar(*transport, view)),
-      tone(new ToneControl([this] { return music; },
-                           [this](const QString &text) { showPrompt(text); }, this)),
-      promptTimer(new QTimer(this))
+      prompt(new KeyPrompt(*displayView, view, this))
 {
+    tone = new ToneControl([this] { return music; },
+                           [this](const QString &text) { prompt->show(text); }, this);
     QUORVAL_CHECK(mainView);
     displayView->setViewType(Parameters::shared().currentViewType());
     addKeyActions();
     buildLayout();
     QApplication::instance()->installEventFilter(this);
 
-    promptTimer->setSingleShot(true);
-    promptTimer->setInterval(1000);
-    connect(promptTimer, &QTimer::timeout, this, &MainViewController::clearPrompt);
     connect(transport, &Transport::stateChanged, this, &MainViewController::refreshControls);
     connect(transport, &Transport::soundChanged, this, &MainViewController::soundChanged);
     connect(transport, &Transport::recordingStopped, this, [this] {
@@ -106,17 +97,6 @@ void MainViewController::buildLayout()
     optionsButton = new QPushButton(tr("Options..."), mainView);
     optionsButton->setToolTip(tr("All options (o)"));
     optionsButton->setFocusPolicy(Qt::NoFocus);
-    const auto buttonOf = [this](QAction *action) {
-        QToolButton *button = makeToolButton(mainView, {}, {}, {}, false);
-        button->setDefaultAction(action);
-        return button;
-    };
-    hZoomInButton = buttonOf(hZoomInAction);
-    hZoomOutButton = buttonOf(hZoomOutAction);
-    hToggleButton = buttonOf(hToggleAction);
-    vZoomInButton = buttonOf(vZoomInAction);
-    vZoomOutButton = buttonOf(vZoomOutAction);
-    vToggleButton = buttonOf(vToggleAction);
 
     // The key, tuning, options and zoom controls: beside the transport where the window is
     // wide enough, under it where not.
@@ -130,15 +110,7 @@ void MainViewController::buildLayout()
     bar->addWidget(tuningCheckbox);
     bar->addWidget(optionsButton);
     bar->addSpacing(12);
-    bar->addWidget(new QLabel(tr("Time"), controls));
-    for (QWidget *w :
-         std::initializer_list<QWidget *>{hZoomInButton, hZoomOutButton, hToggleButton})
-        bar->addWidget(w);
-    bar->addSpacing(8);
-    bar->addWidget(new QLabel(tr("Height"), controls));
-    for (QWidget *w :
-         std::initializer_list<QWidget *>{vZoomInButton, vZoomOutButton, vToggleButton})
-        bar->addWidget(w);
+    bar->addWidget(zoom);
     toolRow = new ToolRow(transportBar, controls, mainView);
 
     auto *layout = new QVBoxLayout(mainView);
@@ -161,7 +133,7 @@ std::shared_ptr<WavStream> MainViewController::wavStream() const
 void MainViewController::setMusicStream(std::shared_ptr<MusicStream> stream)
 {
     stopTransport();
-    clearPrompt();
+    prompt->clear();
     // The old sound's helpers end before it goes; the new one is analysed on every core.
     parallel.reset();
     music = std::move(stream);
@@ -228,70 +200,10 @@ void MainViewController::keyButtonPushed()
     refreshControls();
 }
 
-void MainViewController::hZoomIn()
-{
-    displayView->hZoom(Parameters::shared().zoomIncrement.value());
-    refreshControls();
-}
-
-void MainViewController::hZoomOut()
-{
-    if (displayView->canHScrollOut())
-        displayView->hZoom(1.0 / Parameters::shared().zoomIncrement.value());
-    refreshControls();
-}
-
-void MainViewController::hToggle()
-{
-    displayView->hToggle();
-    refreshControls();
-}
-
-void MainViewController::vZoomIn()
-{
-    displayView->vZoom(Parameters::shared().zoomIncrement.value());
-    refreshControls();
-}
-
-void MainViewController::vZoomOut()
-{
-    displayView->vZoom(1.0 / Parameters::shared().zoomIncrement.value());
-    refreshControls();
-}
-
-void MainViewController::vToggle()
-{
-    displayView->vToggle();
-    refreshControls();
-}
-
-void MainViewController::showPrompt(const QString &message)
-{
-    displayView->setPromptMessage(message);
-    promptTimer->start();
-    displayView->update();
-}
-
-void MainViewController::clearPrompt()
-{
-    promptTimer->stop();
-    if (!displayView->promptMessage().isEmpty()) {
-        displayView->setPromptMessage(QString());
-        displayView->update();
-    }
-}
-
 QAction *MainViewController::addAction(const QString &text, const QList<QKeySequence> &keys,
                                        const std::function<void()> &command)
 {
-    auto *action = new QAction(text, mainView);
-    action->setShortcuts(keys);
-    // Window-wide, so that a key works whatever in the window has the focus (the menu bar too,
-    // after a menu was closed with Escape).
-    action->setShortcutContext(Qt::WindowShortcut);
-    connect(action, &QAction::triggered, this, command);
-    mainView->addAction(action);
-    return action;
+    return addWindowAction(mainView, text, keys, this, command);
 }
 
 void MainViewController::addKeyActions()
@@ -317,53 +229,19 @@ void MainViewController::addKeyActions()
     addAction(tr("Tuning"), {Qt::Key_U}, [this] { tuningCheckbox->click(); });
     keyAction = addAction(tr("Key..."), {Qt::Key_K}, [this] { keyButtonPushed(); });
     optionsAction = addAction(tr("Options..."), {Qt::Key_O}, [this] { optionsButtonPushed(); });
-    hZoomInAction =
-        addAction(QStringLiteral("+"), {Qt::Key_Plus, Qt::Key_Equal}, [this] { hZoomIn(); });
-    hZoomInAction->setToolTip(tr("Zoom in in time (+)"));
-    hZoomOutAction = addAction(QStringLiteral("\u2212"), {Qt::Key_Minus}, [this] { hZoomOut(); });
-    hZoomOutAction->setToolTip(tr("Zoom out in time (-)"));
-    hToggleAction = addAction(QStringLiteral("\u2194"), {}, [this] { hToggle(); });
-    vZoomInAction = addAction(QStringLiteral("+"), {Qt::Key_PageUp}, [this] { vZoomIn(); });
-    vZoomInAction->setToolTip(tr("Zoom in in height (Page Up)"));
-    vZoomOutAction =
-        addAction(QStringLiteral("\u2212"), {Qt::Key_PageDown}, [this] { vZoomOut(); });
-    vZoomOutAction->setToolTip(tr("Zoom out in height (Page Down)"));
-    vToggleAction = addAction(QStringLiteral("\u2195"), {}, [this] { vToggle(); });
-    for (QAction *toggle : {hToggleAction, vToggleAction})
-        toggle->setCheckable(true);
+    zoom = new ZoomControls(*displayView, mainView, mainView);
+    connect(zoom, &ZoomControls::zoomed, this, &MainViewController::refreshControls);
 }
 
 bool MainViewController::eventFilter(QObject *watched, QEvent *event)
 {
-    const auto inWindow = [this, watched] {
+    if (event->type() == QEvent::KeyRelease) {
+        const auto &key = static_cast<const QKeyEvent &>(*event);
         auto *widget = qobject_cast<QWidget *>(watched);
-        return widget && widget->window() == mainView->window();
-    };
-    switch (event->type()) {
-    case QEvent::ShortcutOverride: {
-        // The first key of a sequence: f and v only ever start one.
-        const auto &key = static_cast<const QKeyEvent &>(*event);
-        if ((key.modifiers() & ~Qt::KeypadModifier) == Qt::NoModifier && inWindow()) {
-            if (key.key() == Qt::Key_F)
-                showPrompt(kFilePrompt);
-            else if (key.key() == Qt::Key_V)
-                showPrompt(kViewPrompt);
-        }
-        break;
-    }
-    case QEvent::Shortcut:
-        clearPrompt();
-        break;
-    case QEvent::KeyRelease: {
-        const auto &key = static_cast<const QKeyEvent &>(*event);
         // The button keeps the tone on after the key is let go.
-        if (key.key() == Qt::Key_T && !key.isAutoRepeat() && inWindow() &&
-            !transportBar->toneButton->isChecked())
+        if (key.key() == Qt::Key_T && !key.isAutoRepeat() && widget &&
+            widget->window() == mainView->window() && !transportBar->toneButton->isChecked())
             tone->stop();
-        break;
-    }
-    default:
-        break;
     }
     return QObject::eventFilter(watched, event);
 }
@@ -386,15 +264,7 @@ void MainViewController::refreshControls()
     aFreqLabel->setText(QString::asprintf("A = %.1f", parameters.aFrequency.value()));
     tuningCheckbox->setChecked(parameters.tuning.value());
 
-    const bool h = displayView->canHScrollOut();
-    const bool v = displayView->canVScrollOut();
-    for (QAction *a : {hZoomInAction, hToggleAction, vZoomInAction, vZoomOutAction, vToggleAction})
-        a->setEnabled(hasSound);
-    hZoomOutAction->setEnabled(hasSound && h);
-    hToggleAction->setChecked(h);
-    hToggleAction->setToolTip(h ? tr("Zoom out full") : tr("Restore zoom"));
-    vToggleAction->setChecked(v);
-    vToggleAction->setToolTip(v ? tr("Zoom out full") : tr("Restore zoom"));
+    zoom->refresh(hasSound);
 
     QString title = QStringLiteral("Quorval");
     if (const std::shared_ptr<WavStream> wav = wavStream()) {

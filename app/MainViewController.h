@@ -12,11 +12,10 @@ class QAction;
 class QCheckBox;
 class QLabel;
 class QPushButton;
-class QTimer;
-class QToolButton;
 
 namespace quorval {
 
+class KeyPrompt;
 class OptionsMenu;
 class MainView;
 class MusicStream;
@@ -27,9 +26,10 @@ class TraceArea;
 class Transport;
 class TransportBar;
 class WavStream;
+class ZoomControls;
 
 // The main window's content: the trace area with keyboard and ruler, the transport bar, the key
-// and A-frequency labels, the tuning box, the key and options buttons and the six zoom buttons.
+// and A-frequency labels, the tuning box, the key and options buttons and the zoom controls.
 // Every key of the content is a window-wide action, shared with its button, so it works
 // whatever in the window has the focus; keeps every control, tooltip and the window title in
 // step. The transport's state lives in its Transport.
@@ -55,15 +55,6 @@ public:
     void tuningBoxChecked();
     void optionsButtonPushed();
     void keyButtonPushed();
-    void hZoomIn();
-    void hZoomOut();
-    void hToggle();
-    void vZoomIn();
-    void vZoomOut();
-    void vToggle();
-
-    // Sets the display's prompt and clears it a second later.
-    void showPrompt(const QString &message);
 
     // Stops playing and recording (the buttons go off).
     void stopTransport();
@@ -93,26 +84,15 @@ public:
     QCheckBox *tuningCheckbox;
     QPushButton *keyButton;
     QPushButton *optionsButton;
-    QToolButton *hZoomInButton;
-    QToolButton *hZoomOutButton;
-    QToolButton *hToggleButton;
-    QToolButton *vZoomInButton;
-    QToolButton *vZoomOutButton;
-    QToolButton *vToggleButton;
-    // The keys' actions that buttons share or whose state follows the program's.
+    ZoomControls *zoom;
+    // The keys' actions that buttons share.
     QAction *keyAction;
     QAction *optionsAction;
-    QAction *hZoomInAction;
-    QAction *hZoomOutAction;
-    QAction *hToggleAction;
-    QAction *vZoomInAction;
-    QAction *vZoomOutAction;
-    QAction *vToggleAction;
-    QTimer *promptTimer;
+    // Warnings, the tone's note and the f and v prefixes' choices over the trace.
+    KeyPrompt *prompt;
 
 protected:
-    // Shows the prompt of the f and v prefixes, clears it when a key did its command, and ends
-    // the held reference tone when t is let go.
+    // Ends the held reference tone when t is let go.
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 signals:
@@ -128,7 +108,6 @@ private:
     // An action of the window with its keys, running command.
     QAction *addAction(const QString &text, const QList<QKeySequence> &keys,
                        const std::function<void()> &command);
-    void clearPrompt();
     void showNeedleAt(double seconds);
 
     std::shared_ptr<MusicStream> music;

@@ -7,6 +7,8 @@
 #include "app/RecentFiles.h"
 #include "app/ReportCommands.h"
 #include "app/SoundDocument.h"
+#include "app/StatusLine.h"
+#include "app/WindowAction.h"
 #include "display/DisplayView.h"
 #include "help/HelpViewer.h"
 #include "help/UpdateChecker.h"
@@ -15,17 +17,13 @@
 #include "options/dialog/OptionsMenu.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
-#include "streams/TimeText.h"
 #include "streams/WavStream.h"
 
 #include <QAction>
 #include <QCloseEvent>
-#include <QLabel>
 #include <QMenuBar>
-#include <QProgressBar>
 #include <QSettings>
 #include <QStatusBar>
-#include <QTimer>
 
 #include <utility>
 
@@ -44,11 +42,6 @@ QSettings windowSettings()
     return QSettings(QStringLiteral("Quorval"), QStringLiteral("Quorval"));
 }
 
-QString timeText(double seconds)
-{
-    return QString::fromStdString(minutesAndSeconds(seconds));
-}
-
 // f or v, then key.
 QKeySequence afterPrefix(Qt::Key prefix, Qt::Key key)
 {
@@ -57,12 +50,10 @@ QKeySequence afterPrefix(Qt::Key prefix, Qt::Key key)
 
 } // namespace
 
-MainWindow::MainWindow() : statusTimer(new QTimer(this))
+MainWindow::MainWindow() : status(new StatusLine(statusBar()))
 {
     setAttribute(Qt::WA_DeleteOnClose, false);
     resize(1100, 640);
-    statusTimer->setInterval(250);
-    connect(statusTimer, &QTimer::timeout, this, &MainWindow::refreshStatus);
 }
 
 void MainWindow::setParts(const Parts &given)
@@ -70,25 +61,23 @@ void MainWindow::setParts(const Parts &given)
     QUORVAL_CHECK(!parts);
     parts.emplace(given);
     buildMenus();
-    buildStatusBar();
     partTies = {
-        connect(parts->content.displayView, &DisplayView::hovered, this,
-                [this](const HoverInfo &info) { hoverLabel->setText(info.text); }),
+        connect(parts->content.displayView, &DisplayView::hovered, status,
+                [this](const HoverInfo &info) { status->showHover(info.text); }),
         connect(&parts->content, &MainViewController::selectionChanged, this,
                 [this](double start, double end) {
                     refreshMenus();
-                    showSelection(start, end);
+                    status->showSelection(start, end);
                 }),
         connect(&parts->content, &MainViewController::soundChanged, this,
                 &MainWindow::refreshMenus),
         connect(&parts->document, &SoundDocument::stateChanged, this, &MainWindow::refreshMenus),
         connect(&parts->document, &SoundDocument::soundShown, this,
-                [this] {
+                [this](const std::shared_ptr<MusicStream> &music) {
                     refreshMenus();
-                    refreshStatus();
+                    status->setMusic(music);
                 }),
-        connect(&parts->document, &SoundDocument::scaleTaken, this,
-                [this](const QString &what) { statusBar()->showMessage(what, kScaleTakenMs); }),
+        connect(&parts->document, &SoundDocument::scaleTaken, status, &StatusLine::showScaleTaken),
         connect(&parts->reports, &ReportCommands::changed, this, &MainWindow::refreshMenus),
         connect(&parts->optionsMenu, &OptionsMenu::optionsChanged, this,
                 &MainWindow::refreshMenus)};
@@ -104,13 +93,9 @@ void MainWindow::buildMenus()
 {
     QMenuBar *bar = menuBar();
     // Every item is one action of the whole window, its keys working whatever has the focus.
-    const auto add = [this](QMenu *menu, const QString &title, const auto &command,
+    const auto add = [this](QMenu *menu, const QString &title, const std::function<void()> &command,
                             const QList<QKeySequence> &keys = {}) {
-        QAction *action = menu->addAction(title);
-        action->setShortcuts(keys);
-        action->setShortcutContext(Qt::WindowShortcut);
-        connect(action, &QAction::triggered, this, command);
-        return action;
+        return addWindowAction(menu, title, keys, this, command);
     };
     SoundDocument &document = parts->document;
     ReportCommands &reports = parts->reports;
@@ -198,24 +183,6 @@ void MainWindow::buildMenus()
         connect(menu, &QMenu::aboutToShow, this, &MainWindow::refreshMenus);
 }
 
-void MainWindow::buildStatusBar()
-{
-    soundLabel = new QLabel(this);
-    hoverLabel = new QLabel(this);
-    // The sound's file name as it stands, never as markup.
-    soundLabel->setTextFormat(Qt::PlainText);
-    analysisBar = new QProgressBar(this);
-    analysisBar->setRange(0, 0);
-    analysisBar->setMaximumWidth(120);
-    analysisBar->setToolTip(tr("Analysing the sound"));
-    analysisBar->hide();
-    selectionLabel = new QLabel(this);
-    statusBar()->addWidget(hoverLabel, 1);
-    statusBar()->addPermanentWidget(selectionLabel);
-    statusBar()->addPermanentWidget(analysisBar);
-    statusBar()->addPermanentWidget(soundLabel);
-}
-
 void MainWindow::showWhereLeft()
 {
     const QByteArray geometry = windowSettings().value(QLatin1String(kGeometryKey)).toByteArray();
@@ -223,7 +190,7 @@ void MainWindow::showWhereLeft()
         resize(1100, 640);
     (void)restoreState(windowSettings().value(QLatin1String(kPanesKey)).toByteArray());
     show();
-    statusTimer->start();
+    status->start();
 }
 
 void MainWindow::rememberGeometry()
@@ -231,17 +198,6 @@ void MainWindow::rememberGeometry()
     QSettings settings = windowSettings();
     settings.setValue(QLatin1String(kGeometryKey), saveGeometry());
     settings.setValue(QLatin1String(kPanesKey), saveState());
-}
-
-void MainWindow::showSelection(double start, double end)
-{
-    if (start < 0.0 || end <= start) {
-        selectionLabel->clear();
-        return;
-    }
-    selectionLabel->setText(
-        tr("Selection %1 to %2 (%3 s)")
-            .arg(timeText(start), timeText(end), QString::asprintf("%.2f", end - start)));
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)
@@ -307,20 +263,6 @@ void MainWindow::refreshMenus()
     const QChar letter = parts->parameters.viewTypeLetter();
     for (std::size_t i = 0; i < viewMenuItems.size(); ++i)
         viewMenuItems[i]->setChecked(!letter.isNull() && kViewTypes[i].letter == letter);
-}
-
-void MainWindow::refreshStatus()
-{
-    const std::shared_ptr<MusicStream> music = parts ? parts->document.music() : nullptr;
-    if (!music) {
-        soundLabel->clear();
-        analysisBar->hide();
-        return;
-    }
-    const MusicStream::TimeRange range = music->timeRange();
-    soundLabel->setText(parts->document.soundName() + QStringLiteral("  ") +
-                        timeText(range.duration));
-    analysisBar->setVisible(music->isCalculating() || music->wavStream->copying);
 }
 
 } // namespace quorval

@@ -9,10 +9,7 @@
 #include <vector>
 
 class QAction;
-class QLabel;
 class QMenu;
-class QProgressBar;
-class QTimer;
 
 namespace quorval {
 
@@ -24,13 +21,13 @@ class Parameters;
 class RecentFiles;
 class ReportCommands;
 class SoundDocument;
+class StatusLine;
 class UpdateChecker;
 
 // The main window: its menu bar (File, Options, View, Edit, Help and, in developer mode,
 // Developer), whose items are the commands of the parts it is given and carry their keys (the
-// f and v prefixes as two-key sequences), the status bar (hover read-out, analysis indicator,
-// the sound's name and length), its geometry from one run to the next, and its close, which the
-// sound document may refuse. Main thread only.
+// f and v prefixes as two-key sequences), the status bar, its geometry from one run to the next,
+// and its close, which the sound document may refuse. Main thread only.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -54,9 +51,6 @@ public:
     static constexpr const char *kGeometryKey = "Window/Geometry";
     static constexpr const char *kPanesKey = "Window/Panes";
 
-    // How long the status bar says where the scale's options of a sound came from.
-    static constexpr int kScaleTakenMs = 10000;
-
     MainWindow();
     ~MainWindow() override;
 
@@ -69,8 +63,6 @@ public:
 
     // Enabled states, preset checks, developer mode and the view type's check mark.
     void refreshMenus();
-    // The status bar's sound name, length and analysis indicator (also on a 250 ms timer).
-    void refreshStatus();
 
     QMenu *fileMenu = nullptr;
     QAction *fileSaveMenuItem = nullptr;
@@ -93,10 +85,7 @@ public:
     QAction *developerModeMenuItem = nullptr;
     // Reaches developer mode while the Developer menu is hidden.
     QAction *helpDeveloperModeMenuItem = nullptr;
-    QLabel *soundLabel = nullptr;
-    QLabel *hoverLabel = nullptr;
-    QLabel *selectionLabel = nullptr;
-    QProgressBar *analysisBar = nullptr;
+    StatusLine *status;
 
     // Asked before the window closes; false keeps it open.
     std::function<bool()> mayClose;
@@ -110,10 +99,8 @@ protected:
 
 private:
     void buildMenus();
-    void buildStatusBar();
     void setViewType(int index);
     void showProperties();
-    void showSelection(double start, double end);
     void showAbout();
 
     // Set once by setParts.
@@ -121,7 +108,6 @@ private:
     // Ties to the parts' signals, cut before the window's own widgets go: the parts' widgets
     // among them signal as they are destroyed.
     std::vector<QMetaObject::Connection> partTies;
-    QTimer *statusTimer;
 };
 
 } // namespace quorval

@@ -1,29 +1,34 @@
 #include "app/SoundDocument.h"
 
 #include "app/AskViewController.h"
+#include "app/IncomingFiles.h"
 #include "options/OptionsFile.h"
 #include "options/Parameters.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
-#include <QApplication>
 #include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QTimer>
 #include <QWidget>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace quorval {
 
 SoundDocument::SoundDocument(Parameters &params, QWidget *parentWindow, std::function<void()> stop,
                              Panels filePanels)
-    : panels(std::move(filePanels)), parameters(params), window(parentWindow),
-      stopTransport(std::move(stop))
+    : panels(std::move(filePanels)), incoming(new IncomingFiles(
+                                         [this](const QString &path) {
+                                             window->raise();
+                                             window->activateWindow();
+                                             if (shouldDiscardModifiedSound())
+                                                 (void)openFile(path);
+                                         },
+                                         this)),
+      parameters(params), window(parentWindow), stopTransport(std::move(stop))
 {
     if (!panels.chooseFileToOpen) {
         panels.chooseFileToOpen = [this]() -> std::optional<QString> {
@@ -133,48 +138,6 @@ bool SoundDocument::openFile(const QString &path)
         emit scaleTaken(*taken);
     emit fileUsed(openedPath);
     return true;
-}
-
-void SoundDocument::openFiles(const QStringList &paths)
-{
-    for (const QString &path : paths) {
-        if (waiting.size() == kMaxWaiting) {
-            std::fprintf(stderr, "quorval: too many files handed over at once; %s is not opened\n",
-                         QFile::encodeName(path).constData());
-            continue;
-        }
-        waiting.push_back(path);
-    }
-    // From the event loop: whoever handed them over has returned before any question shows.
-    QMetaObject::invokeMethod(this, &SoundDocument::openNextWaiting, Qt::QueuedConnection);
-}
-
-void SoundDocument::startTakingFiles()
-{
-    takingFiles = true;
-    QMetaObject::invokeMethod(this, &SoundDocument::openNextWaiting, Qt::QueuedConnection);
-}
-
-void SoundDocument::openNextWaiting()
-{
-    // A dialog showing runs the event loop: files arriving meanwhile wait for its answer,
-    // whoever asked it (this path, the start-up, a menu command).
-    if (!takingFiles || opening || waiting.empty())
-        return;
-    if (QApplication::activeModalWidget() != nullptr) {
-        QTimer::singleShot(kModalPoll, this, &SoundDocument::openNextWaiting);
-        return;
-    }
-    opening = true;
-    const QString path = waiting.front();
-    waiting.pop_front();
-    window->raise();
-    window->activateWindow();
-    if (shouldDiscardModifiedSound())
-        (void)openFile(path);
-    opening = false;
-    if (!waiting.empty())
-        QMetaObject::invokeMethod(this, &SoundDocument::openNextWaiting, Qt::QueuedConnection);
 }
 
 bool SoundDocument::canSave() const

@@ -4,9 +4,7 @@
 #include <QString>
 #include <QStringList>
 
-#include <chrono>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -16,15 +14,16 @@ class QWidget;
 
 namespace quorval {
 
+class IncomingFiles;
 class MusicStream;
 class Parameters;
 class WavStream;
 
 // The sound the window shows, and every way one comes and goes: a new recording, Open, a file
 // named at start-up, dropped on the window, sent by a later launch or chosen from the recent
-// files, Save, Save As and Export Selection. Every file from outside takes one path: queued,
-// opened from the event loop once no dialog shows, after the modified-sound check, so nothing
-// replaces an unsaved sound without the question.
+// files, Save, Save As and Export Selection. Every file from outside takes one path: queued in
+// `incoming`, opened from the event loop once no dialog shows, after the modified-sound check, so
+// nothing replaces an unsaved sound without the question.
 //
 // It shows nothing itself: the sound it holds is signalled (soundShown) to whoever draws it.
 // Messages go through the message dialog, parented to the window given. Main thread only.
@@ -41,11 +40,6 @@ public:
         std::function<std::optional<QString>(const QString &suggested, const QString &title)>
             chooseFileToSave;
     };
-
-    // At most this many files from outside wait; later ones are dropped with a line on stderr.
-    static constexpr std::size_t kMaxWaiting = 16;
-    // How often waiting files look again whether a dialog is still showing.
-    static constexpr std::chrono::milliseconds kModalPoll{200};
 
     // parameters must outlive the document; window parents its dialogs and panels. stopTransport
     // ends playing and recording before the sound is written. Empty panels: file dialogs.
@@ -64,11 +58,6 @@ public:
     // Writes the selected stretch as a WAV file of the sound's format, as Save As writes.
     void exportSelection();
 
-    // Files from outside (dropped, handed over, chosen from the recent files): queued, each
-    // opened after the check once no dialog shows and files are taken (startTakingFiles).
-    void openFiles(const QStringList &paths);
-    // Opens the files queued so far and those that come later.
-    void startTakingFiles();
     // Opens path at once, without asking; false (after the message) when it cannot be read.
     // The scale's options in an options file beside it, named like it, are taken first.
     bool openFile(const QString &path);
@@ -90,6 +79,9 @@ public:
     [[nodiscard]] QString filePath() const;
 
     Panels panels;
+    // Files from outside (dropped, handed over, chosen from the recent files), each opened
+    // after the check, the window raised, once no dialog shows and the queue is started.
+    IncomingFiles *incoming;
 
 signals:
     // Another sound is shown (never null).
@@ -112,7 +104,6 @@ private:
     void showMusic(std::shared_ptr<MusicStream> music);
     void letDiscardedGo();
     bool saveTo(const std::optional<QString> &path);
-    void openNextWaiting();
 
     Parameters &parameters;
     QWidget *window;
@@ -123,9 +114,6 @@ private:
     // The file the sound opened last came from, while that sound is the one shown.
     std::weak_ptr<WavStream> openedStream;
     QString openedPath;
-    std::deque<QString> waiting;
-    bool takingFiles = false;
-    bool opening = false;
 };
 
 } // namespace quorval

@@ -1,8 +1,10 @@
 #include "app/AppDelegate.h"
 #include "app/HandoverServer.h"
+#include "app/IncomingFiles.h"
 #include "app/MainViewController.h"
 #include "app/MainWindow.h"
 #include "app/SoundDocument.h"
+#include "app/StatusLine.h"
 #include "display/DisplayView.h"
 #include "options/Parameters.h"
 #include "streams/MusicStream.h"
@@ -55,7 +57,7 @@ void closeAfterPicture(quorval::AppDelegate &delegate, const QString &path)
         if (!music || !music->waitUntilCalculated(std::chrono::milliseconds(1)))
             return;
         timer->stop();
-        delegate.window->refreshStatus();
+        delegate.window->status->refresh();
         quorval::DisplayView *view = delegate.mainViewController->displayView;
         (void)view->prepareNow(view->size());
         if (!delegate.window->grab().save(path))
@@ -153,8 +155,8 @@ int main(int argc, char **argv)
         if (!arguments.picture) {
             // Files from later launches, opened as files dropped on the window are.
             auto *server = new quorval::HandoverServer(&delegate);
-            QObject::connect(server, &quorval::HandoverServer::received, delegate.document,
-                             &quorval::SoundDocument::openFiles);
+            QObject::connect(server, &quorval::HandoverServer::received,
+                             delegate.document->incoming, &quorval::IncomingFiles::add);
             (void)server->listen(quorval::HandoverServer::windowSocketPath());
         }
         if (!arguments.files.isEmpty())

@@ -1,5 +1,6 @@
 // Files handed to the running window by later launches, through real sockets.
 #include "app/HandoverServer.h"
+#include "app/IncomingFiles.h"
 #include "app/tests/WindowTest.h"
 #include "audio/tests/ChildProcess.h"
 
@@ -87,8 +88,8 @@ protected:
             std::make_unique<ScopedVariable>("XDG_RUNTIME_DIR", QFile::encodeName(runtime.path()));
         WindowTest::SetUp();
         server = std::make_unique<HandoverServer>();
-        QObject::connect(server.get(), &HandoverServer::received, document,
-                         &SoundDocument::openFiles);
+        QObject::connect(server.get(), &HandoverServer::received, document->incoming,
+                         &IncomingFiles::add);
         ASSERT_TRUE(server->listen(HandoverServer::windowSocketPath()));
     }
 

@@ -36,8 +36,8 @@ TEST_F(WindowTest, noteTableFollowsTheSelectionAndSelectsTheNoteClicked)
     // A selection from the third note's start to the fifth's end: those three notes, as the
     // status bar says.
     ASSERT_TRUE(controller->select(whole[2].startSeconds, whole[4].endSeconds));
-    EXPECT_TRUE(window->selectionLabel->text().startsWith(QStringLiteral("Selection 0:0")))
-        << window->selectionLabel->text().toStdString();
+    EXPECT_TRUE(window->status->selectionLabel->text().startsWith(QStringLiteral("Selection 0:0")))
+        << window->status->selectionLabel->text().toStdString();
     WAIT_FOR(!panes.noteTable->isComputing() && panes.noteTable->report().notes.size() == 3, 30000);
     EXPECT_EQ(panes.noteTable->report().notes.front().name, whole[2].name);
 

@@ -4,6 +4,7 @@
 #include "app/RecentFiles.h"
 #include "app/ReportCommands.h"
 #include "app/TransportBar.h"
+#include "app/ZoomControls.h"
 #include "app/tests/WindowTest.h"
 #include "audio/SoundDevices.h"
 #include "audio/tests/SoundServer.h"
@@ -119,10 +120,14 @@ TEST_F(WindowTest, keysAreTheirMenuItemsWhateverHasTheFocus)
 TEST_F(WindowTest, aNarrowWindowKeepsEveryControlAndTheLevelMeterWhole)
 {
     TransportBar &transport = *controller->transportBar;
-    const QList<QWidget *> controls = {transport.rewindButton,    transport.recordButton,
-                                       transport.speedBox,        transport.toneButton,
-                                       controller->keyButton,     controller->optionsButton,
-                                       controller->hZoomInButton, controller->vToggleButton};
+    const QList<QWidget *> controls = {transport.rewindButton,
+                                       transport.recordButton,
+                                       transport.speedBox,
+                                       transport.toneButton,
+                                       controller->keyButton,
+                                       controller->optionsButton,
+                                       controller->zoom->hZoomInButton,
+                                       controller->zoom->vToggleButton};
     const auto whole = [&](const char *when) {
         SCOPED_TRACE(when);
         EXPECT_LE(window->minimumSizeHint().width(), 960);
@@ -170,8 +175,8 @@ TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
     // Whole sound at first: nothing to zoom out to.
     WAIT_FOR(time.timeWidth > 0.0, 5000);
     WAIT_FOR(!view->canHScrollOut(), 5000);
-    EXPECT_FALSE(controller->hZoomOutButton->isEnabled());
-    EXPECT_EQ(controller->hToggleButton->toolTip(), QStringLiteral("Restore zoom"));
+    EXPECT_FALSE(controller->zoom->hZoomOutButton->isEnabled());
+    EXPECT_EQ(controller->zoom->hToggleButton->toolTip(), QStringLiteral("Restore zoom"));
     const double whole = time.timeWidth;
     type('-');
     EXPECT_EQ(time.timeWidth, whole);
@@ -179,9 +184,9 @@ TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
     type('+');
     EXPECT_LT(time.timeWidth, whole);
     WAIT_FOR(view->canHScrollOut(), 5000);
-    EXPECT_TRUE(controller->hZoomOutButton->isEnabled());
-    EXPECT_TRUE(controller->hToggleButton->isChecked());
-    EXPECT_EQ(controller->hToggleButton->toolTip(), QStringLiteral("Zoom out full"));
+    EXPECT_TRUE(controller->zoom->hZoomOutButton->isEnabled());
+    EXPECT_TRUE(controller->zoom->hToggleButton->isChecked());
+    EXPECT_EQ(controller->zoom->hToggleButton->toolTip(), QStringLiteral("Zoom out full"));
     const double zoomed = time.timeWidth;
     type('-');
     EXPECT_GT(time.timeWidth, zoomed);
@@ -189,18 +194,18 @@ TEST_F(WindowTest, zoomButtonsAndKeysFollowTheAxes)
     // The toggle shows the whole, then brings the zoom back.
     type('+');
     const double before = time.timeWidth;
-    QTest::mouseClick(controller->hToggleButton, Qt::LeftButton);
+    QTest::mouseClick(controller->zoom->hToggleButton, Qt::LeftButton);
     EXPECT_EQ(time.timeWidth, whole);
-    WAIT_FOR(!controller->hZoomOutButton->isEnabled(), 5000);
-    QTest::mouseClick(controller->hToggleButton, Qt::LeftButton);
+    WAIT_FOR(!controller->zoom->hZoomOutButton->isEnabled(), 5000);
+    QTest::mouseClick(controller->zoom->hToggleButton, Qt::LeftButton);
     EXPECT_DOUBLE_EQ(time.timeWidth, before);
 
     // Page Up narrows the band of notes; the vertical toggle follows.
     const double band = view->dataView->topY - view->dataView->bottomY;
     key(Qt::Key_PageUp);
     EXPECT_LT(view->dataView->topY - view->dataView->bottomY, band);
-    WAIT_FOR(controller->vToggleButton->isChecked(), 5000);
-    EXPECT_EQ(controller->vToggleButton->toolTip(), QStringLiteral("Zoom out full"));
+    WAIT_FOR(controller->zoom->vToggleButton->isChecked(), 5000);
+    EXPECT_EQ(controller->zoom->vToggleButton->toolTip(), QStringLiteral("Zoom out full"));
     key(Qt::Key_PageDown);
     EXPECT_GT(view->dataView->topY - view->dataView->bottomY,
               band * 0.99 / Parameters::shared().zoomIncrement.value());
@@ -360,8 +365,9 @@ TEST_F(WindowTest, textsFromOutsideAreShownAsTheyStandNeverAsMarkup)
     const QString named = dir.filePath(QStringLiteral("<b>CLICK YES<b>.wav"));
     ASSERT_TRUE(QFile::copy(demoPath, named));
     ASSERT_TRUE(document->openFile(named));
-    EXPECT_EQ(window->soundLabel->textFormat(), Qt::PlainText);
-    EXPECT_TRUE(window->soundLabel->text().startsWith(QLatin1String("<b>CLICK YES<b>.wav")));
+    EXPECT_EQ(window->status->soundLabel->textFormat(), Qt::PlainText);
+    EXPECT_TRUE(
+        window->status->soundLabel->text().startsWith(QLatin1String("<b>CLICK YES<b>.wav")));
     controller->wavStream()->modified = true;
     std::optional<Qt::TextFormat> shownAs;
     const AskViewController::Responder fixture =

@@ -6,6 +6,7 @@
 #include "app/MainViewController.h"
 #include "app/MainWindow.h"
 #include "app/SoundDocument.h"
+#include "app/StatusLine.h"
 #include "options/Parameters.h"
 #include "options/tests/support/OptionsTestStore.h"
 #include "streams/MusicStream.h"
