@@ -1,5 +1,4 @@
 #include "analysis/tests/support/EndedProcess.h"
-#include "app/CrashRecovery.h"
 #include "app/LevelMeter.h"
 #include "app/RecentFiles.h"
 #include "app/ReportCommands.h"
@@ -33,8 +32,6 @@
 #include <QUuid>
 
 #include <cmath>
-#include <csignal>
-#include <cstring>
 #include <functional>
 #include <optional>
 #include <thread>
@@ -54,9 +51,6 @@ double figure(const QString &report, const char *name)
     const double value = m.captured(1).toDouble(&ok);
     return ok ? value : std::nan("");
 }
-
-const QString kSaveQuestion =
-    QStringLiteral("Save modified file? | demo.wav has been modified.\nDo you want to save it?");
 
 // A key is its menu item or button, and works whatever in the window has the focus: the trace,
 // a label, the menu bar after a menu was closed with Escape.
@@ -240,99 +234,11 @@ TEST_F(WindowTest, prefixKeysChooseViewsAndFileCommands)
     type('o');
     EXPECT_EQ(openPanels, 1);
     EXPECT_EQ(title(), QStringLiteral("Quorval - other.wav"));
-    const QList<QAction *> recent = delegate->recentFiles->menu()->actions();
-    ASSERT_EQ(recent.size(), 2);
-    EXPECT_EQ(recent.front()->text(), QStringLiteral("other.wav"));
-    EXPECT_EQ(recent.back()->text(), QStringLiteral("demo.wav"));
     // Without the prefix, "o" is the options dialog, not the panel.
     type('o');
     EXPECT_EQ(openPanels, 1);
     EXPECT_TRUE(delegate->optionsMenu->dialog().isVisible());
     delegate->optionsMenu->dialog().cancelButtonPushed();
-}
-
-TEST_F(WindowTest, modifiedSoundCheckFollowsEachAnswer)
-{
-    std::shared_ptr<WavStream> demo = controller->wavStream();
-    demo->modified = true;
-    controller->refreshControls();
-    EXPECT_EQ(title(), QStringLiteral("Quorval - demo.wav *"));
-
-    // Cancel: New stops, the sound stays.
-    answers = {Answer::cancel};
-    document->newRecording();
-    EXPECT_EQ(dialogs, QStringList{kSaveQuestion});
-    EXPECT_EQ(controller->wavStream(), demo);
-
-    // Yes on Open: an opened file is never written over, so the save panel asks where; then
-    // the open panel comes.
-    dialogs.clear();
-    const QString target = dir.filePath(QStringLiteral("saved.wav"));
-    savePath = target;
-    openPath = std::nullopt;
-    answers = {Answer::yes};
-    document->open();
-    EXPECT_EQ(dialogs, QStringList{kSaveQuestion});
-    EXPECT_EQ(savePanels, 1);
-    EXPECT_EQ(openPanels, 1);
-    EXPECT_TRUE(QFileInfo::exists(target));
-    EXPECT_FALSE(demo->modified);
-    EXPECT_EQ(title(), QStringLiteral("Quorval - saved.wav"));
-
-    // No on Quit: the window may close without saving; cancel keeps it open.
-    QSignalSpy terminated(delegate.get(), &AppDelegate::terminate);
-    demo->modified = true;
-    dialogs.clear();
-    answers = {Answer::cancel};
-    EXPECT_FALSE(window->close());
-    EXPECT_EQ(terminated.count(), 0);
-    EXPECT_TRUE(demo->modified);
-    answers = {Answer::no};
-    EXPECT_TRUE(window->close());
-    EXPECT_EQ(terminated.count(), 1);
-    EXPECT_EQ(dialogs.size(), 2);
-    EXPECT_EQ(savePanels, 1);
-
-    // With the check off nothing is asked.
-    window->show();
-    demo->modified = true;
-    ASSERT_TRUE(Parameters::shared().checkForModifiedFiles.setValue(false));
-    dialogs.clear();
-    document->newRecording();
-    EXPECT_TRUE(dialogs.isEmpty());
-    EXPECT_EQ(title(), QStringLiteral("Quorval - New File"));
-}
-
-TEST_F(WindowTest, saveAsWhereNothingCanBeWrittenLosesNothing)
-{
-    std::shared_ptr<WavStream> demo = controller->wavStream();
-    demo->modified = true;
-    const QString regular = dir.filePath(QStringLiteral("plain"));
-    {
-        QFile file(regular);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("not a folder");
-    }
-    savePath = regular + QStringLiteral("/sound.wav");
-    type('f');
-    type('a');
-    EXPECT_EQ(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
-    EXPECT_TRUE(demo->modified);
-    EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
-    EXPECT_FALSE(QFileInfo::exists(*savePath));
-
-    // Saved elsewhere, the sound keeps every frame and loses its mark.
-    savePath = dir.filePath(QStringLiteral("kept.wav"));
-    key(Qt::Key_S, Qt::ControlModifier);
-    EXPECT_EQ(savePanels, 2);
-    EXPECT_FALSE(demo->modified);
-    EXPECT_EQ(title(), QStringLiteral("Quorval - kept.wav"));
-    EXPECT_EQ(QFileInfo(*savePath).size(), QFileInfo(demoPath).size());
-    // The file opened was never written.
-    QFile original(demoPath);
-    QFile bundled(QStringLiteral(QUORVAL_DEMO_WAV));
-    ASSERT_TRUE(original.open(QIODevice::ReadOnly) && bundled.open(QIODevice::ReadOnly));
-    EXPECT_EQ(original.readAll(), bundled.readAll());
 }
 
 TEST_F(WindowTest, messageDialogShowsLongTextsInAScrollingField)
@@ -376,7 +282,8 @@ TEST_F(WindowTest, textsFromOutsideAreShownAsTheyStandNeverAsMarkup)
                 shownAs = dialog.textField->textFormat();
             return AskViewController::Answer::cancel;
         });
-    document->newRecording();
+    // Asked before the window closes; cancel keeps it open.
+    EXPECT_FALSE(window->close());
     AskViewController::setResponder(fixture);
     EXPECT_EQ(shownAs, Qt::PlainText);
 }
@@ -427,58 +334,6 @@ TEST_F(WindowTest, helpUpdatesAndWarningsReachTheirWindows)
     EXPECT_TRUE(dialogs.front().contains(result->reason)) << dialogs.front().toStdString();
 }
 
-TEST_F(WindowTest, exportSelectionWritesExactlyTheSelectedFrames)
-{
-    EXPECT_FALSE(window->exportSelectionMenuItem->isEnabled());
-    HView &time = *controller->musicStream()->timeView;
-    time.selectionStart = 1.0;
-    time.selectionEnd = 3.5;
-    window->refreshMenus();
-    EXPECT_TRUE(window->exportSelectionMenuItem->isEnabled());
-
-    savePath = dir.filePath(QStringLiteral("part.wav"));
-    document->exportSelection();
-    EXPECT_TRUE(dialogs.isEmpty());
-    QFile part(*savePath);
-    QFile whole(demoPath);
-    ASSERT_TRUE(part.open(QIODevice::ReadOnly) && whole.open(QIODevice::ReadOnly));
-    const QByteArray exported = part.readAll();
-    const QByteArray original = whole.readAll();
-    // 16-bit mono at 44100 Hz: 2.5 s of frames after a 44-byte header.
-    ASSERT_EQ(exported.size(), 44 + 2 * 110250);
-    EXPECT_EQ(exported.mid(44), original.mid(44 + 2 * 44100, 2 * 110250));
-    EXPECT_EQ(exported.mid(22, 14), original.mid(22, 14)); // channels, rate, frame size, bits
-
-    savePath = dir.filePath(QStringLiteral("part.wav/inside.wav"));
-    document->exportSelection();
-    EXPECT_EQ(dialogs, QStringList{QStringLiteral(" | Can't save sound file")});
-    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).size(), 2);
-    EXPECT_EQ(savePanelTitle, QStringLiteral("Export Selection"));
-
-    // Written as Save As writes: a link keeps naming its file, which takes the selection, and a
-    // file of the user's that happens to be called NAME.partial is left alone.
-    const auto write = [](const QString &path, const QByteArray &bytes) {
-        QFile file(path);
-        return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-    };
-    const auto read = [](const QString &path) {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    };
-    const QString real = dir.filePath(QStringLiteral("real.wav"));
-    const QString link = dir.filePath(QStringLiteral("link.wav"));
-    ASSERT_TRUE(write(real, "an older take"));
-    ASSERT_TRUE(QFile::link(real, link));
-    ASSERT_TRUE(write(link + QStringLiteral(".partial"), "the user's own"));
-    dialogs.clear();
-    savePath = link;
-    document->exportSelection();
-    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
-    EXPECT_TRUE(QFileInfo(link).isSymLink());
-    EXPECT_EQ(read(real), exported);
-    EXPECT_EQ(read(link + QStringLiteral(".partial")), QByteArray("the user's own"));
-}
-
 TEST_F(WindowTest, deviationsAndDeveloperCommandsReportThroughTheDialog)
 {
     delegate->reports->deviations();
@@ -515,37 +370,21 @@ TEST_F(WindowTest, selectAllRecentFilesAndGeometryServeTheNextUse)
     EXPECT_DOUBLE_EQ(time.selectionEnd, controller->musicStream()->timeRange().duration);
     EXPECT_TRUE(window->exportSelectionMenuItem->isEnabled());
 
-    // The last ten files opened, newest first; opening one again moves it up.
-    QStringList paths;
-    for (int i = 0; i < 12; ++i) {
-        paths.append(dir.filePath(QStringLiteral("take%1.wav").arg(i)));
-        ASSERT_TRUE(QFile::copy(demoPath, paths.last()));
-        ASSERT_TRUE(document->openFile(paths.last()));
-    }
-    ASSERT_TRUE(document->openFile(paths[5]));
-    const auto recentNames = [this] {
-        QStringList names;
-        for (const QAction *item : delegate->recentFiles->menu()->actions())
-            names.append(item->text());
-        return names;
-    };
-    QStringList expected{QStringLiteral("take5.wav")};
-    for (int i = 11; i >= 2; --i)
-        if (i != 5)
-            expected.append(QStringLiteral("take%1.wav").arg(i));
-    EXPECT_EQ(recentNames(), expected);
-
-    // A file gone since leaves the list after its message, and the open sound stays.
-    ASSERT_TRUE(QFile::remove(paths[9]));
-    QAction *gone = delegate->recentFiles->menu()->actions().at(expected.indexOf("take9.wav"));
-    gone->trigger();
+    // A file gone since leaves the recent files after its message, and the open sound stays.
+    const QString gone = dir.filePath(QStringLiteral("gone.wav"));
+    ASSERT_TRUE(QFile::copy(demoPath, gone));
+    ASSERT_TRUE(document->openFile(gone));
+    ASSERT_TRUE(document->openFile(demoPath));
+    ASSERT_TRUE(QFile::remove(gone));
+    ASSERT_EQ(delegate->recentFiles->paths(), (QStringList{demoPath, gone}));
+    delegate->recentFiles->menu()->actions().at(1)->trigger();
     WAIT_FOR(!dialogs.isEmpty(), 10000);
     ASSERT_EQ(dialogs.size(), 1);
     EXPECT_TRUE(dialogs[0].contains(QStringLiteral("Can't read sound file")))
         << dialogs[0].toStdString();
-    expected.removeAll(QStringLiteral("take9.wav"));
-    EXPECT_EQ(recentNames(), expected);
-    EXPECT_TRUE(title().endsWith(QStringLiteral("take5.wav"))) << title().toStdString();
+    const QStringList expected{demoPath};
+    EXPECT_EQ(delegate->recentFiles->paths(), expected);
+    EXPECT_TRUE(title().endsWith(QStringLiteral("demo.wav"))) << title().toStdString();
 
     // The window's place and size come back at the next start, with the list.
     window->setGeometry(60, 70, 900, 560);
@@ -553,7 +392,7 @@ TEST_F(WindowTest, selectAllRecentFilesAndGeometryServeTheNextUse)
     ASSERT_TRUE(window->close());
     launch(std::nullopt);
     EXPECT_EQ(window->size(), size);
-    EXPECT_EQ(recentNames(), expected);
+    EXPECT_EQ(delegate->recentFiles->paths(), expected);
 }
 
 TEST_F(WindowTest, optionsDialogListsTheInputsTheServerOffers)
@@ -584,138 +423,21 @@ TEST_F(WindowTest, optionsDialogListsTheInputsTheServerOffers)
     parameters.inputDevice.resetToDefault();
 }
 
-TEST_F(WindowTest, aRecordingACrashLeftIsRecoveredDiscardedOrKeptAsTheUserSays)
+// A recording a crash left is offered at start-up; recovered, it is shown unsaved, and its
+// crash copy goes once it is saved.
+TEST_F(WindowTest, aRecordingACrashLeftIsOfferedAtTheNextStart)
 {
-    // A recording whose process is gone: the demo stands in for it (16-bit mono at 44100 Hz).
-    const auto leaveOrphan = [] {
-        const QString path = QString::fromStdString(WorkingFiles::folder()) +
-                             QStringLiteral("/quorval-recording-%1-%2.wav")
-                                 .arg(testsignals::endedProcess())
-                                 .arg(QUuid::createUuid().toString(QUuid::WithoutBraces));
-        EXPECT_TRUE(QFile::copy(QStringLiteral(QUORVAL_DEMO_WAV), path));
-        return path;
-    };
-    const auto relaunch = [this](std::deque<AskViewController::Answer> given) {
-        dialogs.clear();
-        answers = std::move(given);
-        launch(demoPath);
-    };
-    // The first is a real recording, cut off by SIGKILL while it ran (without a sound server,
-    // the demo stands in).
-    QString orphan;
-    if (test::soundServerPresent()) {
-        const QString cut = dir.filePath(QStringLiteral("cut.wav"));
-        test::ChildProcess recording(QStringLiteral(QUORVAL_CLI_PATH),
-                                     {QStringLiteral("record"), cut});
-        ASSERT_TRUE(recording.started());
-        WAIT_FOR(QFileInfo(cut).size() > 44 + 2 * 44100, 20000);
-        const pid_t owner = recording.id();
-        ::kill(owner, SIGKILL);
-        (void)recording.finish(20000);
-        orphan = QString::fromStdString(WorkingFiles::folder()) +
-                 QStringLiteral("/quorval-recording-%1-%2.wav")
-                     .arg(owner)
-                     .arg(QUuid::createUuid().toString(QUuid::WithoutBraces));
-        ASSERT_TRUE(QFile::rename(cut, orphan));
-    } else {
-        orphan = leaveOrphan();
-    }
-
-    // Later: kept, and the file asked for opens as usual.
-    relaunch({AskViewController::Answer::cancel});
+    const QString orphan = leaveOrphan();
+    dialogs.clear();
+    launch(demoPath);
     ASSERT_EQ(dialogs.size(), 1);
-    EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("Recover Recording | Quorval ended before")))
+    EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("Recover Recording | ")))
         << dialogs[0].toStdString();
-    EXPECT_TRUE(dialogs[0].contains(QStringLiteral(" of sound, recorded until ")))
-        << dialogs[0].toStdString();
-    EXPECT_TRUE(QFileInfo::exists(orphan));
-    EXPECT_TRUE(title().endsWith(QStringLiteral("demo.wav"))) << title().toStdString();
-
-    // Recover: shown as an unsaved sound, saved where the user says, then the crash copy goes.
-    relaunch({AskViewController::Answer::yes});
-    ASSERT_EQ(dialogs.size(), 1);
-    const std::shared_ptr<WavStream> recovered = controller->wavStream();
-    ASSERT_TRUE(recovered);
-    EXPECT_TRUE(recovered->modified);
-    EXPECT_FALSE(recovered->saveURL);
     EXPECT_TRUE(title().contains(QStringLiteral("Recovered Recording"))) << title().toStdString();
-    QFile crashCopy(orphan);
-    ASSERT_TRUE(crashCopy.open(QIODevice::ReadOnly));
-    const QByteArray recorded = crashCopy.readAll();
-    crashCopy.close();
     savePath = dir.filePath(QStringLiteral("rescued.wav"));
     document->save();
-    QFile rescued(*savePath);
-    ASSERT_TRUE(rescued.open(QIODevice::ReadOnly));
-    // Every frame the cut-off header announces (a kill mid-write may leave a part-frame more).
-    quint32 announced = 0;
-    std::memcpy(&announced, recorded.constData() + 40, 4);
-    const QByteArray saved = rescued.readAll().mid(44);
-    EXPECT_GT(announced, 0u);
-    EXPECT_EQ(saved, recorded.mid(44, static_cast<qsizetype>(announced)));
+    EXPECT_TRUE(QFileInfo::exists(*savePath));
     EXPECT_FALSE(QFileInfo::exists(orphan));
-
-    // Discard: gone for good; nothing left to offer at the next start.
-    const QString another = leaveOrphan();
-    relaunch({AskViewController::Answer::no});
-    EXPECT_FALSE(QFileInfo::exists(another));
-    relaunch({});
-    EXPECT_TRUE(dialogs.isEmpty()) << dialogs.join('\n').toStdString();
-
-    // Many at once are not many questions at each start: a few, each saying how many wait.
-    QStringList many;
-    for (int i = 0; i < 10; ++i)
-        many.append(leaveOrphan());
-    relaunch(std::deque<AskViewController::Answer>(10, AskViewController::Answer::cancel));
-    ASSERT_EQ(dialogs.size(), CrashRecovery::kRecoveryOffers);
-    EXPECT_TRUE(dialogs[0].contains(QStringLiteral("1 of 10 recordings")))
-        << dialogs[0].toStdString();
-    for (const QString &path : many)
-        EXPECT_TRUE(QFile::remove(path)) << path.toStdString();
-}
-
-TEST_F(WindowTest, aTakeTheUserDiscardsIsGoneAtOnceAndAnEmptyOneIsNeverKept)
-{
-    // A take with sound in it, as the recorder appends it.
-    const auto recordTake = [this] {
-        document->newRecording();
-        const std::shared_ptr<WavStream> take = controller->wavStream();
-        EXPECT_TRUE(take && take->appendSamples(std::vector<std::int16_t>(4410, 1000)));
-        return take ? QFile::decodeName(take->fileURL.c_str()) : QString();
-    };
-    const auto gone = [](const QString &path) {
-        return QTest::qWaitFor([&path] { return !QFileInfo::exists(path); }, 10000);
-    };
-
-    // "No" before New, and before Open: removed as soon as another sound takes its place.
-    QString take = recordTake();
-    ASSERT_TRUE(QFileInfo::exists(take));
-    answers = {AskViewController::Answer::no};
-    document->newRecording();
-    EXPECT_TRUE(gone(take)) << take.toStdString();
-    take = recordTake();
-    answers = {AskViewController::Answer::no};
-    openPath = demoPath;
-    document->open();
-    EXPECT_TRUE(gone(take)) << take.toStdString();
-
-    // "Cancel" keeps it, shown and on disk.
-    take = recordTake();
-    answers = {AskViewController::Answer::cancel};
-    document->newRecording();
-    EXPECT_EQ(QFile::decodeName(controller->wavStream()->fileURL.c_str()), take);
-    EXPECT_TRUE(QFileInfo::exists(take));
-
-    // A new recording with nothing in it goes when replaced, even once marked as changed.
-    answers = {AskViewController::Answer::no};
-    document->newRecording();
-    std::shared_ptr<WavStream> empty = controller->wavStream();
-    ASSERT_TRUE(empty);
-    const QString emptyPath = QFile::decodeName(empty->fileURL.c_str());
-    empty->modified = true;
-    empty.reset();
-    ASSERT_TRUE(document->openFile(demoPath));
-    EXPECT_TRUE(gone(emptyPath)) << emptyPath.toStdString();
 }
 
 } // namespace

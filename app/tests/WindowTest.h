@@ -7,6 +7,7 @@
 #include "app/MainWindow.h"
 #include "app/SoundDocument.h"
 #include "app/StatusLine.h"
+#include "app/tests/Support.h"
 #include "options/Parameters.h"
 #include "options/tests/support/OptionsTestStore.h"
 #include "streams/MusicStream.h"
@@ -30,27 +31,15 @@
 namespace quorval {
 
 // The real window, launched offscreen on a copy of the demo sound. Every message dialog is
-// answered by the test: the answers queued in `answers` in order (yes when none is left), each
-// dialog recorded as "title | text", with " | detail" when it has one. File panels answer with
-// openPath and savePath, counting how often they were asked.
-class WindowTest : public StoreTest
+// answered from `answers` and recorded in `dialogs`, and every file panel by ScriptedPanels.
+class WindowTest : public DemoCopyTest
 {
 protected:
     void SetUp() override
     {
-        StoreTest::SetUp();
-        ASSERT_TRUE(dir.isValid());
-        demoPath = dir.filePath(QStringLiteral("demo.wav"));
-        ASSERT_TRUE(QFile::copy(QStringLiteral(QUORVAL_DEMO_WAV), demoPath));
-        previousResponder = AskViewController::setResponder([this](const AskViewController &d) {
-            dialogs.append(d.windowTitle() + QStringLiteral(" | ") + d.text() +
-                           (d.detail().isEmpty() ? QString() : QStringLiteral(" | ") + d.detail()));
-            if (answers.empty())
-                return AskViewController::Answer::yes;
-            const AskViewController::Answer answer = answers.front();
-            answers.pop_front();
-            return answer;
-        });
+        DemoCopyTest::SetUp();
+        if (HasFatalFailure())
+            return;
         launch(demoPath);
         ASSERT_TRUE(controller->wavStream());
         controller->wavStream()->waitForCopy();
@@ -64,17 +53,7 @@ protected:
             wav->modified = false;
         delegate.reset();
         controller = nullptr;
-        SoundDocument::Panels panels;
-        panels.chooseFileToOpen = [this] {
-            ++openPanels;
-            return openPath;
-        };
-        panels.chooseFileToSave = [this](const QString &, const QString &title) {
-            ++savePanels;
-            savePanelTitle = title;
-            return savePath;
-        };
-        delegate = std::make_unique<AppDelegate>(Parameters::shared(), std::move(panels));
+        delegate = std::make_unique<AppDelegate>(Parameters::shared(), panels());
         delegate->initialOpenFilePath = initial;
         ASSERT_TRUE(delegate->applicationDidFinishLaunching());
         controller = delegate->mainViewController;
@@ -90,7 +69,6 @@ protected:
         if (auto wav = controller ? controller->wavStream() : nullptr)
             wav->modified = false;
         delegate.reset();
-        AskViewController::setResponder(previousResponder);
         Quorval::loop = false;
         Quorval::setDeveloperMode(false);
     }
@@ -109,22 +87,13 @@ protected:
 
     [[nodiscard]] QString title() const { return window->windowTitle(); }
 
-    QTemporaryDir dir;
-    QString demoPath;
     std::unique_ptr<AppDelegate> delegate;
     MainViewController *controller = nullptr;
     SoundDocument *document = nullptr;
     MainWindow *window = nullptr;
-    QString savePanelTitle;
-    std::deque<AskViewController::Answer> answers;
-    QStringList dialogs;
-    std::optional<QString> openPath;
-    std::optional<QString> savePath;
-    int openPanels = 0;
-    int savePanels = 0;
-
-private:
-    AskViewController::Responder previousResponder;
+    ScriptedAnswers script;
+    std::deque<AskViewController::Answer> &answers = script.answers;
+    QStringList &dialogs = script.dialogs;
 };
 
 } // namespace quorval
