@@ -108,9 +108,8 @@ protected:
     std::unique_ptr<HandoverServer> server;
 };
 
-// A file dropped on the window takes the hand-over's path: an unsaved take is asked about first,
-// and "No" lets it go for good.
-TEST_F(HandoverTest, aDroppedOrHandedOverFileReplacesAnUnsavedTakeOnlyAfterTheQuestion)
+// A file dropped on the window takes the hand-over's path: an unsaved take is asked about first.
+TEST_F(HandoverTest, aDroppedFileReplacesAnUnsavedTakeOnlyAfterTheQuestion)
 {
     const QString other = dir.filePath(QStringLiteral("other.wav"));
     ASSERT_TRUE(QFile::copy(demoPath, other));
@@ -118,7 +117,6 @@ TEST_F(HandoverTest, aDroppedOrHandedOverFileReplacesAnUnsavedTakeOnlyAfterTheQu
     std::shared_ptr<WavStream> take = controller->wavStream();
     ASSERT_TRUE(take && take->appendSamples(std::vector<std::int16_t>(4410, 1000)));
     ASSERT_TRUE(take->modified);
-    const QString takePath = QFile::decodeName(take->fileURL.c_str());
     const QString question = QStringLiteral(
         "Save modified file? | New File has been modified.\nDo you want to save it?");
 
@@ -134,14 +132,6 @@ TEST_F(HandoverTest, aDroppedOrHandedOverFileReplacesAnUnsavedTakeOnlyAfterTheQu
     WAIT_FOR(!dialogs.isEmpty(), 10000);
     EXPECT_EQ(dialogs, QStringList{question});
     EXPECT_EQ(controller->wavStream(), take);
-    take.reset();
-
-    dialogs.clear();
-    answers = {Answer::no};
-    const std::unique_ptr<QLocalSocket> sender = handOver({other});
-    WAIT_FOR(title().contains(QLatin1String("other.wav")), 10000);
-    EXPECT_EQ(dialogs, QStringList{question});
-    EXPECT_TRUE(QTest::qWaitFor([&] { return !QFileInfo::exists(takePath); }, 10000));
 }
 
 // What no sound can be read from (each reason is the sound's own) is refused in a message that
