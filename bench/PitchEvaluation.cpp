@@ -179,6 +179,7 @@ enum class Timbre
 // A stiff string's inharmonicity, about a mid-range piano string's: its fourth partial lies 6.5
 // cents sharp of four times the first.
 constexpr double kStiffness = 5e-4;
+constexpr const char *kStiffGroup = "stiff string stiff *";
 
 // Partial h's frequency over the pitch.
 double partialRatio(Timbre timbre, int h)
@@ -924,6 +925,33 @@ double agreementP95(const std::vector<Note> &refinedNotes, const std::vector<Not
     return percentile(gaps, 0.95);
 }
 
+// Where each reads a tone whose partials are stretched and whose truth is its first partial:
+// the signed per-note mean error (cents) of each analysis, as median and range over the notes.
+void printStretchCheck(const std::string &group, const Scores &specified, const Scores &refined,
+                       const Scores *praat)
+{
+    const auto line = [&group](const char *name, const Scores &scores) {
+        const auto found = scores.byGroup.find(group);
+        if (found == scores.byGroup.end())
+            return;
+        std::vector<double> means;
+        for (const Note &note : found->second)
+            if (const double mean = meanWithin50(note); std::isfinite(mean))
+                means.push_back(mean);
+        if (means.empty())
+            return;
+        std::printf("  %-10s median %+7.2f  from %+7.2f to %+7.2f  (%zu notes)\n", name,
+                    percentile(means, 0.5), percentile(means, 0.0), percentile(means, 1.0),
+                    means.size());
+    };
+    std::printf("\nStretched partials (%s), per-note mean cents against the first partial:\n",
+                group.c_str());
+    line("specified", specified);
+    line("refined", refined);
+    if (praat != nullptr)
+        line("Praat", *praat);
+}
+
 // One group's figures: specified | refined, then Praat's where it ran and the refined pitch's
 // agreement with it.
 void printRow(const std::string &name, const std::vector<Note> &a, const std::vector<Note> &b,
@@ -1034,7 +1062,7 @@ int main(int argc, char **argv)
         Sound stiff = synthesize("stiff string", "stiff", Timbre::stiffString, 36, 72, noteCount,
                                  0.0, INFINITY, 1000);
         stiff.heldToTargets = false;
-        stiff.group += " *";
+        stiff.group = kStiffGroup;
         sounds.push_back(std::move(stiff));
     }
     if (renders) {
@@ -1150,6 +1178,7 @@ int main(int argc, char **argv)
     printRow("all (targets)", targets[0], targets[1], withPraat ? &targets[2] : nullptr);
     if (!real[0].empty())
         printRow("all real", real[0], real[1], withPraat ? &real[2] : nullptr);
+    printStretchCheck(kStiffGroup, specified, refined, withPraat ? &praat : nullptr);
     printNoiseGoodness();
     std::printf(
         "\n* Partials stretched: the pitch depends on which partials one weighs, so the row "
