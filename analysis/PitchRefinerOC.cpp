@@ -667,12 +667,12 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         if (final.used > 0)
             m = final;
     }
-    const double pitch = firstPartial(m);
-    if (!(pitch >= freqMin && pitch < freqMax))
+    if (!(m.freq >= freqMin && m.freq < freqMax))
         return freq;
     harmonicsUsed = m.used;
     goodness = goodnessOf(m);
-    return pitch;
+    const double pitch = firstPartial(m);
+    return pitch >= freqMin && pitch < freqMax ? pitch : m.freq;
 }
 
 } // namespace quorval
