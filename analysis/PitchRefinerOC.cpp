@@ -78,6 +78,11 @@ constexpr double kStretchSignificance = 8.0;
 // Nor below this inharmonicity (a piano's strings lie from 1e-4 to 1e-2): below it the
 // partials' leakage into each other and a bow's slight stretch would pose as one.
 constexpr double kMinStretch = 5e-5;
+// The partials that show whether to look for a stretch at all.
+constexpr int kLowestPartials = 6;
+// A stiff string's lowest partials rise at many standard errors; a harmonic tone's but rarely at
+// this many.
+constexpr double kStretchHint = 2.0;
 
 // A weighted least-squares line through (h² − 1, (f_h / h)²): a stiff string's partials lie on
 // it exactly, its intercept the first partial's square.
@@ -512,6 +517,14 @@ bool PitchRefinerOC::holdsStrongest(const Measurement &m) const
 
 double PitchRefinerOC::firstPartial(const Measurement &m) const
 {
+    // Most tones are harmonic: where the lowest partials the harmonic series found (too close
+    // to their harmonics to be misnumbered) show no clear rise, there is no need to look again.
+    StretchFit lowest;
+    for (int h = 1; h <= kLowestPartials; h++)
+        if (m.powerOf[h - 1] >= kLoneHarmonic * strongest)
+            lowest.add(h, m.binOf[h - 1], m.powerOf[h - 1] * h * h);
+    if (lowest.n >= kStretchHarmonics && lowest.solve() && !(lowest.significance() >= kStretchHint))
+        return m.freq;
     // Each partial looked for where the stretch so far puts it: a harmonic prediction misses
     // the upper partials of a stiff string by bins.
     StretchFit fit;
