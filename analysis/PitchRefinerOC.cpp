@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <limits>
 #include <numbers>
 #include <utility>
 
@@ -69,6 +70,63 @@ constexpr double kHeldPower = 0.1;
 // small the share of all its kind: noise at 10 dB SNR lies near a few ten-thousandths a bin. Layers
 // that beat can take the odd harmonics down to a few of these for a segment.
 constexpr double kLoneHarmonic = 0.003;
+// Partials are taken as stretched only when at least this many show it, with a stretch this many
+// times its standard error: a harmonic tone's partials in noise or vibrato scatter about no
+// stretch at all, and fewer would let a single misread partial pose as one.
+constexpr int kStretchHarmonics = 4;
+constexpr double kStretchSignificance = 8.0;
+// Nor below this inharmonicity (a piano's strings lie from 1e-4 to 1e-2): below it the
+// partials' leakage into each other and a bow's slight stretch would pose as one.
+constexpr double kMinStretch = 5e-5;
+// The partials that show whether to look for a stretch at all.
+constexpr int kLowestPartials = 6;
+// A stiff string's lowest partials rise at many standard errors; a harmonic tone's but rarely at
+// this many.
+constexpr double kStretchHint = 2.0;
+
+// A weighted least-squares line through (h² − 1, (f_h / h)²): a stiff string's partials lie on
+// it exactly, its intercept the first partial's square.
+struct StretchFit
+{
+    double w = 0.0, wx = 0.0, wy = 0.0, wxx = 0.0, wxy = 0.0, wyy = 0.0;
+    int n = 0;
+    double intercept = 0.0;
+    double slope = 0.0;
+
+    void add(int h, double bins, double weight)
+    {
+        const double x = h * h - 1.0;
+        const double y = (bins / h) * (bins / h);
+        w += weight;
+        wx += weight * x;
+        wy += weight * y;
+        wxx += weight * x * x;
+        wxy += weight * x * y;
+        wyy += weight * y * y;
+        n++;
+    }
+    // False when the points do not fix a line.
+    bool solve()
+    {
+        const double sxx = wxx - wx * wx / w;
+        if (n < 2 || !(sxx > 0.0))
+            return false;
+        slope = (wxy - wx * wy / w) / sxx;
+        intercept = (wy - slope * wx) / w;
+        return intercept > 0.0 && std::isfinite(slope);
+    }
+    // Slope over its standard error, from the scatter about the line.
+    [[nodiscard]] double significance() const
+    {
+        const double sxx = wxx - wx * wx / w;
+        const double syy = wyy - wy * wy / w;
+        const double sxy = wxy - wx * wy / w;
+        const double residual = std::max(0.0, syy - sxy * sxy / sxx);
+        const double error = std::sqrt(residual / (n - 2) / sxx);
+        return error > 0.0 ? slope / error
+                           : (slope > 0.0 ? std::numeric_limits<double>::infinity() : 0.0);
+    }
+};
 
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
@@ -457,6 +515,59 @@ bool PitchRefinerOC::holdsStrongest(const Measurement &m) const
     return near && m.power >= kHeldPower * strongest;
 }
 
+double PitchRefinerOC::firstPartial(const Measurement &m) const
+{
+    // Most tones are harmonic: where the lowest partials the harmonic series found (too close
+    // to their harmonics to be misnumbered) show no clear rise, there is no need to look again.
+    StretchFit lowest;
+    for (int h = 1; h <= kLowestPartials; h++)
+        if (m.powerOf[h - 1] >= kLoneHarmonic * strongest)
+            lowest.add(h, m.binOf[h - 1], m.powerOf[h - 1] * h * h);
+    if (lowest.n >= kStretchHarmonics && lowest.solve() && !(lowest.significance() >= kStretchHint))
+        return m.freq;
+    // Each partial looked for where the stretch so far puts it: a harmonic prediction misses
+    // the upper partials of a stiff string by bins.
+    StretchFit fit;
+    StretchFit prediction;
+    int found = 0;
+    const double fundamental = m.freq / hzPerBin;
+    const double lastBin = nFrames / 2 - 2;
+    for (int h = 1; h <= kMaxHarmonics; h++) {
+        const double p =
+            prediction.n > 0
+                ? h * std::sqrt(prediction.intercept + prediction.slope * (h * h - 1.0))
+                : h * fundamental;
+        if (p > lastBin)
+            break;
+        double bin = 0.0;
+        // Until three partials fix the stretch, as far off as the harmonic search may be.
+        const double tolerance =
+            prediction.n > 0 ? kBinTolerance : std::clamp(p * kStartSpread, kBinTolerance, 1.0);
+        const double power = p < 2.0 ? 0.0 : harmonicNear(p, tolerance, bin);
+        if (!(power >= kPredictingPower * strongest))
+            continue;
+        found++;
+        // Only partials that noise could not pose as weigh in.
+        if (!(power >= kLoneHarmonic * strongest))
+            continue;
+        fit.add(h, bin, power * h * h);
+        StretchFit next = fit;
+        if (next.n >= 3 && next.solve() && next.slope > 0.0)
+            prediction = next;
+    }
+    // A stretch read into a harmonic tone's partials from a few misread ones predicts the rest
+    // off their places and loses some: the stretch must find every partial the harmonic
+    // series found.
+    int harmonic = 0;
+    for (int h = 1; h <= kMaxHarmonics; h++)
+        harmonic += m.powerOf[h - 1] >= kPredictingPower * strongest ? 1 : 0;
+    if (found < harmonic || fit.n < kStretchHarmonics || !fit.solve() ||
+        !(fit.slope >= kMinStretch * fit.intercept) ||
+        !(fit.significance() >= kStretchSignificance))
+        return m.freq;
+    return std::sqrt(fit.intercept) * hzPerBin;
+}
+
 double PitchRefinerOC::goodnessOf(const Measurement &m) const
 {
     const double freqBins = m.freq / hzPerBin;
@@ -573,7 +684,8 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         return freq;
     harmonicsUsed = m.used;
     goodness = goodnessOf(m);
-    return m.freq;
+    const double pitch = firstPartial(m);
+    return pitch >= freqMin && pitch < freqMax ? pitch : m.freq;
 }
 
 } // namespace quorval

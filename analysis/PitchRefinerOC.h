@@ -28,6 +28,10 @@ namespace quorval {
 //   (the inverse of each estimate's variance in white noise). A phase advance is the
 //   power-weighted mean of the instantaneous frequency over the window, so vibrato shifts a
 //   segment's value only by the curvature of its course, which averages out.
+// - Stretched partials: a stiff string's (a piano's) partials lie sharp of the harmonics of its
+//   first, f_h = h f_1 sqrt(1 + β(h² − 1)), and a tuner and the ear follow the lowest. Where the
+//   matched partials show such a stretch beyond their own scatter, the pitch is f_1 from a
+//   weighted fit of (f_h / h)² against h² − 1, which is linear in it.
 //
 // Window: Hann (Hann's main lobe is two bins wide on each side, so harmonics four bins apart, the
 // closest the segmentation gives, stay apart) or, where harmonics are far apart, a four-term
@@ -112,6 +116,9 @@ private:
     [[nodiscard]] double powerNear(double p) const;
     // Whether the strongest bin of the transform is one of the measured harmonics.
     [[nodiscard]] bool holdsStrongest(const Measurement &m) const;
+    // The first partial (Hz) of a measurement whose partials are stretched as a stiff string's,
+    // m.freq where they are not.
+    [[nodiscard]] double firstPartial(const Measurement &m) const;
     // The goodness of a measurement (see getGoodness).
     [[nodiscard]] double goodnessOf(const Measurement &m) const;
     // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.

@@ -112,6 +112,7 @@ struct Sound
     double highestNote = 0.0;
     int droppedNotes = 0;           // renders' notes left without a reference
     std::vector<Note> unreferenced; // those notes, each segment's truth the note's long pitch
+    std::vector<double> strayCents; // how far their segments' first partials stray from one series
     bool nominal = false;           // a row of such notes
     int droppedSegments = 0;        // and segments of the notes kept
     bool heldToTargets = true;      // false: no single pitch to the cent (stretched partials)
@@ -179,6 +180,7 @@ enum class Timbre
 // A stiff string's inharmonicity, about a mid-range piano string's: its fourth partial lies 6.5
 // cents sharp of four times the first.
 constexpr double kStiffness = 5e-4;
+constexpr const char *kStiffGroup = "stiff string stiff *";
 
 // Partial h's frequency over the pitch.
 double partialRatio(Timbre timbre, int h)
@@ -430,6 +432,84 @@ double notePitch(const std::vector<double> &x, double guessHz)
     return estimate;
 }
 
+// Partials the reference reads on their own peaks to see whether they are stretched.
+constexpr int kStretchPartials = 8;
+// A stretch is taken only at this many standard errors, and from this inharmonicity up (a piano's
+// strings lie from 1e-4 to 1e-2).
+constexpr double kStretchSignificance = 8.0;
+constexpr double kMinStretch = 5e-5;
+
+// The weighted least-squares line through (h² − 1, (f_h / h)²) of partials 1 .. count (weights
+// power × h²): the first partial's square and the stretch β. False, both unchanged, unless the
+// line rises at kStretchSignificance standard errors or more.
+bool stretchFit(const std::array<double, kStretchPartials + 1> &partials,
+                const std::array<double, kStretchPartials + 1> &powers, int count,
+                double &firstSquared, double &stretch)
+{
+    // Two passes, the weighted means and then the sums about them.
+    const auto x = [](int h) { return h * h - 1.0; };
+    const auto y = [&partials](int h) { return (partials[h] / h) * (partials[h] / h); };
+    double w = 0.0;
+    double meanX = 0.0;
+    double meanY = 0.0;
+    for (int h = 1; h <= count; h++) {
+        w += powers[h] * h * h;
+        meanX += powers[h] * h * h * x(h);
+        meanY += powers[h] * h * h * y(h);
+    }
+    meanX /= w;
+    meanY /= w;
+    double sxx = 0.0;
+    double sxy = 0.0;
+    double syy = 0.0;
+    for (int h = 1; h <= count; h++) {
+        const double dx = x(h) - meanX;
+        const double dy = y(h) - meanY;
+        sxx += powers[h] * h * h * dx * dx;
+        sxy += powers[h] * h * h * dx * dy;
+        syy += powers[h] * h * h * dy * dy;
+    }
+    if (count < 3 || !(sxx > 0.0))
+        return false;
+    const double slope = sxy / sxx;
+    const double intercept = meanY - slope * meanX;
+    const double error = std::sqrt(std::max(0.0, syy - sxy * slope) / (count - 2) / sxx);
+    if (!(intercept > 0.0) || !(slope > kStretchSignificance * error))
+        return false;
+    firstSquared = intercept;
+    stretch = slope / intercept;
+    return true;
+}
+
+// The first partial where the partials are stretched, as a stiff string's, (f_h / h)² =
+// f_1² (1 + β(h² − 1)); f (the comb's pitch) where they are not. Each partial is read on its own
+// peak where the stretch of those below puts it.
+double firstPartial(const std::vector<double> &windowed, double f, double resolution)
+{
+    const auto power = [&windowed](double g) { return powerAt(windowed, g); };
+    std::array<double, kStretchPartials + 1> partials{};
+    std::array<double, kStretchPartials + 1> powers{};
+    double firstSquared = f * f;
+    double stretch = 0.0;
+    int found = 0;
+    for (int h = 1; h <= kStretchPartials; h++) {
+        const double predicted = h * std::sqrt(firstSquared * (1.0 + stretch * (h * h - 1.0)));
+        if (predicted >= 0.45 * kSampleRate)
+            break;
+        partials[h] = maximise(power, predicted - 0.5 * resolution, predicted + 0.5 * resolution,
+                               0.125 * resolution, 1e-6 * f);
+        powers[h] = power(partials[h]);
+        found = h;
+        if (h >= 3)
+            stretchFit(partials, powers, h, firstSquared, stretch);
+    }
+    // Stretched only where the partials show it well beyond their scatter.
+    if (found >= 4 && stretchFit(partials, powers, found, firstSquared, stretch) &&
+        stretch >= kMinStretch)
+        return std::sqrt(firstSquared);
+    return f;
+}
+
 // The pitch of one segment: the fundamental whose harmonics hold the most power in its
 // Hann-windowed spectrum (for resolved harmonics, the least-squares fit of a harmonic series).
 // The comb starts with a few harmonics over a wide range around guessHz and narrows as it takes
@@ -455,7 +535,7 @@ SegmentReference segmentPitch(const double *x, std::size_t n, double guessHz)
                      1e-6 * f);
         previous = harmonics;
     }
-    // Each of the first partials on its own peak.
+    // Each of the first partials on its own peak: how far they stray from one harmonic series.
     const auto power = [&windowed](double g) { return powerAt(windowed, g); };
     double squares = 0.0;
     double powerSum = 0.0;
@@ -467,7 +547,7 @@ SegmentReference segmentPitch(const double *x, std::size_t n, double guessHz)
         squares += p * cents * cents;
         powerSum += p;
     }
-    return {f, std::sqrt(squares / powerSum)};
+    return {firstPartial(windowed, f, resolution), std::sqrt(squares / powerSum)};
 }
 
 bool renderInstrument(const std::string &name, int program, int lowKey, int highKey, int noteCount,
@@ -547,6 +627,9 @@ bool renderInstrument(const std::string &name, int program, int lowKey, int high
         for (PlacedSegment &segment : nominal.placed)
             segment.truth = {note.pitchHz, 0.0};
         const std::size_t before = note.placed.size();
+        std::vector<double> stray;
+        for (const PlacedSegment &segment : note.placed)
+            stray.push_back(segment.truth.spreadCents);
         std::erase_if(note.placed, [](const PlacedSegment &segment) {
             return segment.truth.spreadCents > kReferenceSpread;
         });
@@ -554,6 +637,7 @@ bool renderInstrument(const std::string &name, int program, int lowKey, int high
         const bool dropped = 2 * kept < before || kept == 0;
         if (dropped) {
             sound.droppedNotes++;
+            sound.strayCents.insert(sound.strayCents.end(), stray.begin(), stray.end());
             sound.unreferenced.push_back(std::move(nominal));
         } else
             sound.droppedSegments += static_cast<int>(before - kept);
@@ -924,6 +1008,33 @@ double agreementP95(const std::vector<Note> &refinedNotes, const std::vector<Not
     return percentile(gaps, 0.95);
 }
 
+// Where each reads a tone whose partials are stretched and whose truth is its first partial:
+// the signed per-note mean error (cents) of each analysis, as median and range over the notes.
+void printStretchCheck(const std::string &group, const Scores &specified, const Scores &refined,
+                       const Scores *praat)
+{
+    const auto line = [&group](const char *name, const Scores &scores) {
+        const auto found = scores.byGroup.find(group);
+        if (found == scores.byGroup.end())
+            return;
+        std::vector<double> means;
+        for (const Note &note : found->second)
+            if (const double mean = meanWithin50(note); std::isfinite(mean))
+                means.push_back(mean);
+        if (means.empty())
+            return;
+        std::printf("  %-10s median %+7.2f  from %+7.2f to %+7.2f  (%zu notes)\n", name,
+                    percentile(means, 0.5), percentile(means, 0.0), percentile(means, 1.0),
+                    means.size());
+    };
+    std::printf("\nStretched partials (%s), per-note mean cents against the first partial:\n",
+                group.c_str());
+    line("specified", specified);
+    line("refined", refined);
+    if (praat != nullptr)
+        line("Praat", *praat);
+}
+
 // One group's figures: specified | refined, then Praat's where it ran and the refined pitch's
 // agreement with it.
 void printRow(const std::string &name, const std::vector<Note> &a, const std::vector<Note> &b,
@@ -1034,7 +1145,7 @@ int main(int argc, char **argv)
         Sound stiff = synthesize("stiff string", "stiff", Timbre::stiffString, 36, 72, noteCount,
                                  0.0, INFINITY, 1000);
         stiff.heldToTargets = false;
-        stiff.group += " *";
+        stiff.group = kStiffGroup;
         sounds.push_back(std::move(stiff));
     }
     if (renders) {
@@ -1150,6 +1261,7 @@ int main(int argc, char **argv)
     printRow("all (targets)", targets[0], targets[1], withPraat ? &targets[2] : nullptr);
     if (!real[0].empty())
         printRow("all real", real[0], real[1], withPraat ? &real[2] : nullptr);
+    printStretchCheck(kStiffGroup, specified, refined, withPraat ? &praat : nullptr);
     printNoiseGoodness();
     std::printf(
         "\n* Partials stretched: the pitch depends on which partials one weighs, so the row "
@@ -1168,10 +1280,16 @@ int main(int argc, char **argv)
             int kept = 0;
             for (const Note &note : sound.notes)
                 kept += static_cast<int>(note.placed.size());
-            std::printf("  %-16s %3d of %3d notes, %4d of %4d segments of the rest\n",
+            std::printf("  %-16s %3d of %3d notes, %4d of %4d segments of the rest",
                         sound.group.c_str(), sound.droppedNotes,
                         sound.droppedNotes + static_cast<int>(sound.notes.size()),
                         sound.droppedSegments, sound.droppedSegments + kept);
+            // How far from one period the notes left out are: with no single period there is
+            // no pitch to the cent for any analysis to agree on.
+            if (!sound.strayCents.empty())
+                std::printf("; theirs stray median %.1f, p95 %.1f cents RMS",
+                            percentile(sound.strayCents, 0.5), percentile(sound.strayCents, 0.95));
+            std::printf("\n");
         }
         printReferenceCheck(sounds);
     }
