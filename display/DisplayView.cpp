@@ -422,13 +422,15 @@ void DisplayView::paint(QPainter &painter, QSizeF size)
         paintSelection(painter, g, f.selectionStart, f.selectionEnd);
         paintAcrossLines(painter, g, f.acrossSpacing);
         paintValueLines(painter, g, f.valueStep);
-        paintNoteLines(painter, g, f.noteLines, f.noteNames);
+        paintNoteLines(painter, g, f.noteLines);
         if (f.needleTime >= 0.0)
             paintNeedle(painter, g, f.needleTime, needleColor);
         if (f.viewType == ViewType::Spectrum)
             paintSpectrum(painter, g, f.spectrum);
         else
             paintColumns(painter, g, f.columns);
+        if (f.noteNames)
+            paintNoteNames(painter, g, f.noteLines);
     }
     paintPrompt(painter, promptMessageText);
 }

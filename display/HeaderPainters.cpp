@@ -25,17 +25,12 @@ QString rulerText(double value, double inc, bool spectrum)
                                            : rulerLabel(std::max(value, 0.0), inc).text);
 }
 
-double labelWidth(const QFontMetricsF &metrics, const QString &text)
-{
-    // Some glyphs reach past their advance.
-    return std::max(metrics.horizontalAdvance(text), metrics.boundingRect(text).width());
-}
-
 } // namespace
 
-void Keyboard::paint(QPainter &painter, const Geometry &g, QSizeF strip, Labels labels,
-                     const WrittenNames &written)
+std::vector<QRectF> Keyboard::paint(QPainter &painter, const Geometry &g, QSizeF strip,
+                                    Labels labels, const WrittenNames &written)
 {
+    std::vector<QRectF> drawn;
     const double width = strip.width();
     const double height = strip.height();
     // How much lower than the canvas the strip reaches.
@@ -85,14 +80,19 @@ void Keyboard::paint(QPainter &painter, const Geometry &g, QSizeF strip, Labels 
             if (labels == Labels::None || (base == 62 && i == 4) || !onCanvas(middle))
                 continue;
             const std::int64_t note = base + whiteKeyNoteIncrements[i];
-            const QString &writtenName = written[static_cast<std::size_t>(note % 12)];
+            const QString &writtenName = written[static_cast<std::size_t>((note % 12 + 12) % 12)];
             const QString text = numbers ? QString::number(note)
                                  : !writtenName.isEmpty()
                                      ? writtenName
                                      : QString::fromLatin1(whiteKeyLabels[(i + 3) % 7]);
+            // Keys run up the strip: a label that would touch the one below it is left out (its
+            // key keeps its lines), so that short keys do not smear their letters together.
+            const QRectF rect(labelX, g.flip(middle) - 7.0, width - labelX, kLabelHeight);
+            if (!drawn.empty() && rect.bottom() + 1.0 > drawn.back().top())
+                continue;
             painter.setPen(Qt::black);
-            painter.drawText(QRectF(labelX, g.flip(middle) - 7.0, width - labelX, kLabelHeight),
-                             Qt::AlignLeft | Qt::AlignVCenter, text);
+            painter.drawText(rect, Qt::AlignLeft | Qt::AlignVCenter, text);
+            drawn.push_back(rect);
         }
         painter.setPen(Qt::NoPen);
         painter.setBrush(Qt::black);
@@ -110,6 +110,7 @@ void Keyboard::paint(QPainter &painter, const Geometry &g, QSizeF strip, Labels 
         }
     }
     painter.restore();
+    return drawn;
 }
 
 void paintValueLabels(QPainter &painter, const Geometry &g, QSizeF strip, double step)
@@ -175,10 +176,13 @@ std::vector<QRectF> Ruler::paint(QPainter &painter, const Geometry &g, QSizeF si
         const QString text = rulerText(t, spacing, spectrum);
         const double width = labelWidth(metrics, text);
         const double centred = g.x(t) - 0.5 * width;
-        // A label at either edge is moved in to stay whole, and left out when it would then run
-        // into its neighbour (or the ruler is narrower than it).
-        const double x = std::clamp(centred, kEdgeMargin, size.width() - width - kEdgeMargin);
-        if (x < kEdgeMargin || (!rects.empty() && x < rects.back().right() + 0.5 * kLabelGap))
+        // A label at either edge is moved in to stay whole, and left out when it would then
+        // come nearer its neighbour than the labels between stand (or the ruler is narrower
+        // than it): the first ones of a short take keep the same room as the rest.
+        const double x =
+            std::max(kEdgeMargin, std::min(centred, size.width() - width - kEdgeMargin));
+        if (x + width > size.width() - kEdgeMargin ||
+            (!rects.empty() && x < rects.back().right() + kLabelGap))
             continue;
         const QRectF rect(x, top, width, kLabelHeight);
         painter.drawText(rect, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextDontClip, text);

@@ -45,9 +45,10 @@ struct Keyboard
     using WrittenNames = std::array<QString, 12>;
 
     // strip: the header's size; its top edge is the canvas's, and it may run on below the
-    // canvas (beside the horizontal scroller).
-    static void paint(QPainter &painter, const Geometry &g, QSizeF strip, Labels labels,
-                      const WrittenNames &written = {});
+    // canvas (beside the horizontal scroller). Labels that would touch are left out; answers
+    // where the drawn ones went, bottom to top.
+    static std::vector<QRectF> paint(QPainter &painter, const Geometry &g, QSizeF strip,
+                                     Labels labels, const WrittenNames &written = {});
 };
 
 // The numbers of the vertical axis every step, right-aligned against ticks at the strip's edge.

@@ -140,8 +140,7 @@ void TraceFeed::prepareFrame()
     if (viewType == ViewType::Composite) {
         const Scale scale = Scale::current();
         f.noteLines = scale.gridLines(std::ceil(v.bottomY), std::floor(v.topY));
-        if (options.showNoteNamesOnGrid.value())
-            f.noteNames = NoteNames{5.0 * f.acrossSpacing, v.minY, v.maxY};
+        f.noteNames = options.showNoteNamesOnGrid.value();
     } else {
         f.valueStep = plainGridSize(v.pixelHeight * v.yGridSize);
     }

@@ -47,7 +47,7 @@ public:
         double acrossSpacing = 0.0; // lines down the canvas, which the ruler labels
         double valueStep = 0.0;     // lines across; 0 for none
         std::vector<GridLine> noteLines;
-        NoteNames noteNames;
+        bool noteNames = false; // each note line's name in the margin
         double selectionStart = -1.0;
         double selectionEnd = -1.0;
         double needleTime = -1.0; // < 0 or off the time axis: no needle

@@ -1,6 +1,7 @@
 #include "display/TracePainters.h"
 
 #include <QFontDatabase>
+#include <QFontMetricsF>
 #include <QPainter>
 #include <QPainterPath>
 
@@ -24,6 +25,12 @@ QFont labelFont(double points)
     // Sizes are in the canvas's points, which are logical pixels here.
     font.setPixelSize(static_cast<int>(points + 0.5));
     return font;
+}
+
+double labelWidth(const QFontMetricsF &metrics, const QString &text)
+{
+    // Some glyphs reach past their advance.
+    return std::max(metrics.horizontalAdvance(text), metrics.boundingRect(text).width());
 }
 
 double crisp(double points)
@@ -62,8 +69,7 @@ void paintValueLines(QPainter &painter, const Geometry &g, double step)
     }
 }
 
-void paintNoteLines(QPainter &painter, const Geometry &g, const std::vector<GridLine> &lines,
-                    const NoteNames &names)
+void paintNoteLines(QPainter &painter, const Geometry &g, const std::vector<GridLine> &lines)
 {
     for (const GridLine &line : lines) {
         const double level = 0.75 - 0.1 * static_cast<double>(std::clamp<qint64>(line.rank, 0, 5));
@@ -71,20 +77,54 @@ void paintNoteLines(QPainter &painter, const Geometry &g, const std::vector<Grid
         const double y = crisp(g.y(line.pitch));
         painter.drawLine(QLineF(0.0, y, g.canvasWidth, y));
     }
-    const double period = names.namePeriod;
-    if (!(period > 0.0) || names.highest <= names.lowest)
-        return;
-    painter.setFont(labelFont(11));
-    painter.setPen(Qt::yellow);
-    const double start = std::floor(g.leftTime / period) * period;
-    const double right = g.rightValue();
-    for (const GridLine &line : lines) {
-        const double y = g.y(line.pitch);
-        for (double t =
-                 start + period * (line.pitch - names.lowest) / (names.highest - names.lowest);
-             t < right; t += period)
-            painter.drawText(QPointF(g.x(t) + 2.0, y + 11.0), line.name);
+}
+
+std::vector<QRectF> paintNoteNames(QPainter &painter, const Geometry &g,
+                                   const std::vector<GridLine> &lines)
+{
+    constexpr double kLeft = 2.0; // from the canvas's left edge, points
+    constexpr double kPad = 2.0;  // backing beyond the text on either side, points
+    constexpr double kHeight = 13.0;
+    if (g.canvasHeight < kHeight)
+        return {};
+    const QFont font = labelFont(11);
+    const QFontMetricsF metrics(font);
+    std::vector<const GridLine *> order;
+    for (const GridLine &line : lines)
+        order.push_back(&line);
+    std::stable_sort(order.begin(), order.end(), [](const GridLine *a, const GridLine *b) {
+        return a->rank != b->rank ? a->rank < b->rank : a->pitch < b->pitch;
+    });
+    std::vector<QRectF> placed;
+    std::vector<const QString *> names;
+    for (const GridLine *line : order) {
+        const double y = g.y(line->pitch);
+        if (!(y >= 0.0 && y <= g.canvasHeight))
+            continue;
+        const double width = labelWidth(metrics, line->name);
+        // Centred on its line, kept inside the canvas at its top and bottom edges.
+        const double top = std::clamp(y - 0.5 * kHeight, 0.0, g.canvasHeight - kHeight);
+        const QRectF rect(kLeft, top, width + 2.0 * kPad, kHeight);
+        // One point of air between two backings.
+        const QRectF air = rect.adjusted(0.0, -1.0, 0.0, 1.0);
+        if (std::any_of(placed.begin(), placed.end(),
+                        [&](const QRectF &other) { return other.intersects(air); }))
+            continue;
+        placed.push_back(rect);
+        names.push_back(&line->name);
     }
+    painter.save();
+    painter.setFont(font);
+    painter.setRenderHint(QPainter::Antialiasing);
+    for (std::size_t i = 0; i < placed.size(); ++i) {
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(QColor::fromRgbF(0.0, 0.0, 0.0, 0.75));
+        painter.drawRoundedRect(placed[i], 3.0, 3.0);
+        painter.setPen(Qt::yellow);
+        painter.drawText(placed[i], Qt::AlignCenter | Qt::TextDontClip, *names[i]);
+    }
+    painter.restore();
+    return placed;
 }
 
 void paintSelection(QPainter &painter, const Geometry &g, double start, double end)

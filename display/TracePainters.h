@@ -7,12 +7,14 @@
 
 #include <QColor>
 #include <QFont>
+#include <QRectF>
 #include <QString>
 
 #include <cstdint>
 #include <utility>
 #include <vector>
 
+class QFontMetricsF;
 class QPainter;
 
 namespace quorval {
@@ -23,6 +25,8 @@ namespace quorval {
 
 // The system font at a size in points, as every label is drawn.
 QFont labelFont(double points);
+// The room a label takes across, in points.
+double labelWidth(const QFontMetricsF &metrics, const QString &text);
 inline QColor grey(double level)
 {
     return QColor::fromRgbF(level, level, level);
@@ -39,17 +43,14 @@ void paintAcrossLines(QPainter &painter, const Geometry &g, double spacing);
 // A line across the canvas at every multiple of step between its bottom and top values.
 void paintValueLines(QPainter &painter, const Geometry &g, double step);
 
-// The scale's note lines, lighter for the more important ones, and, with a namePeriod > 0,
-// each line's name repeated every namePeriod seconds; neighbouring names stand staggered in
-// time by their place in lowest..highest (note numbers), not in one column.
-struct NoteNames
-{
-    double namePeriod = 0.0;
-    double lowest = 0.0;
-    double highest = 0.0;
-};
-void paintNoteLines(QPainter &painter, const Geometry &g, const std::vector<GridLine> &lines,
-                    const NoteNames &names);
+// The scale's note lines, lighter for the more important ones.
+void paintNoteLines(QPainter &painter, const Geometry &g, const std::vector<GridLine> &lines);
+
+// Each note line's name on a dark backing in a narrow margin at the canvas's left edge, drawn
+// over the trace so that it stays readable. Where names would touch, the more important line's
+// name is kept (lower rank, then lower pitch). Answers where the names went.
+std::vector<QRectF> paintNoteNames(QPainter &painter, const Geometry &g,
+                                   const std::vector<GridLine> &lines);
 
 // The selection's band, from start to end on the horizontal axis.
 void paintSelection(QPainter &painter, const Geometry &g, double start, double end);

@@ -27,8 +27,9 @@ test=(
     sox libsox-fmt-mp3 python3
     desktop-file-utils appstream clang-format
 )
-# Continuous integration: the benchmarks, the fuzzers (clang's) and the package's lint.
-ci=(clang libclang-rt-14-dev libbenchmark-dev lintian)
+# Continuous integration: the benchmarks, the fuzzers (clang's), the package's lint, and the
+# window manager, input and picture tools of the screenshots.
+ci=(clang libclang-rt-14-dev libbenchmark-dev lintian openbox xdotool imagemagick)
 
 case "$purpose" in
 run) packages=("${build[@]}" "${run[@]}") ;;

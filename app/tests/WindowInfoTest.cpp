@@ -3,7 +3,10 @@
 
 #include <QAction>
 #include <QFileInfo>
+#include <QKeySequence>
 #include <QLabel>
+#include <QMenu>
+#include <QMenuBar>
 #include <QRegularExpression>
 #include <QStatusBar>
 
@@ -21,6 +24,34 @@ TEST_F(WindowTest, aboutNamesTheVersionAndTheLicence)
         dialogs[0].startsWith(QStringLiteral("About Quorval | Quorval " QUORVAL_VERSION "\n")))
         << dialogs[0].toStdString();
     EXPECT_TRUE(dialogs[0].contains(QStringLiteral("GNU General Public License")));
+}
+
+// Every menu of the bar has its own mnemonic, and alt with that letter, pressed on the window,
+// opens that menu.
+TEST_F(WindowTest, altWithEachMenusLetterOpensThatMenu)
+{
+    QMenuBar *bar = window->menuBar();
+    QStringList letters;
+    for (QAction *action : bar->actions()) {
+        QMenu *menu = action->menu();
+        if (!menu || !action->isVisible())
+            continue;
+        SCOPED_TRACE(action->text().toStdString());
+        const QKeySequence mnemonic = QKeySequence::mnemonic(action->text());
+        ASSERT_FALSE(mnemonic.isEmpty());
+        const QString letter = mnemonic.toString().right(1);
+        EXPECT_FALSE(letters.contains(letter));
+        letters.append(letter);
+        key(static_cast<Qt::Key>(mnemonic[0].key()), Qt::AltModifier);
+        EXPECT_TRUE(QTest::qWaitFor([menu] { return menu->isVisible(); }, 2000));
+        QTest::keyClick(menu, Qt::Key_Escape);
+        EXPECT_TRUE(QTest::qWaitFor([menu] { return !menu->isVisible(); }, 2000));
+        // Escape leaves the bar with the focus; the next letter is pressed on the trace.
+        QTest::keyClick(bar, Qt::Key_Escape);
+        delegate->mainView->setFocus();
+    }
+    EXPECT_TRUE(letters.contains(QStringLiteral("O")));
+    EXPECT_GE(letters.size(), 5);
 }
 
 // File > Properties gives the file's full path, or says it was never saved, and its length as

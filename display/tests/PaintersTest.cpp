@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -41,6 +42,17 @@ QImage blank(QSizeF size, double ratio = 1.0)
 bool lit(const QColor &c)
 {
     return c.lightness() > 200;
+}
+
+// No two rectangles of a painter's answer share a point, and each lies within bounds.
+void expectApartWithin(const std::vector<QRectF> &rects, const QRectF &bounds)
+{
+    for (std::size_t i = 0; i < rects.size(); ++i) {
+        EXPECT_TRUE(bounds.contains(rects[i])) << rects[i].x() << "," << rects[i].y();
+        for (std::size_t j = i + 1; j < rects.size(); ++j)
+            EXPECT_FALSE(rects[i].intersects(rects[j]))
+                << rects[i].y() << " and " << rects[j].y() << ", x " << rects[j].x();
+    }
 }
 
 TEST(TracePainters, columnsStandAtTheirValueCountedUpFromTheBottom)
@@ -200,6 +212,128 @@ TEST(HeaderPainters, rulerAndKeyboardMeetTheCanvasLinesOfTheSameGeometry)
             EXPECT_TRUE(darkGreen(pixelAt(strip, 0.7 * 60.0 + 2.0, dotY)));
             EXPECT_FALSE(anyPixelNear(strip, 0.7 * 60.0 + 2.0, dotY + 10.0, 3.0, darkGreen));
             EXPECT_FALSE(anyPixelNear(strip, 0.7 * 60.0 + 2.0, dotY - 10.0, 3.0, darkGreen));
+        }
+    }
+}
+
+// Note names stand in a narrow margin at the left edge, over the trace, apart from each other
+// however closely the lines run; the tonic's name is the one kept when names would touch.
+TEST(TracePainters, noteNamesStayInTheLeftMarginApartAndOverTheTrace)
+{
+    std::vector<GridLine> lines;
+    for (int n = 40; n <= 90; ++n)
+        lines.push_back({static_cast<double>(n), n % 12 == 2 ? 0 : 1 + n % 5,
+                         n % 12 == 2 ? QStringLiteral("D") : QStringLiteral("F♯-14")});
+    // A trace across the whole canvas at the height of a tonic, D 62.
+    std::vector<ColumnValues> columns(200);
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        columns[i] = ColumnValues{};
+        columns[i].index = static_cast<std::int64_t>(i);
+        columns[i].displayPitch = 62.0;
+        columns[i].goodness = 5.0;
+        columns[i].rmsVolume = 1000.0;
+        columns[i].color = Rgba{1.0, 1.0, 1.0, 1.0};
+    }
+    ColumnTrace trace;
+    trace.columns = &columns;
+    trace.volumeScale = 1000.0;
+    trace.thickness = 12.0;
+    auto yellow = [](const QColor &c) { return c.red() > 150 && c.green() > 150 && c.blue() < 90; };
+    for (const double semitonesPerPoint : {0.01, 0.05, 0.08, 0.12, 0.3, 1.0}) {
+        for (const double ratio : {1.0, 2.0}) {
+            SCOPED_TRACE(semitonesPerPoint * ratio);
+            Geometry g = notesGeometry();
+            g.pixelHeight = semitonesPerPoint;
+            g.bottomY = 62.0 - 0.5 * g.canvasHeight * semitonesPerPoint;
+            trace.first = 0;
+            QImage image = blank({g.canvasWidth, g.canvasHeight}, ratio);
+            std::vector<QRectF> names;
+            {
+                QPainter painter(&image);
+                paintNoteLines(painter, g, lines);
+                paintColumns(painter, g, trace);
+                names = paintNoteNames(painter, g, lines);
+            }
+            ASSERT_FALSE(names.empty());
+            expectApartWithin(names, QRectF(0.0, 0.0, 45.0, g.canvasHeight));
+            // The lowest tonic in view keeps its name, on its line, readable over the trace.
+            double tonic = 50.0;
+            while (g.y(tonic) > g.canvasHeight)
+                tonic += 12.0;
+            const double tonicY = g.y(tonic);
+            EXPECT_TRUE(std::any_of(names.begin(), names.end(), [&](const QRectF &r) {
+                return r.top() <= tonicY && r.bottom() >= tonicY;
+            }));
+            EXPECT_TRUE(anyPixelNear(image, 8.0, tonicY, 5.0, yellow));
+            // Nothing of a name beyond the margin.
+            for (double x = 50.0; x < g.canvasWidth; x += 3.0)
+                for (double y = 1.0; y < g.canvasHeight; y += 3.0)
+                    ASSERT_FALSE(yellow(pixelAt(image, x, y))) << x << "," << y;
+        }
+    }
+}
+
+// The keyboard leaves out the letters that would touch, at any height and at 2x, and keeps
+// every one where the keys are tall enough.
+TEST(HeaderPainters, keyboardLabelsNeverTouchAndStayWhereTheKeysAreTall)
+{
+    for (const double semitonesPerPoint : {0.05, 0.1, 0.12, 0.15, 0.2, 0.3, 0.5, 0.9, 1.5}) {
+        for (const double ratio : {1.0, 2.0}) {
+            for (const auto labels : {Keyboard::Labels::Letters, Keyboard::Labels::Numbers}) {
+                SCOPED_TRACE(semitonesPerPoint * ratio);
+                Geometry g = notesGeometry();
+                g.canvasHeight = 180.0;
+                g.pixelHeight = semitonesPerPoint;
+                g.bottomY = 64.0 - 90.0 * semitonesPerPoint;
+                QImage strip = blank({60.0, g.canvasHeight}, ratio);
+                std::vector<QRectF> drawn;
+                {
+                    QPainter painter(&strip);
+                    drawn = Keyboard::paint(painter, g, {60.0, g.canvasHeight}, labels);
+                }
+                expectApartWithin(drawn, QRectF(0.0, -7.0, 60.0, g.canvasHeight + 14.0));
+                // A white key is 12/7 of a semitone high: from 16 points up, none is left out.
+                const double keyPoints = 12.0 / 7.0 / semitonesPerPoint;
+                int middles = 0;
+                for (int base = 2; base < 130; base += 12)
+                    for (std::size_t i = 0; i < 7; ++i) {
+                        const double middle = base + (Keyboard::whiteKeySpacings[i] +
+                                                      Keyboard::whiteKeySpacings[i + 1]) /
+                                                         2.0;
+                        const double up = g.up(middle);
+                        middles += up >= 0.0 && up < g.canvasHeight && !(base == 62 && i == 4);
+                    }
+                if (keyPoints >= 16.0)
+                    EXPECT_EQ(static_cast<int>(drawn.size()), middles);
+                else
+                    EXPECT_GE(drawn.size(), 1U);
+            }
+        }
+    }
+}
+
+// A take's ruler, from its first fraction of a second to minutes, keeps the same room between
+// every two labels, the ones moved in at either end too, and never runs off its strip.
+TEST(HeaderPainters, rulerLabelsKeepTheirRoomAtEveryLengthOfATake)
+{
+    for (const double width : {240.0, 700.0}) {
+        for (double seconds = 0.02; seconds < 400.0; seconds *= 1.17) {
+            SCOPED_TRACE(width * 1000.0 + seconds);
+            Geometry g = notesGeometry();
+            g.leftTime = 0.0;
+            g.canvasWidth = width;
+            g.pixelWidth = seconds / width;
+            const double spacing = Ruler::lineSpacing(g, 50.0, true, false);
+            QImage ruler = blank({width, 24.0});
+            std::vector<QRectF> labels;
+            {
+                QPainter painter(&ruler);
+                labels = Ruler::paint(painter, g, {width, 24.0}, spacing, false);
+            }
+            ASSERT_FALSE(labels.empty());
+            for (std::size_t i = 1; i < labels.size(); ++i)
+                EXPECT_GE(labels[i].left() - labels[i - 1].right(), 8.0) << i;
+            expectApartWithin(labels, QRectF(0.0, 0.0, width, 24.0));
         }
     }
 }

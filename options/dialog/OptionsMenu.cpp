@@ -29,7 +29,7 @@ std::optional<QString> chosenFile(QFileDialog &panel)
 
 OptionsMenu::OptionsMenu(Parameters &parameters, OptionsHost host, QWidget *window)
     : QObject(window), parameters_(parameters), host_(std::move(host)), window_(window),
-      optionsMenu_(new QMenu(QStringLiteral("Options"), window)),
+      optionsMenu_(new QMenu(QStringLiteral("&Options"), window)),
       presetsMenu_(new QMenu(QStringLiteral("Presets"), optionsMenu_)),
       optionsAction_(optionsMenu_->addAction(QStringLiteral("Options..."))),
       readOptionsAction_(optionsMenu_->addAction(QStringLiteral("Read Options..."))),
