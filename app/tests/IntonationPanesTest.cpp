@@ -12,6 +12,7 @@
 #include <QDockWidget>
 #include <QLabel>
 #include <QTableWidget>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -54,7 +55,10 @@ TEST_F(WindowTest, noteTableFollowsTheSelectionAndSelectsTheNoteClicked)
     const HView &time = *controller->musicStream()->timeView;
     EXPECT_DOUBLE_EQ(time.selectionStart, whole[6].startSeconds);
     EXPECT_DOUBLE_EQ(time.selectionEnd, whole[6].endSeconds);
-    QTest::qWait(400);
+    // Once no refresh is pending or under way, the rows are still the whole sound's.
+    const auto *refresh = panes.findChild<QTimer *>(QString(), Qt::FindDirectChildrenOnly);
+    ASSERT_TRUE(refresh);
+    WAIT_FOR(!refresh->isActive() && !panes.noteTable->isComputing(), 30000);
     EXPECT_EQ(panes.noteTable->report().notes.size(), whole.size());
 
     // Hidden again with the same keys; the layout comes back at the next start.
