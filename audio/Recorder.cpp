@@ -28,7 +28,6 @@ namespace quorval {
 namespace {
 
 // Frames the ring holds: far more than the realtime queue ever lags behind.
-constexpr std::int64_t kRingFrames = 8 * 44100;
 // Bytes the source hands over at a time: about 23 ms, short for a live display.
 constexpr qsizetype kSourceBufferBytes = 2048;
 // Starts given up on that have not returned yet.
@@ -42,9 +41,10 @@ std::int64_t steadyMs()
 
 } // namespace
 
-Recorder::Recorder()
+Recorder::Recorder(double ringSeconds)
     : audio(std::make_unique<AudioThread>("quorval-input")),
-      ring(static_cast<std::size_t>(kRingFrames))
+      ring(static_cast<std::size_t>(std::max(1.0, ringSeconds * sampleRate))),
+      ringFrames(static_cast<std::int64_t>(ring.size()))
 {
     // Past a file size limit, writes must fail with an error rather than end the process: the
     // recording stops and keeps what it has. The sound server's client sizes its shared memory
@@ -254,6 +254,9 @@ void Recorder::stop()
     recording = false;
     Quorval::recording = false;
     stream.reset();
+    // The take goes on without the gap; the user must hear of it.
+    if (const std::int64_t lost = droppedFrames.load(); lost > 0)
+        showMessage(QString(), lostSoundMessage(static_cast<double>(lost) / sampleRate));
 }
 
 void Recorder::readInput()
@@ -265,10 +268,9 @@ void Recorder::readInput()
         if (available <= 0)
             break;
         const std::int64_t head = writtenFrames.load(std::memory_order_relaxed);
-        const std::int64_t space =
-            kRingFrames - (head - readFrames.load(std::memory_order_acquire));
-        const std::int64_t at = head % kRingFrames;
-        const std::int64_t want = std::min<std::int64_t>({available, space, kRingFrames - at});
+        const std::int64_t space = ringFrames - (head - readFrames.load(std::memory_order_acquire));
+        const std::int64_t at = head % ringFrames;
+        const std::int64_t want = std::min<std::int64_t>({available, space, ringFrames - at});
         if (want <= 0) {
             // The ring is full: the realtime queue is stuck. Drop rather than block the input.
             std::int16_t scrap[512];
@@ -309,6 +311,14 @@ QString Recorder::inputGoneMessage(const QString &input)
         .arg(input);
 }
 
+QString Recorder::lostSoundMessage(double seconds)
+{
+    return QStringLiteral("The recording lost %1 seconds of sound: it could not be written as "
+                          "fast as it came (a slow or busy disk). What was written is kept, with "
+                          "the lost stretch left out.")
+        .arg(seconds, 0, 'f', 1);
+}
+
 QString Recorder::silentInputMessage(const QString &input)
 {
     return QStringLiteral("No sound comes from the input \"%1\": it may be suspended or held by "
@@ -341,8 +351,8 @@ void Recorder::appendFromRing()
             abort({});
             return;
         }
-        const std::int64_t at = tail % kRingFrames;
-        std::int64_t count = std::min(head - tail, kRingFrames - at);
+        const std::int64_t at = tail % ringFrames;
+        std::int64_t count = std::min(head - tail, ringFrames - at);
         if (limit >= 0)
             count = std::min(count, limit - tail);
         const std::span<const std::int16_t> piece(ring.data() + at,

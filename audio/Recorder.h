@@ -31,7 +31,8 @@ class WavStream;
 // "Recording aborted: no data", an input the server no longer lists with inputGoneMessage()
 // (the server would carry on from another input), and a write that fails with
 // kWriteFailedMessage. Either
-// way what was written before stays in the stream and its file. Messages go through
+// way what was written before stays in the stream and its file. Writes held up for longer than
+// the ring lasts lose input: stop() says how much with lostSoundMessage(). Messages go through
 // showMessage, from the thread that noticed.
 //
 // setup(), start(), stop() and the destructor: main thread (or a tool's). The rest: any thread.
@@ -46,6 +47,8 @@ public:
     // Seconds a start may take before the input counts as delivering nothing (a suspended
     // source, where the audio library would wait for ever).
     static constexpr double kStartSeconds = 4.0;
+    // Seconds of input the ring holds while the stream's writes are held up.
+    static constexpr double kRingSeconds = 8.0;
     static constexpr const char *kWriteFailedMessage =
         "Recording stopped: can't write the sound file (disk full, file too large or folder "
         "gone). Everything recorded before this point is kept.";
@@ -54,8 +57,10 @@ public:
     static QString inputGoneMessage(const QString &input);
     // Why a recording did not start when its input (by description) delivered nothing.
     static QString silentInputMessage(const QString &input);
+    // What a take lost, in seconds, when its writes fell behind by more than the ring holds.
+    static QString lostSoundMessage(double seconds);
 
-    Recorder();
+    explicit Recorder(double ringSeconds = kRingSeconds);
     ~Recorder();
     Recorder(const Recorder &) = delete;
     Recorder &operator=(const Recorder &) = delete;
@@ -125,6 +130,7 @@ private:
 
     std::shared_ptr<WavStream> stream; // set by start(), read on the realtime queue
     std::vector<std::int16_t> ring;    // single producer (audio), single consumer (realtime)
+    std::int64_t ringFrames;
     std::atomic<std::int64_t> writtenFrames{0};
     std::atomic<std::int64_t> readFrames{0};
     std::atomic<std::int64_t> droppedFrames{0};

@@ -411,6 +411,44 @@ TEST(SoundServer, recordingIntoAFullRingKeepsTheNewestSound)
     wav->modified = false;
 }
 
+// Writes held up longer than the ring lasts lose input; the take says how much, and a take
+// whose writes keep up says nothing.
+TEST(SoundServer, aTakeWhoseWritesFallBehindSaysWhatItLost)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    MessageCatcher messages;
+    Recorder recorder(0.25);
+    for (const bool stall : {false, true}) {
+        auto wav = WavStream::createForRecording(1, 2, Recorder::sampleRate);
+        ASSERT_NE(wav, nullptr);
+        ASSERT_TRUE(recorder.start(wav));
+        ASSERT_TRUE(test::waitUntil([&] { return recorder.framesAppended() > 4410; }));
+        if (stall) {
+            // A disk that takes a second over one write.
+            Quorval::realtimeQueue().async(
+                [] { std::this_thread::sleep_for(std::chrono::seconds(1)); });
+        }
+        const std::int64_t before = recorder.framesAppended();
+        ASSERT_TRUE(test::waitUntil([&] { return recorder.framesAppended() > before + 22050; }));
+        recorder.stop();
+        EXPECT_EQ(wav->maximumIndex(), recorder.framesAppended());
+        wav->modified = false;
+        if (!stall) {
+            EXPECT_TRUE(messages.all().isEmpty()) << messages.all().join('\n').toStdString();
+            continue;
+        }
+        ASSERT_EQ(messages.all().size(), 1);
+        const QString text = messages.all().front();
+        const QString prefix = QStringLiteral("The recording lost ");
+        ASSERT_TRUE(text.startsWith(prefix)) << text.toStdString();
+        // About the second held up, less what the ring held.
+        const double lost = text.mid(prefix.size()).section(' ', 0, 0).toDouble();
+        EXPECT_GE(lost, 0.5);
+        EXPECT_LE(lost, 1.0);
+        EXPECT_EQ(text, Recorder::lostSoundMessage(lost));
+    }
+}
+
 TEST(SoundServer, silentSourceEndsTheRecordingKeepingWhatCame)
 {
     QUORVAL_NEED_SOUND_SERVER();
