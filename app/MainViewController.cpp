@@ -8,6 +8,7 @@
 #include "app/Transport.h"
 #include "app/TransportBar.h"
 #include "display/TraceArea.h"
+#include "display/TracePointer.h"
 #include "options/Parameters.h"
 #include "options/dialog/OptionsMenu.h"
 #include "options/dialog/ParmViewController.h"
@@ -52,15 +53,17 @@ MainViewController::MainViewController(MainView *view, OptionsMenu &options)
       transport(
           new Transport({.oneTouch = [] { return Parameters::shared().oneTouchPlayRecord.value(); },
                          .redraw = [] { DisplayView::requestRedraw(); },
-                         .audioPlayer = {}},
+                         .audioPlayer = {},
+                         .playback = std::make_shared<PlaybackState>()},
                         this)),
       transportBar(new TransportBar(*transport, view)),
-      tone(new ToneControl([this] { return music; },
+      tone(new ToneControl([this] { return music; }, transport->playback(),
                            [this](const QString &text) { showPrompt(text); }, this)),
       promptTimer(new QTimer(this))
 {
     QUORVAL_CHECK(mainView);
     displayView->setViewType(Parameters::shared().currentViewType());
+    displayView->setPlayback(transport->playback());
     addKeyActions();
     buildLayout();
     QApplication::instance()->installEventFilter(this);
@@ -82,7 +85,7 @@ MainViewController::MainViewController(MainView *view, OptionsMenu &options)
         transport->setSelection(start, end);
         emit selectionChanged(start, end);
     });
-    connect(displayView, &DisplayView::playStartChanged, transport, &Transport::moveNeedle);
+    connect(traceArea->pointer, &TracePointer::playStartChanged, transport, &Transport::moveNeedle);
     refreshControls();
 }
 

@@ -7,7 +7,9 @@
 #include "app/RecentFiles.h"
 #include "app/ReportCommands.h"
 #include "app/SoundDocument.h"
-#include "display/DisplayView.h"
+#include "app/Transport.h"
+#include "display/TraceArea.h"
+#include "display/TracePointer.h"
 #include "help/HelpViewer.h"
 #include "help/UpdateChecker.h"
 #include "options/Parameters.h"
@@ -72,7 +74,7 @@ void MainWindow::setParts(const Parts &given)
     buildMenus();
     buildStatusBar();
     partTies = {
-        connect(parts->content.displayView, &DisplayView::hovered, this,
+        connect(parts->content.traceArea->pointer, &TracePointer::hovered, this,
                 [this](const HoverInfo &info) { hoverLabel->setText(info.text); }),
         connect(&parts->content, &MainViewController::selectionChanged, this,
                 [this](double start, double end) {
@@ -296,7 +298,8 @@ void MainWindow::refreshMenus()
     propertiesMenuItem->setEnabled(hasSound);
     showDeviationsMenuItem->setEnabled(hasSound && !parts->reports.deviationsRunning());
     guessKeyMenuItem->setEnabled(hasSound && !parts->reports.guessingKey());
-    selectAllSoundMenuItem->setEnabled(hasSound && !Quorval::playing && !Quorval::recording);
+    const PlaybackState &playback = *parts->content.transport->playback();
+    selectAllSoundMenuItem->setEnabled(hasSound && !playback.running());
 
     parts->optionsMenu.refreshPresets();
     const bool developer = Quorval::developerMode();

@@ -90,7 +90,6 @@ protected:
             wav->modified = false;
         delegate.reset();
         AskViewController::setResponder(previousResponder);
-        Quorval::loop = false;
         Quorval::setDeveloperMode(false);
     }
 
