@@ -45,7 +45,8 @@ IntonationPanes::IntonationPanes(QMainWindow &window, MainViewController &contro
                                new LiveReadout(&window))),
       noteTable(static_cast<NoteTableView *>(noteTableDock->widget())),
       liveReadout(static_cast<LiveReadout *>(liveReadoutDock->widget())), content(controller),
-      feed(std::make_unique<LiveReadoutFeed>(*liveReadout)), tableTimer(new QTimer(this))
+      feed(std::make_unique<LiveReadoutFeed>(*liveReadout, controller.transport->playback())),
+      tableTimer(new QTimer(this))
 {
     window.addDockWidget(Qt::RightDockWidgetArea, noteTableDock);
     window.addDockWidget(Qt::BottomDockWidgetArea, liveReadoutDock);

@@ -116,8 +116,9 @@ void LiveReadout::paintEvent(QPaintEvent *)
     painter.drawText(centsBox, Qt::AlignCenter, centsLabel + QStringLiteral(" cents"));
 }
 
-LiveReadoutFeed::LiveReadoutFeed(LiveReadout &readout, QObject *parent)
-    : QObject(parent), readout(readout)
+LiveReadoutFeed::LiveReadoutFeed(LiveReadout &readout,
+                                 std::shared_ptr<const PlaybackState> playback, QObject *parent)
+    : QObject(parent), readout(readout), playback(std::move(playback))
 {
     timer.setInterval(kIntervalMs);
     connect(&timer, &QTimer::timeout, this, &LiveReadoutFeed::update);
@@ -142,7 +143,7 @@ void LiveReadoutFeed::update()
         readout.clear();
         return;
     }
-    const double needle = Quorval::needleTime;
+    const double needle = playback->needleTime;
     struct Reading
     {
         std::int64_t index = -1;
@@ -163,7 +164,7 @@ void LiveReadoutFeed::update()
         });
     };
     Reading r =
-        read(Quorval::recording, static_cast<std::int64_t>(std::floor(needle / pitch->xScale)));
+        read(playback->recording, static_cast<std::int64_t>(std::floor(needle / pitch->xScale)));
     if (r.index < 0) {
         readout.clear();
         return;

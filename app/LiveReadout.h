@@ -1,5 +1,6 @@
 #pragma once
 
+#include "display/PlaybackState.h"
 #include "streams/DisplayColumnStream.h"
 
 #include <QColor>
@@ -52,8 +53,8 @@ private:
 };
 
 // Keeps a LiveReadout on the sound being recorded or played: every kIntervalMs it shows the
-// newest whole segment of the music while Quorval::recording, else the segment at
-// Quorval::needleTime. A segment not yet calculated is computed then. Main thread only.
+// newest whole segment of the music while the playback records, else the segment at its
+// needle. A segment not yet calculated is computed then. Main thread only.
 class LiveReadoutFeed : public QObject
 {
     Q_OBJECT
@@ -61,7 +62,8 @@ class LiveReadoutFeed : public QObject
 public:
     static constexpr int kIntervalMs = 50;
 
-    LiveReadoutFeed(LiveReadout &readout, QObject *parent = nullptr);
+    LiveReadoutFeed(LiveReadout &readout, std::shared_ptr<const PlaybackState> playback,
+                    QObject *parent = nullptr);
 
     // Follows music from now on; nothing stops following and blanks the read-out.
     void follow(std::shared_ptr<MusicStream> music);
@@ -70,6 +72,7 @@ public:
 
 private:
     LiveReadout &readout;
+    std::shared_ptr<const PlaybackState> playback;
     std::shared_ptr<MusicStream> music;
     QTimer timer;
 };

@@ -11,6 +11,7 @@
 #include "app/WindowAction.h"
 #include "app/ZoomControls.h"
 #include "display/TraceArea.h"
+#include "display/TracePointer.h"
 #include "options/Parameters.h"
 #include "options/dialog/OptionsMenu.h"
 #include "options/dialog/ParmViewController.h"
@@ -46,15 +47,17 @@ MainViewController::MainViewController(MainView *view, OptionsMenu &options)
       transport(
           new Transport({.oneTouch = [] { return Parameters::shared().oneTouchPlayRecord.value(); },
                          .redraw = [] { DisplayView::requestRedraw(); },
-                         .audioPlayer = {}},
+                         .audioPlayer = {},
+                         .playback = std::make_shared<PlaybackState>()},
                         this)),
       transportBar(new TransportBar(*transport, view)),
       prompt(new KeyPrompt(*displayView, view, this))
 {
-    tone = new ToneControl([this] { return music; },
+    tone = new ToneControl([this] { return music; }, transport->playback(),
                            [this](const QString &text) { prompt->show(text); }, this);
     QUORVAL_CHECK(mainView);
     displayView->setViewType(Parameters::shared().currentViewType());
+    displayView->setPlayback(transport->playback());
     addKeyActions();
     buildLayout();
     QApplication::instance()->installEventFilter(this);
@@ -73,7 +76,7 @@ MainViewController::MainViewController(MainView *view, OptionsMenu &options)
         transport->setSelection(start, end);
         emit selectionChanged(start, end);
     });
-    connect(displayView, &DisplayView::playStartChanged, transport, &Transport::moveNeedle);
+    connect(traceArea->pointer, &TracePointer::playStartChanged, transport, &Transport::moveNeedle);
     refreshControls();
 }
 

@@ -8,8 +8,11 @@
 #include "app/ReportCommands.h"
 #include "app/SoundDocument.h"
 #include "app/StatusLine.h"
+#include "app/Transport.h"
 #include "app/WindowAction.h"
 #include "display/DisplayView.h"
+#include "display/TraceArea.h"
+#include "display/TracePointer.h"
 #include "help/HelpViewer.h"
 #include "help/UpdateChecker.h"
 #include "options/Parameters.h"
@@ -62,7 +65,7 @@ void MainWindow::setParts(const Parts &given)
     parts.emplace(given);
     buildMenus();
     partTies = {
-        connect(parts->content.displayView, &DisplayView::hovered, status,
+        connect(parts->content.traceArea->pointer, &TracePointer::hovered, status,
                 [this](const HoverInfo &info) { status->showHover(info.text); }),
         connect(&parts->content, &MainViewController::selectionChanged, this,
                 [this](double start, double end) {
@@ -252,7 +255,8 @@ void MainWindow::refreshMenus()
     propertiesMenuItem->setEnabled(hasSound);
     showDeviationsMenuItem->setEnabled(hasSound && !parts->reports.deviationsRunning());
     guessKeyMenuItem->setEnabled(hasSound && !parts->reports.guessingKey());
-    selectAllSoundMenuItem->setEnabled(hasSound && !Quorval::playing && !Quorval::recording);
+    const PlaybackState &playback = *parts->content.transport->playback();
+    selectAllSoundMenuItem->setEnabled(hasSound && !playback.running());
 
     parts->optionsMenu.refreshPresets();
     const bool developer = Quorval::developerMode();

@@ -13,8 +13,10 @@
 namespace quorval {
 
 ToneControl::ToneControl(std::function<std::shared_ptr<MusicStream>()> soundShown,
+                         std::shared_ptr<const PlaybackState> shown,
                          std::function<void(const QString &)> tell, QObject *parent)
-    : QObject(parent), sound(std::move(soundShown)), say(std::move(tell)), follow(new QTimer(this))
+    : QObject(parent), sound(std::move(soundShown)), playback(std::move(shown)),
+      say(std::move(tell)), follow(new QTimer(this))
 {
     follow->setInterval(100);
     connect(follow, &QTimer::timeout, this, [this] {
@@ -54,7 +56,7 @@ double ToneControl::frequency()
     const Scale scale = Scale::current();
     const std::shared_ptr<MusicStream> music = sound();
     if (const std::shared_ptr<PitchStream> pitch = music ? music->pitchStream() : nullptr) {
-        const double at = Quorval::needleTime / pitch->xScale - pitch->overlap;
+        const double at = playback->needleTime / pitch->xScale - pitch->overlap;
         const auto count = static_cast<double>(pitch->maximumIndex());
         if (std::isfinite(at) && at >= 0.0 && at < count) {
             const double p = music->pitchAt(static_cast<std::int64_t>(at));

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "display/PlaybackState.h"
+
 #include <QObject>
 #include <QString>
 
@@ -22,8 +24,10 @@ class ToneControl : public QObject
     Q_OBJECT
 
 public:
-    // sound: the sound shown, or null; say: a short word for the user (no output to sound on).
+    // sound: the sound shown, or null; playback: where the needle is; say: a short word for the
+    // user (no output to sound on).
     ToneControl(std::function<std::shared_ptr<MusicStream>()> sound,
+                std::shared_ptr<const PlaybackState> playback,
                 std::function<void(const QString &)> say, QObject *parent = nullptr);
     ~ToneControl() override;
 
@@ -35,6 +39,7 @@ public:
 
 private:
     std::function<std::shared_ptr<MusicStream>()> sound;
+    std::shared_ptr<const PlaybackState> playback;
     std::function<void(const QString &)> say;
     std::unique_ptr<ReferenceTone> tone;
     QTimer *follow;

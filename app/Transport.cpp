@@ -8,18 +8,10 @@
 
 namespace quorval {
 
-double Transport::NeedleView::playMark() const
-{
-    return Quorval::needleTime;
-}
-
-void Transport::NeedleView::setPlayMark(double seconds)
-{
-    Quorval::needleTime = seconds;
-}
-
 Transport::Transport(Hooks givenHooks, QObject *parent)
-    : QObject(parent), hooks(std::move(givenHooks)), needleView(hooks.redraw),
+    : QObject(parent), hooks(std::move(givenHooks)),
+      shown(hooks.playback ? hooks.playback : std::make_shared<PlaybackState>()),
+      needleView(*shown, hooks.redraw),
       player(std::make_unique<Player>(needleView, hooks.audioPlayer)),
       recorderPtr(std::make_unique<Recorder>()), recordTimer(new QTimer(this))
 {
@@ -75,7 +67,7 @@ bool Transport::pauseOn() const
 
 bool Transport::isPlaying() const
 {
-    return Quorval::playing;
+    return shown->playing;
 }
 
 bool Transport::isRecording() const
@@ -195,8 +187,7 @@ void Transport::moveNeedle(double seconds)
 
 void Transport::placeNeedle(double seconds)
 {
-    Quorval::needleTime = seconds;
-    Quorval::playStartTime = seconds;
+    shown->needleTime = seconds;
 }
 
 void Transport::setSelection(double start, double end)
@@ -206,13 +197,13 @@ void Transport::setSelection(double start, double end)
 
 void Transport::setLoop(bool on)
 {
-    Quorval::loop = on;
+    needleView.setLoop(on);
     emit stateChanged();
 }
 
 bool Transport::loop() const
 {
-    return Quorval::loop;
+    return needleView.loop();
 }
 
 bool Transport::setSpeed(double speed)
@@ -253,9 +244,9 @@ void Transport::startPlayback()
     wav->waitForCopy();
     const Extent e = extent();
     // The needle belongs to the player's queue while it plays.
-    if (Quorval::needleTime >= e.highest)
-        Quorval::displayQueue().sync([&e] { Quorval::needleTime = e.lowest; });
-    // Quorval::playing is set by the player only when it starts.
+    if (shown->needleTime >= e.highest)
+        Quorval::displayQueue().sync([this, &e] { shown->needleTime = e.lowest; });
+    // The shown state plays only once the player has started.
     (void)player->start(*wav, [this] {
         QMetaObject::invokeMethod(this, &Transport::playbackFinished, Qt::QueuedConnection);
     });
@@ -289,6 +280,7 @@ void Transport::startRecording()
     if (!recorderPtr->start(wav))
         return;
     wav->modified = true;
+    shown->recording = true;
     placeNeedle(extent().highest);
     recordTimer->start();
     emit soundChanged();
@@ -299,6 +291,7 @@ void Transport::stopRecording()
     if (!isRecording())
         return;
     recorderPtr->stop();
+    shown->recording = false;
     recordTimer->stop();
     followRecording();
     emit recordingStopped();
@@ -306,6 +299,7 @@ void Transport::stopRecording()
 
 void Transport::recordingEnded()
 {
+    shown->recording = false;
     recordTimer->stop();
     if (recordOn())
         enter(State::idle);
@@ -315,7 +309,7 @@ void Transport::recordingEnded()
 
 void Transport::followRecording()
 {
-    Quorval::needleTime = extent().highest;
+    shown->needleTime = extent().highest;
     if (hooks.redraw)
         hooks.redraw();
     emit soundChanged();

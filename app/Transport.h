@@ -2,6 +2,7 @@
 
 #include "audio/Player.h"
 #include "audio/PlayerView.h"
+#include "display/PlaybackState.h"
 
 #include <QObject>
 
@@ -45,9 +46,10 @@ public:
 
     struct Hooks
     {
-        std::function<bool()> oneTouch;         // the option in force; off when not given
-        std::function<void()> redraw;           // the needle moved; "display" queue
-        Player::AudioPlayerFactory audioPlayer; // opens a file for playing (tests give a fake)
+        std::function<bool()> oneTouch;          // the option in force; off when not given
+        std::function<void()> redraw;            // the needle moved; "display" queue
+        Player::AudioPlayerFactory audioPlayer;  // opens a file for playing (tests give a fake)
+        std::shared_ptr<PlaybackState> playback; // what the trace area shows; null: its own
     };
 
     explicit Transport(Hooks hooks, QObject *parent = nullptr);
@@ -120,6 +122,9 @@ public:
     [[nodiscard]] bool canRecordInto() const;
 
     [[nodiscard]] const Recorder &recorder() const { return *recorderPtr; }
+    // The needle and whether sound runs, as the transport keeps them for the trace area.
+    [[nodiscard]] const std::shared_ptr<PlaybackState> &playback() const { return shown; }
+    [[nodiscard]] double needleTime() const { return shown->needleTime; }
 
 signals:
     // The state, or whether sound runs, changed.
@@ -130,13 +135,20 @@ signals:
     void recordingStopped();
 
 private:
-    // The player's view of the display: the needle is Quorval::needleTime.
+    // The player's view of the display: the needle and whether it plays are the shown state's.
     class NeedleView : public SharedPlayerView
     {
     public:
-        using SharedPlayerView::SharedPlayerView;
-        [[nodiscard]] double playMark() const override;
-        void setPlayMark(double seconds) override;
+        NeedleView(PlaybackState &state, std::function<void()> redraw)
+            : SharedPlayerView(std::move(redraw)), state(state)
+        {
+        }
+        [[nodiscard]] double playMark() const override { return state.needleTime; }
+        void setPlayMark(double seconds) override { state.needleTime = seconds; }
+        void setPlaying(bool on) override { state.playing = on; }
+
+    private:
+        PlaybackState &state;
     };
 
     void enter(State state, bool prepared = false);
@@ -157,6 +169,7 @@ private:
     std::optional<double> needleToEnd(double Extent::*end);
 
     Hooks hooks;
+    std::shared_ptr<PlaybackState> shown;
     std::shared_ptr<WavStream> wav;
     State current = State::idle;
     bool preparedFlag = false;

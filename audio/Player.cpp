@@ -80,7 +80,7 @@ bool Player::start(WavStream &wav, std::function<void()> finish)
         beginPass();
         displayTimer.resume();
         playing = true;
-        Quorval::playing = true;
+        view.setPlaying(true);
         return true;
     });
 }
@@ -95,7 +95,7 @@ void Player::stop()
         displayTimer.suspend();
         audioPlayer->pause();
         playing = false;
-        Quorval::playing = false;
+        view.setPlaying(false);
     });
 }
 
@@ -151,7 +151,7 @@ void Player::tick()
         view.setPlayMark(t);
     } else {
         audioPlayer->pause();
-        if (Quorval::loop) {
+        if (view.loop()) {
             startTime = loopStartTime;
             beginPass();
             view.setPlayMark(loopStartTime);
@@ -168,7 +168,7 @@ void Player::audioPlayerDidFinishPlaying()
 {
     if (!playing)
         return;
-    if (Quorval::loop) {
+    if (view.loop()) {
         startTime = loopStartTime;
         beginPass();
         return;
@@ -180,7 +180,7 @@ void Player::finishPlaying(double markTime)
 {
     displayTimer.suspend();
     playing = false;
-    Quorval::playing = false;
+    view.setPlaying(false);
     view.setPlayMark(markTime);
     if (finishCallback)
         finishCallback();

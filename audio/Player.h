@@ -18,7 +18,7 @@ class WavStream;
 //
 // It plays the selection, or without one the whole recorded range, from the play mark when the
 // mark lies inside that range, else from the range's start (moving the mark there); at the
-// range's end it loops back to the range's start while Quorval::loop is on. Times are seconds on
+// range's end it loops back to the range's start while the view's loop is on. Times are seconds on
 // the display's axis; the file holds one period of the recording ring, so display time t is
 // position t mod maxRange in the file and playing may wrap from the file's end to its start.
 //

@@ -7,8 +7,9 @@
 
 namespace quorval {
 
-// What the player needs of the display: the play mark (read and set), the selection, and a
-// redraw request. Times are seconds on the display's time axis.
+// What the player needs of the display: the play mark (read and set), the selection, whether
+// to loop it, whether sound is playing, and a redraw request. Times are seconds on the display's
+// time axis.
 //
 // The player calls these on the "display" queue (its ticks, and its start, which it runs there
 // too), never on the main thread: an implementation over main-thread state keeps copies that
@@ -25,8 +26,12 @@ public:
     virtual ~PlayerView() = default;
     [[nodiscard]] virtual double playMark() const = 0;
     virtual void setPlayMark(double seconds) = 0;
+    // Sound started (true) or stopped (false) coming out.
+    virtual void setPlaying(bool on) = 0;
     // The selection when one is set.
     [[nodiscard]] virtual std::optional<Selection> selection() const = 0;
+    // Play the selection (or the whole) again and again.
+    [[nodiscard]] virtual bool loop() const = 0;
     virtual void redraw() = 0;
 };
 
@@ -42,6 +47,9 @@ public:
 
     [[nodiscard]] double playMark() const override { return mark.load(); }
     void setPlayMark(double seconds) override { mark = seconds; }
+    void setPlaying(bool on) override { playingNow = on; }
+    // Any thread.
+    [[nodiscard]] bool isPlaying() const { return playingNow; }
     [[nodiscard]] std::optional<Selection> selection() const override
     {
         std::lock_guard lock(mutex);
@@ -49,6 +57,9 @@ public:
             return std::nullopt;
         return selected;
     }
+    [[nodiscard]] bool loop() const override { return looping; }
+    // Any thread.
+    void setLoop(bool on) { looping = on; }
     // A negative start, or an end not after the start, means no selection. Any thread.
     void setSelection(double start, double end)
     {
@@ -63,6 +74,8 @@ public:
 
 private:
     std::atomic<double> mark{0.0};
+    std::atomic<bool> playingNow{false};
+    std::atomic<bool> looping{false};
     mutable std::mutex mutex;
     Selection selected{-1.0, -1.0}; // guarded by mutex
     std::function<void()> redrawHandler;

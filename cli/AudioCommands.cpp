@@ -316,7 +316,7 @@ int Tool::play(const CommandLine &line)
     if (line.fromSeconds || line.toSeconds)
         view.setSelection(stretch->first, stretch->second);
     view.setPlayMark(line.fromSeconds.value_or(start));
-    Quorval::loop = line.loop;
+    view.setLoop(line.loop);
     std::atomic<bool> finished{false};
     const Interruption::Listening listening;
     {
@@ -337,7 +337,6 @@ int Tool::play(const CommandLine &line)
         if (showProgress)
             std::fprintf(stderr, "\r\033[K");
     }
-    Quorval::loop = false;
     return kOk;
 }
 

@@ -57,13 +57,15 @@ int Tool::render(const CommandLine &line)
     // The spectrum is of the segment at the needle, here the middle of the stretch, away from
     // the attack of a note that starts it; time views show no needle.
     const double middle = (from + to) / 2.0;
-    Quorval::needleTime = spectrum ? middle : -1.0;
+    auto playback = std::make_shared<PlaybackState>();
+    playback->needleTime = spectrum ? middle : -1.0;
     if (spectrum && !waitForSpectrum(*music, middle))
         complain(QStringLiteral("%1: no spectrum at %2 s").arg(line.file).arg(middle));
     const auto release = qScopeGuard([] { Quorval::setVisibleSegmentSource(nullptr); });
     TraceArea area;
     area.displayView->setSound(music);
     area.displayView->setViewType(type);
+    area.displayView->setPlayback(playback);
     if (!area.writePicture(line.outputPath, QSizeF(line.width, line.height), line.scale)) {
         complain(QStringLiteral("can't write the picture %1").arg(line.outputPath));
         return kFailed;

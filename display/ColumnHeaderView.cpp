@@ -33,7 +33,7 @@ void ColumnHeaderView::mousePressEvent(QMouseEvent *event)
 
 void ColumnHeaderView::mouseMoveEvent(QMouseEvent *event)
 {
-    if (!(event->buttons() & Qt::LeftButton) || !setup() || !displayView)
+    if (!(event->buttons() & Qt::LeftButton) || !bindAxes() || !displayView)
         return;
     const double x = event->position().x();
     // The content follows the mouse.

@@ -1,36 +1,20 @@
 #pragma once
 
+#include "display/PlaybackState.h"
 #include "display/ScreenView.h"
 #include "display/TraceFeed.h"
 #include "streams/DisplayColumnStream.h"
 
 #include <QString>
 
-#include <cstdint>
 #include <memory>
 #include <optional>
-#include <vector>
 
 namespace quorval {
 
-class MyScroller;
-
-// What lies under the mouse in the trace area, for a status bar.
-struct HoverInfo
-{
-    double timeSeconds = 0.0; // or hertz on the spectrum's axis
-    bool pitched = false;     // the column under the mouse has a pitch
-    double pitch = 0.0;       // note number
-    QString noteName;         // e.g. "A4"
-    double cents = 0.0;       // deviation from the nearest line of the scale, + sharp
-    double goodness = 0.0;
-    QString text; // all of it on one line, as the status bar shows it
-};
-
-// The trace area's canvas: turns presses and drags into a playback start and a selection,
-// carries the zooms and the scrolling, and keeps its scrollers and headers in step. It draws
-// the sound and view type its owner hands it (setSound, setViewType) with the painters of
-// TracePainters.h.
+// The trace area's canvas: draws the sound and view type its owner hands it (setSound,
+// setViewType) with the painters of TracePainters.h, carries the zooms and the scrolling, and
+// keeps its headers in step. Its scrollers are TraceScrollers', the mouse TracePointer's.
 //
 // Painting only paints: the axes, the column stream and what the painters are given are
 // prepared on resize, zoom, scroll, data change and a new sound or view type (redrawAll); the
@@ -38,13 +22,12 @@ struct HoverInfo
 // time, repeated requests merged; paint never waits on a queue and changes nothing.
 //
 // What others call, all on the main thread:
-//   - the window: setSound and setViewType; setHeaders once; hZoom/hToggle/vZoom/vToggle from
-//     its zoom buttons; canHScrollOut()/canVScrollOut() and the signal scrollOutChanged to
-//     enable them; setPromptMessage; hovered for its status bar.
-//   - the player and recorder: Quorval::needleTime, Quorval::playing and Quorval::recording
-//     (set them, then requestRedraw(), from any thread; while playing or recording the view
-//     follows the needle); a press announces the next play's start by playStartChanged; the
-//     selection is hView's selectionStart/selectionEnd, announced by selectionChanged.
+//   - the window: setSound, setViewType and setPlayback; setHeaders once; hZoom/hToggle/vZoom/
+//     vToggle from its zoom buttons; canHScrollOut()/canVScrollOut() and the signal
+//     scrollOutChanged to enable them; setPromptMessage.
+//   - the transport, through the playback state: while sound runs the view follows the needle
+//     (it asks for a redraw with requestRedraw(), from any thread); the selection is hView's
+//     selectionStart/selectionEnd, announced by selectionChanged.
 //   - anyone: requestRedraw() from any thread; requests merge into one redraw.
 class DisplayView : public ScreenView
 {
@@ -59,10 +42,12 @@ public:
     void setViewType(ViewType type);
     [[nodiscard]] const std::shared_ptr<MusicStream> &sound() const { return shownSource.music; }
     [[nodiscard]] ViewType shownViewType() const { return shownSource.viewType; }
+    // The needle and whether sound runs; idle with no needle until given.
+    void setPlayback(std::shared_ptr<const PlaybackState> state);
+    [[nodiscard]] const PlaybackState &playback() const { return *feed.playback; }
 
-    // Stores the headers and the scrollers (each optional) and connects them.
-    void setHeaders(ScreenView *rowHeader, ScreenView *columnHeader,
-                    MyScroller *hScroller = nullptr, MyScroller *vScroller = nullptr);
+    // Stores the headers (each optional) and binds them to what this view draws.
+    void setHeaders(ScreenView *rowHeader, ScreenView *columnHeader);
 
     // Zoom and its undo, as the zoom buttons use them (factor > 1 zooms in).
     void hZoom(double factor);
@@ -98,39 +83,34 @@ public:
 
     // What the painters are given, as last prepared; the headers paint from it too.
     [[nodiscard]] const TraceFeed::Frame &frame() const { return feed.frame(); }
+    // The data fetched last, which the frame draws.
+    [[nodiscard]] const TraceSnapshot &shownSnapshot() const { return feed.shown(); }
     // The column stream of the visible range, as last prepared.
     [[nodiscard]] const std::shared_ptr<DisplayColumnStream> &columnStream() const
     {
         return feed.columnStream;
     }
 
-    // "leftTime %f, timeWidth %f\n" and the column stream's description.
-    [[nodiscard]] QString description() const;
-
-    // What the mouse at canvas x lies over. hovered tells it on every move (drags included) and
-    // again whenever the view or its data change under a mouse that stays in the canvas.
-    [[nodiscard]] HoverInfo hoverAt(double x) const;
+    // Sets hView's selection (start < 0: none), announces it and draws it.
+    void select(double start, double end);
 
     ScreenView *rowHeaderView = nullptr;
     ScreenView *columnHeaderView = nullptr;
-    MyScroller *hScroller = nullptr;
-    MyScroller *vScroller = nullptr;
 
     QColor backgroundColor = Qt::black;
     QColor needleColor = Qt::red;
 
 signals:
     void scrollOutChanged(bool canHScrollOut, bool canVScrollOut);
+    // The part of the whole shown moved: the scrollers' knobs follow.
+    void scrollersStale();
     // start < 0: no selection.
     void selectionChanged(double start, double end);
-    void playStartChanged(double timeSeconds);
-    void hovered(const HoverInfo &info);
+    // The view or its data changed (a zoom, a scroll, new columns): what lies under a still
+    // mouse may have changed with them.
+    void viewMoved();
 
 protected:
-    void mousePressEvent(QMouseEvent *event) override;
-    void mouseMoveEvent(QMouseEvent *event) override;
-    void wheelEvent(QWheelEvent *event) override;
-    void leaveEvent(QEvent *event) override;
     void resizeEvent(QResizeEvent *event) override;
     void showEvent(QShowEvent *event) override;
 
@@ -140,14 +120,8 @@ private:
     [[nodiscard]] TraceFeed::Axes axes() const;
     // What redrawAll posts: prepare for the canvas as it is, fetch, repaint.
     void prepareShown();
-    // The selection as hView has it, drawn without preparing anything else.
-    void showSelection();
-    void updateScrollers();
-    void applyHScroller(double position);
-    void applyVScroller(double position);
-    void pageH(int direction);
-    void pageV(int direction);
-    [[nodiscard]] double timeAt(double x) const;
+    // Whether the view shows less than the whole, posted after a preparation that moved it.
+    void updateScrollOut();
 
     TraceSource shownSource;
     bool canHScrollOutValue = false;
@@ -156,11 +130,6 @@ private:
     TraceFeed feed;
     bool scrollerUpdatePosted = false;
     bool preparePosted = false;
-    // Where the mouse last was over the canvas, for the hover read-out after the view moves.
-    bool mouseInside = false;
-    double lastMouseX = 0.0; // points
 };
 
 } // namespace quorval
-
-Q_DECLARE_METATYPE(quorval::HoverInfo)

@@ -37,7 +37,7 @@ void RowHeaderView::mousePressEvent(QMouseEvent *event)
 
 void RowHeaderView::mouseMoveEvent(QMouseEvent *event)
 {
-    if (!(event->buttons() & Qt::LeftButton) || !setup())
+    if (!(event->buttons() & Qt::LeftButton) || !bindAxes())
         return;
     const double y = event->position().y();
     // The notes follow the mouse: dragging up brings lower notes into view.

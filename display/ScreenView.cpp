@@ -12,7 +12,7 @@ ScreenView::ScreenView(QWidget *parent) : QWidget(parent)
     setAttribute(Qt::WA_OpaquePaintEvent);
 }
 
-bool ScreenView::setup()
+bool ScreenView::bindAxes()
 {
     musicStream = source ? source->music : nullptr;
     if (!musicStream || !musicStream->compositeView) {

@@ -30,10 +30,10 @@ class ScreenView : public QWidget
 public:
     explicit ScreenView(QWidget *parent = nullptr);
 
-    // Takes source's sound, the DataView of its view type and the axis that view runs along
-    // (the frequency axis for the spectrum, else time). False without a source or a sound that
-    // has its views, and then nothing is drawn.
-    bool setup();
+    // Binds hView, dataView and musicStream to source's sound: the DataView of its view type and
+    // the axis that view runs along (the frequency axis for the spectrum, else time). False
+    // without a source or a sound that has its views. Before acting on the axes; never in paint.
+    bool bindAxes();
 
     // Paints the surface into painter at size (points): what paintEvent draws, and what a
     // picture of the window is made of. Draws what was prepared; changes nothing.

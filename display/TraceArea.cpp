@@ -5,6 +5,8 @@
 #include "display/MyScroller.h"
 #include "display/RowHeaderView.h"
 #include "display/TracePainters.h"
+#include "display/TracePointer.h"
+#include "display/TraceScrollers.h"
 
 #include <QGridLayout>
 #include <QPainter>
@@ -17,7 +19,7 @@ namespace quorval {
 TraceArea::TraceArea(QWidget *parent)
     : QWidget(parent), displayView(new DisplayView(this)), rowHeaderView(new RowHeaderView(this)),
       columnHeaderView(new ColumnHeaderView(this)), hScroller(new MyScroller(Qt::Horizontal, this)),
-      vScroller(new MyScroller(Qt::Vertical, this))
+      vScroller(new MyScroller(Qt::Vertical, this)), pointer(new TracePointer(*displayView))
 {
     auto *layout = new QGridLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -32,7 +34,8 @@ TraceArea::TraceArea(QWidget *parent)
     layout->setColumnStretch(1, 1);
     hScroller->hide();
     vScroller->hide();
-    displayView->setHeaders(rowHeaderView, columnHeaderView, hScroller, vScroller);
+    new TraceScrollers(*displayView, hScroller, vScroller);
+    displayView->setHeaders(rowHeaderView, columnHeaderView);
 }
 
 QSizeF TraceArea::pictureSize(QSizeF traceSize) const

@@ -11,10 +11,12 @@ class ColumnHeaderView;
 class DisplayView;
 class MyScroller;
 class RowHeaderView;
+class TracePointer;
 
 // The trace area as the window embeds it: the ruler on top, the keyboard at the left, the
-// display with its two scrollers, wired together. It draws the open sound (Quorval's music
-// stream). Also makes pictures of the same views without a window. Main thread.
+// display with its two scrollers, wired together. It draws the sound its owner hands the
+// display, with the playback state handed it. Also makes pictures of the same views without a
+// window. Main thread.
 class TraceArea : public QWidget
 {
     Q_OBJECT
@@ -27,6 +29,7 @@ public:
     ColumnHeaderView *columnHeaderView;
     MyScroller *hScroller;
     MyScroller *vScroller;
+    TracePointer *pointer; // the mouse over the display
 
     // The whole picture's size for a trace canvas of traceSize points: keyboard and ruler added.
     [[nodiscard]] QSizeF pictureSize(QSizeF traceSize) const;

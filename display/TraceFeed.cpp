@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 namespace quorval {
 
@@ -46,7 +47,7 @@ HExtent TraceFeed::extent(const DataView *view) const
     if (view && shownSnapshot.extent && shownSnapshot.data == view->data)
         e = *shownSnapshot.extent;
     e.preferredLength = Parameters::shared().preferredDisplayLength.value();
-    e.growing = Quorval::recording;
+    e.growing = playback->recording;
     return e;
 }
 
@@ -62,7 +63,7 @@ HExtent TraceFeed::refreshExtent(const DataView &view)
         shownSnapshot.extent = fetched;
     HExtent e = fetched;
     e.preferredLength = Parameters::shared().preferredDisplayLength.value();
-    e.growing = Quorval::recording;
+    e.growing = playback->recording;
     return e;
 }
 
@@ -88,11 +89,12 @@ std::optional<TraceRequest> TraceFeed::prepare(const Axes &axes, QSizeF size)
     if (known) {
         if (h.leftTime < e.lowestX)
             h.setLeftTime(e.lowestX, e, true);
-        if (h.functionOfTime && (Quorval::playing || Quorval::recording))
-            h.followNeedle(Quorval::needleTime, e);
+        if (h.functionOfTime && playback->running())
+            h.followNeedle(playback->needleTime, e);
     }
     // The spectrum view shows the segment at the needle, whatever the calculation is doing.
-    musicStream->showSpectrumAt(viewType == ViewType::Spectrum ? Quorval::needleTime.load() : -1.0);
+    musicStream->showSpectrumAt(viewType == ViewType::Spectrum ? playback->needleTime.load()
+                                                               : -1.0);
 
     TraceRequest request;
     request.data = v.data;
@@ -102,9 +104,9 @@ std::optional<TraceRequest> TraceFeed::prepare(const Axes &axes, QSizeF size)
             columnStream->timeWidth != h.timeWidth || columnStream->musicStream != musicStream) {
             columnStream = DisplayColumnStream::create(musicStream, columns, h.timeWidth);
             Quorval::setVisibleSegmentSource(columnStream);
-            Quorval::needsRecolor = false;
+            recolorWanted = false;
             musicStream->requestCalculation();
-        } else if (Quorval::needsRecolor.exchange(false)) {
+        } else if (std::exchange(recolorWanted, false)) {
             columnStream->recolor(ColumnSettings::current());
             ++generation;
         }
@@ -149,7 +151,7 @@ void TraceFeed::prepareFrame()
         f.selectionEnd = h.selectionEnd;
     }
     if (h.functionOfTime)
-        f.needleTime = Quorval::needleTime;
+        f.needleTime = playback->needleTime;
 
     if (viewType == ViewType::Spectrum) {
         SpectrumTrace &s = f.spectrum;

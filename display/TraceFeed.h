@@ -1,6 +1,7 @@
 #pragma once
 
 #include "display/HeaderPainters.h"
+#include "display/PlaybackState.h"
 #include "display/TracePainters.h"
 #include "display/TraceSnapshot.h"
 
@@ -21,8 +22,9 @@ class MusicStream;
 // fetches snapshots of the data from the data queue (one fetch at a time; `landed` says when
 // one is in) and turns all of it into the Frame the painters are given.
 //
-// Main thread only. The options it reads (trace height, gain control, note names, key labels,
-// "A Frequency", the scale) are read here, never in a paint.
+// The needle and whether sound runs come from the playback state it is given (idle, with no
+// needle, until then). Main thread only. The options it reads (trace height, gain control, note
+// names, key labels, "A Frequency", the scale) are read here, never in a paint.
 class TraceFeed : public QObject
 {
     Q_OBJECT
@@ -66,6 +68,8 @@ public:
     bool prepareNow(const Axes &axes, QSizeF size);
     // The data changed: the shown snapshot is stale.
     void dataChanged() { ++generation; }
+    // A colouring option changed: the next prepare recolours the columns.
+    void recolor() { recolorWanted = true; }
     // Nothing to draw.
     void clear() { prepared = Frame{}; }
 
@@ -79,6 +83,7 @@ public:
     void takeSelection(const HView &h);
     [[nodiscard]] const TraceSnapshot &shown() const { return shownSnapshot; }
     std::shared_ptr<DisplayColumnStream> columnStream;
+    std::shared_ptr<const PlaybackState> playback = std::make_shared<PlaybackState>();
 
     double minTraceHeight = 0.5; // smallest half-height of a trace stroke, points
     QColor volumeColor = Qt::white;
@@ -101,6 +106,7 @@ private:
     Frame prepared;
     std::uint64_t generation = 1;
     bool fetchInFlight = false;
+    bool recolorWanted = false;
 };
 
 } // namespace quorval

@@ -14,12 +14,7 @@
 
 namespace quorval {
 
-std::atomic<bool> Quorval::needsRecolor{false};
-std::atomic<bool> Quorval::playing{false};
 std::atomic<bool> Quorval::recording{false};
-std::atomic<bool> Quorval::loop{false};
-std::atomic<double> Quorval::needleTime{0.0};
-std::atomic<double> Quorval::playStartTime{0.0};
 
 namespace {
 
@@ -78,6 +73,7 @@ struct MainState
     std::mutex mutex;
     Quorval::MainPoster poster;
     std::function<void()> redisplayHandler;
+    std::function<void()> recolorHandler;
     std::thread::id mainThread;
     std::shared_ptr<MusicStream> musicStream;
     std::shared_ptr<VisibleSegmentSource> visibleSource;
@@ -174,6 +170,11 @@ void Quorval::setRedisplayHandler(std::function<void()> handler)
     storeShared(&MainState::redisplayHandler, std::move(handler));
 }
 
+void Quorval::setRecolorHandler(std::function<void()> handler)
+{
+    storeShared(&MainState::recolorHandler, std::move(handler));
+}
+
 void Quorval::redisplay()
 {
     auto runHandler = [] {
@@ -220,8 +221,15 @@ void Quorval::installOptionFollowUps()
         }
     };
     handlers.recolor = [] {
-        needsRecolor = true;
-        redisplay();
+        auto recolor = [] {
+            if (const std::function<void()> handler = loadShared(&MainState::recolorHandler))
+                handler();
+            redisplay();
+        };
+        if (isMainThread())
+            recolor();
+        else
+            postToMain(recolor);
     };
     handlers.redisplay = [] { redisplay(); };
     setFollowUpHandlers(std::move(handlers));

@@ -72,8 +72,9 @@ public:
     static void setRedisplayHandler(std::function<void()> handler);
     static void redisplay();
 
-    // The display's colours must be computed afresh (a colouring option changed). Any thread.
-    static std::atomic<bool> needsRecolor;
+    // Recolour: a colouring option changed and the display's colours must be computed afresh.
+    // The handler runs on the main thread, before the redisplay that follows it.
+    static void setRecolorHandler(std::function<void()> handler);
 
     // Installs the work that option changes ask for into the options' follow-up hook: re-cut
     // and recompute the open sound, recolour, redraw. Main thread, at start-up.
@@ -83,11 +84,8 @@ public:
     // Developer mode, off at start: kept by the options, which sit below and read it too.
     [[nodiscard]] static bool developerMode();
     static void setDeveloperMode(bool on);
-    static std::atomic<bool> playing;
+    // The recorder is filling the sound: the analysis treats its end as growing.
     static std::atomic<bool> recording;
-    static std::atomic<bool> loop;            // play the selection again and again
-    static std::atomic<double> needleTime;    // seconds: the current play or record position
-    static std::atomic<double> playStartTime; // seconds: where the next play starts
 
     // The transform used for the spectrum of one chosen segment. Crunch queue only.
     static FFTOC &sharedFFT();

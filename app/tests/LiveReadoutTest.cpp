@@ -47,11 +47,7 @@ int textHeight(const QImage &image, const QColor &colour)
 class LiveReadoutTest : public StoreTest
 {
 protected:
-    void TearDown() override
-    {
-        Quorval::recording = false;
-        Quorval::needleTime = 0.0;
-    }
+    void TearDown() override { Quorval::recording = false; }
 };
 
 // A recording fed in 10 ms pieces, as the recorder hands them over: silence, then A4 12 cents
@@ -69,8 +65,11 @@ TEST_F(LiveReadoutTest, followsARecordedToneWithinATenthOfASecond)
     ASSERT_NE(wav, nullptr);
     auto music = MusicStream::create(wav);
     LiveReadout readout;
-    LiveReadoutFeed feed(readout);
+    auto playback = std::make_shared<PlaybackState>();
+    LiveReadoutFeed feed(readout, playback);
+    // The analysis hears of a recording from the recorder, the read-out from the transport.
     Quorval::recording = true;
+    playback->recording = true;
     feed.follow(music);
     EXPECT_TRUE(readout.isBlank());
 
@@ -106,6 +105,7 @@ TEST_F(LiveReadoutTest, followsARecordedToneWithinATenthOfASecond)
         }
     }
     Quorval::recording = false;
+    playback->recording = false;
     ASSERT_TRUE(firstA.has_value());
     ASSERT_TRUE(firstE.has_value());
     EXPECT_LE(*firstA - toneStart, 0.1);
@@ -116,10 +116,10 @@ TEST_F(LiveReadoutTest, followsARecordedToneWithinATenthOfASecond)
     EXPECT_LT(readout.color().red(), 220);
 
     // Not recording: the segment under the play needle.
-    Quorval::needleTime = 0.7;
+    playback->needleTime = 0.7;
     feed.update();
     EXPECT_EQ(readout.noteText(), QStringLiteral("A4"));
-    Quorval::needleTime = 0.2;
+    playback->needleTime = 0.2;
     feed.update();
     EXPECT_TRUE(readout.isBlank());
     feed.follow(nullptr);

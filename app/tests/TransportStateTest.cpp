@@ -21,6 +21,8 @@ struct TransportStateTest : ::testing::Test
     std::shared_ptr<test::FakeAudioState> audio = std::make_shared<test::FakeAudioState>();
     bool oneTouch = false;
     bool playerOpens = true;
+    // What the window hands its trace area.
+    std::shared_ptr<PlaybackState> shown = std::make_shared<PlaybackState>();
     Transport transport{
         {.oneTouch = [this] { return oneTouch; },
          .redraw = {},
@@ -28,15 +30,12 @@ struct TransportStateTest : ::testing::Test
              if (!playerOpens)
                  return nullptr;
              return std::make_unique<test::FakeAudioPlayer>(audio);
-         }}};
+         },
+         .playback = shown}};
     // Three seconds of silence at 1000 frames a second: playable, not recordable.
     std::shared_ptr<WavStream> sound = test::recordedSound(std::vector<std::int16_t>(3000), 1000.0);
 
-    ~TransportStateTest() override
-    {
-        transport.stop();
-        Quorval::loop = false;
-    }
+    ~TransportStateTest() override { transport.stop(); }
 
     // The file runs out, as the audio player reports it.
     void runOut()
@@ -80,7 +79,7 @@ TEST_F(TransportStateTest, clicksMoveBetweenTheStatesAndPlayEndsByItself)
     runOut();
     ASSERT_TRUE(QTest::qWaitFor([&] { return transport.state() == State::idle; }, 5000));
     EXPECT_FALSE(transport.isPlaying());
-    EXPECT_EQ(Quorval::needleTime, 3.0);
+    EXPECT_EQ(shown->needleTime, 3.0);
     EXPECT_GE(changes.count(), 1);
 
     // With the loop on the end begins another pass, and the state stays.
@@ -95,13 +94,35 @@ TEST_F(TransportStateTest, clicksMoveBetweenTheStatesAndPlayEndsByItself)
     // Rewind and fast forward put the needle at the sound's ends, not while nothing is there.
     transport.stop();
     EXPECT_EQ(transport.fastForward(), std::optional<double>(3.0));
-    EXPECT_EQ(Quorval::needleTime, 3.0);
+    EXPECT_EQ(shown->needleTime, 3.0);
     EXPECT_EQ(transport.rewind(), std::optional<double>(0.0));
     transport.setSound(nullptr);
     EXPECT_FALSE(transport.canTogglePlay());
     EXPECT_EQ(transport.rewind(), std::nullopt);
     transport.togglePlay();
     EXPECT_EQ(transport.state(), State::idle);
+}
+
+TEST_F(TransportStateTest, theTraceAreasNeedleFollowsThePlayerAndRestsWhenStopped)
+{
+    transport.setSound(sound);
+    EXPECT_EQ(shown->needleTime, 0.0);
+    transport.togglePlay();
+    EXPECT_TRUE(shown->playing);
+    // The audio clock runs on: the player's ticks carry the needle with it.
+    audio->now = 1.25;
+    ASSERT_TRUE(QTest::qWaitFor([&] { return shown->needleTime == 1.25; }, 5000));
+    transport.togglePause();
+    EXPECT_FALSE(shown->running());
+    audio->now = 2.5;
+    Quorval::displayQueue().sync([] {});
+    EXPECT_EQ(shown->needleTime, 1.25);
+    transport.togglePause();
+    EXPECT_TRUE(shown->playing);
+    transport.stop();
+    EXPECT_FALSE(shown->running());
+    EXPECT_EQ(transport.rewind(), std::optional<double>(0.0));
+    EXPECT_EQ(shown->needleTime, 0.0);
 }
 
 TEST_F(TransportStateTest, oneTouchClicksPrepareAndPauseStartsAndStops)
@@ -164,11 +185,12 @@ TEST_F(TransportStateTest, recordingFollowsTheSoundAndGivesWayToPlayOnlyWhenPaus
     transport.togglePause();
     EXPECT_EQ(transport.state(), State::recording);
     ASSERT_TRUE(transport.isRecording());
+    EXPECT_TRUE(shown->recording);
     EXPECT_TRUE(take->modified);
     // The needle follows the end of what is recorded.
     ASSERT_TRUE(QTest::qWaitFor(
-        [&] { return transport.extent().frames > 4410 && Quorval::needleTime > 0.1; }, 5000));
-    EXPECT_LE(Quorval::needleTime, transport.extent().highest);
+        [&] { return transport.extent().frames > 4410 && shown->needleTime > 0.1; }, 5000));
+    EXPECT_LE(shown->needleTime, transport.extent().highest);
     EXPECT_GE(grew.count(), 2);
     // Play may not take over while recording.
     EXPECT_FALSE(transport.canTogglePlay());
@@ -178,8 +200,9 @@ TEST_F(TransportStateTest, recordingFollowsTheSoundAndGivesWayToPlayOnlyWhenPaus
     transport.togglePause();
     EXPECT_EQ(transport.state(), State::recordPaused);
     EXPECT_FALSE(transport.isRecording());
+    EXPECT_FALSE(shown->running());
     EXPECT_EQ(stopped.count(), 1);
-    EXPECT_EQ(Quorval::needleTime, transport.extent().highest);
+    EXPECT_EQ(shown->needleTime, transport.extent().highest);
 
     // Paused, play takes over and stays paused until the pause goes off.
     transport.togglePlay();

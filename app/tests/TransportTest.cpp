@@ -31,6 +31,9 @@ protected:
         WindowTest::SetUp();
     }
 
+    // What the trace area is shown of the transport.
+    [[nodiscard]] const PlaybackState &shown() const { return *controller->transport->playback(); }
+
     [[nodiscard]] std::int64_t frames() const
     {
         auto wav = controller->wavStream();
@@ -44,57 +47,57 @@ TEST_F(TransportTest, playPauseAndRecordFollowClicksAndKeys)
     ASSERT_TRUE(Parameters::shared().oneTouchPlayRecord.setValue(false));
     controller->stopTransport();
     ASSERT_TRUE(controller->transportBar->playButton->isEnabled());
-    const double start = Quorval::needleTime;
+    const double start = shown().needleTime;
     QTest::mouseClick(controller->transportBar->playButton, Qt::LeftButton);
-    WAIT_FOR(Quorval::playing, 5000);
-    WAIT_FOR(Quorval::needleTime > start + 0.1, 5000);
+    WAIT_FOR(shown().playing, 5000);
+    WAIT_FOR(shown().needleTime > start + 0.1, 5000);
 
     // Space pauses where it is and resumes from there.
     type(' ');
-    EXPECT_FALSE(Quorval::playing);
+    EXPECT_FALSE(shown().playing);
     EXPECT_TRUE(controller->transportBar->playButton->isChecked());
     EXPECT_TRUE(controller->transportBar->pauseButton->isChecked());
-    const double paused = Quorval::needleTime;
+    const double paused = shown().needleTime;
     type(' ');
-    WAIT_FOR(Quorval::playing, 5000);
-    WAIT_FOR(Quorval::needleTime > paused + 0.05, 5000);
+    WAIT_FOR(shown().playing, 5000);
+    WAIT_FOR(shown().needleTime > paused + 0.05, 5000);
 
     // Record turns play off and grows the sound; play is then locked out.
     const std::int64_t before = frames();
     type('r');
-    EXPECT_FALSE(Quorval::playing);
+    EXPECT_FALSE(shown().playing);
     EXPECT_FALSE(controller->transportBar->playButton->isChecked());
-    WAIT_FOR(Quorval::recording, 5000);
+    WAIT_FOR(shown().recording, 5000);
     WAIT_FOR(frames() > before + 4410, 5000);
     EXPECT_TRUE(controller->transportBar->levelMeter->isVisible());
     EXPECT_FALSE(controller->transportBar->playButton->isEnabled());
     EXPECT_TRUE(title().endsWith(QStringLiteral(" *")));
     type('p');
-    EXPECT_TRUE(Quorval::recording);
+    EXPECT_TRUE(shown().recording);
 
     // Paused, a click on play takes over: it turns record off and plays once pause is off.
     type(' ');
-    EXPECT_FALSE(Quorval::recording);
+    EXPECT_FALSE(shown().recording);
     EXPECT_FALSE(controller->transportBar->levelMeter->isVisible());
     const std::int64_t recorded = frames();
     QTest::mouseClick(controller->transportBar->playButton, Qt::LeftButton);
     EXPECT_FALSE(controller->transportBar->recordButton->isChecked());
-    EXPECT_FALSE(Quorval::playing);
+    EXPECT_FALSE(shown().playing);
     type('b');
     type(' ');
-    WAIT_FOR(Quorval::playing, 5000);
+    WAIT_FOR(shown().playing, 5000);
     EXPECT_EQ(frames(), recorded);
     type('p');
-    EXPECT_FALSE(Quorval::playing);
+    EXPECT_FALSE(shown().playing);
 
     // Play turned off while paused leaves nothing paused: the next play starts at once.
     type('p');
-    WAIT_FOR(Quorval::playing, 5000);
+    WAIT_FOR(shown().playing, 5000);
     type(' ');
     type('p');
     EXPECT_FALSE(controller->transportBar->pauseButton->isChecked());
     type('p');
-    WAIT_FOR(Quorval::playing, 5000);
+    WAIT_FOR(shown().playing, 5000);
 }
 
 TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
@@ -107,31 +110,31 @@ TEST_F(TransportTest, oneTouchPreparesAndSpaceStartsAndStops)
     EXPECT_EQ(controller->transportBar->oneTouchLabel->text(),
               QStringLiteral("Touch space to record"));
     type(' ');
-    WAIT_FOR(Quorval::recording, 5000);
+    WAIT_FOR(shown().recording, 5000);
     EXPECT_EQ(controller->transportBar->oneTouchLabel->text(),
               QStringLiteral("Touch space to pause"));
     WAIT_FOR(frames() > 4410, 5000);
     type(' ');
-    EXPECT_FALSE(Quorval::recording);
+    EXPECT_FALSE(shown().recording);
 
     // A click on play prepares it instead of starting.
     QTest::mouseClick(controller->transportBar->playButton, Qt::LeftButton);
-    EXPECT_FALSE(Quorval::playing);
+    EXPECT_FALSE(shown().playing);
     EXPECT_FALSE(controller->transportBar->recordButton->isChecked());
     EXPECT_EQ(controller->transportBar->oneTouchLabel->text(),
               QStringLiteral("Touch space to play"));
     type('b');
     type(' ');
-    WAIT_FOR(Quorval::playing, 5000);
+    WAIT_FOR(shown().playing, 5000);
     // Played to its end, it comes back prepared.
-    WAIT_FOR(!Quorval::playing, 10000);
+    WAIT_FOR(!shown().playing, 10000);
     WAIT_FOR(controller->transportBar->oneTouchLabel->text() ==
                  QStringLiteral("Touch space to play"),
              5000);
 
     // The keys name what they do: p plays at once, one touch or not, prepared as it is.
     type('p');
-    WAIT_FOR(Quorval::playing, 5000);
+    WAIT_FOR(shown().playing, 5000);
     EXPECT_TRUE(controller->transportBar->playButton->isChecked());
     EXPECT_EQ(controller->transportBar->oneTouchLabel->text(),
               QStringLiteral("Touch space to pause"));
@@ -142,7 +145,7 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
 {
     QUORVAL_NEED_SOUND_SERVER();
     // The demo's first note, a little into it.
-    Quorval::needleTime = 0.5;
+    controller->transport->moveNeedle(0.5);
     const double frequency = controller->tone->frequency();
     const Scale scale = Scale::current();
     const double note = scale.noteNumber(frequency);

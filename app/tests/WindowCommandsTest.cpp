@@ -2,6 +2,7 @@
 #include "app/LevelMeter.h"
 #include "app/RecentFiles.h"
 #include "app/ReportCommands.h"
+#include "app/Transport.h"
 #include "app/TransportBar.h"
 #include "app/ZoomControls.h"
 #include "app/tests/WindowTest.h"
@@ -79,10 +80,10 @@ TEST_F(WindowTest, keysAreTheirMenuItemsWhateverHasTheFocus)
         type('u');
         EXPECT_NE(Parameters::shared().tuning.value(), tuning);
         // l is the loop button.
-        const bool loop = Quorval::loop;
+        const bool loop = controller->transport->loop();
         type('l');
-        EXPECT_NE(Quorval::loop, loop);
-        EXPECT_EQ(controller->transportBar->loopButton->isChecked(), Quorval::loop);
+        EXPECT_NE(controller->transport->loop(), loop);
+        EXPECT_EQ(controller->transportBar->loopButton->isChecked(), controller->transport->loop());
         const double whole = time.timeWidth;
         type('+');
         EXPECT_LT(time.timeWidth, whole);

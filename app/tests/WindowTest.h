@@ -69,7 +69,6 @@ protected:
         if (auto wav = controller ? controller->wavStream() : nullptr)
             wav->modified = false;
         delegate.reset();
-        Quorval::loop = false;
         Quorval::setDeveloperMode(false);
     }
 

@@ -30,8 +30,6 @@ struct PlayerFixture : ::testing::Test
     std::shared_ptr<WavStream> wav = test::recordedSound(std::vector<std::int16_t>(3000), 1000.0);
     std::atomic<int> finishes{0};
 
-    ~PlayerFixture() override { Quorval::loop = false; }
-
     bool start()
     {
         return player.start(*wav, [this] { ++finishes; });
@@ -78,7 +76,7 @@ TEST_F(PlayerFixture, loopsToTheSelectionStartAndEndsByHowPlayEnded)
 {
     view.setSelection(1.0, 2.0);
     view.setPlayMark(1.5);
-    Quorval::loop = true;
+    view.setLoop(true);
     ASSERT_TRUE(start());
     audio->now = 1.8;
     ASSERT_TRUE(test::waitUntil([&] { return std::abs(view.playMark() - 1.8) < 1e-9; }));
@@ -89,7 +87,7 @@ TEST_F(PlayerFixture, loopsToTheSelectionStartAndEndsByHowPlayEnded)
     EXPECT_GE(audio->pauses, 1);
 
     // The timer finds the end: the mark rests at the recording's end.
-    Quorval::loop = false;
+    view.setLoop(false);
     audio->now = 2.05;
     ASSERT_TRUE(test::waitUntil([&] { return finishes == 1; }));
     EXPECT_EQ(view.playMark(), 3.0);
@@ -103,7 +101,7 @@ TEST_F(PlayerFixture, loopsToTheSelectionStartAndEndsByHowPlayEnded)
     EXPECT_EQ(view.playMark(), 2.0);
 
     // With the loop on, the file's end begins another pass instead.
-    Quorval::loop = true;
+    view.setLoop(true);
     view.setPlayMark(1.5);
     ASSERT_TRUE(start());
     onDisplay([&] { audio->finish(); });

@@ -768,13 +768,13 @@ TEST(SoundServer, playerFollowsTheOutputAndLoopsToTheSelection)
     view.setSelection(0.5, 0.9);
     view.setPlayMark(0.7);
     const std::size_t firstPass = view.all().size();
-    Quorval::loop = true;
+    view.setLoop(true);
     ASSERT_TRUE(player.start(*wav, [&finished] { ++finished; }));
     const bool looped = test::waitUntil([&] {
         const std::vector<double> marks = view.all();
         return std::count(marks.begin() + firstPass, marks.end(), 0.5) >= 2;
     });
-    Quorval::loop = false;
+    view.setLoop(false);
     player.stop();
     ASSERT_TRUE(looped);
     const std::vector<double> marks = view.all();

@@ -2,6 +2,7 @@
 #include "display/MyScroller.h"
 #include "display/RowHeaderView.h"
 #include "display/TraceArea.h"
+#include "display/TracePointer.h"
 #include "display/tests/Sounds.h"
 #include "streams/MusicStream.h"
 #include "streams/PitchStream.h"
@@ -49,7 +50,7 @@ protected:
 
 TEST_F(Mouse, pressSetsThePlayStartAndDragSelectsWithinTheData)
 {
-    QSignalSpy starts(&display(), &DisplayView::playStartChanged);
+    QSignalSpy starts(area.pointer, &TracePointer::playStartChanged);
     QSignalSpy selections(&display(), &DisplayView::selectionChanged);
     const double perPoint = hView().pixelWidth;
     // The composite view's data are the pitch segments, whose last starts before the sound ends.
@@ -57,8 +58,8 @@ TEST_F(Mouse, pressSetsThePlayStartAndDragSelectsWithinTheData)
     ASSERT_GT(end, 3.9);
 
     QTest::mousePress(&display(), Qt::LeftButton, {}, at(1.0));
-    EXPECT_NEAR(Quorval::playStartTime, 1.0, perPoint);
     ASSERT_EQ(starts.count(), 1);
+    EXPECT_NEAR(starts.last().at(0).toDouble(), 1.0, perPoint);
     EXPECT_FALSE(hView().hasSelection());
     QTest::mouseMove(&display(), at(2.0));
     QTest::mouseRelease(&display(), Qt::LeftButton, {}, at(2.0));
@@ -77,24 +78,23 @@ TEST_F(Mouse, pressSetsThePlayStartAndDragSelectsWithinTheData)
     // A click without a drag clears the selection; one past the end starts play at the end.
     QTest::mouseClick(&display(), Qt::LeftButton, {}, at(8.0));
     EXPECT_FALSE(hView().hasSelection());
-    EXPECT_EQ(Quorval::playStartTime, end);
+    EXPECT_EQ(starts.last().at(0).toDouble(), end);
 
     // While playing, presses and drags change nothing.
-    Quorval::playing = true;
+    shown.playback->playing = true;
     QTest::mousePress(&display(), Qt::LeftButton, {}, at(0.5));
     QTest::mouseMove(&display(), at(1.5));
     QTest::mouseRelease(&display(), Qt::LeftButton, {}, at(1.5));
-    Quorval::playing = false;
+    shown.playback->playing = false;
     EXPECT_FALSE(hView().hasSelection());
-    EXPECT_EQ(Quorval::playStartTime, end);
     EXPECT_EQ(starts.count(), 3);
 }
 
 TEST_F(Mouse, hoverTellsTheNoteAndItsDeviation)
 {
-    QSignalSpy hovers(&display(), &DisplayView::hovered);
+    QSignalSpy hovers(area.pointer, &TracePointer::hovered);
     ASSERT_TRUE(
-        QTest::qWaitFor([this] { return display().hoverAt(at(2.0).x()).pitched; }, kTimeout));
+        QTest::qWaitFor([this] { return area.pointer->hoverAt(at(2.0).x()).pitched; }, kTimeout));
     QTest::mouseMove(&display(), at(2.0));
     ASSERT_FALSE(hovers.isEmpty());
     const auto info = hovers.last().at(0).value<HoverInfo>();
@@ -107,7 +107,7 @@ TEST_F(Mouse, hoverTellsTheNoteAndItsDeviation)
 
 TEST_F(Mouse, hoverFollowsTheMouseThroughDragsScrollsAndZooms)
 {
-    QSignalSpy hovers(&display(), &DisplayView::hovered);
+    QSignalSpy hovers(area.pointer, &TracePointer::hovered);
     auto lastHoverTime = [&hovers] {
         return hovers.isEmpty() ? -1.0 : hovers.last().at(0).value<HoverInfo>().timeSeconds;
     };

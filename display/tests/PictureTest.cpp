@@ -286,7 +286,7 @@ TEST(Picture, spectrumMarksThePeaksAndHarmonicsOfTheNote)
 {
     ShownSound shown(toneAt(57.0, 2.0), ViewType::Spectrum); // 220 Hz
     MusicStream &music = shown.music();
-    Quorval::needleTime = 1.0;
+    shown.playback->needleTime = 1.0;
     TraceArea area;
     shown.showIn(area);
     // The first picture asks for the needle's segment, which the calculation then lays in.

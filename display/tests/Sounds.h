@@ -16,26 +16,22 @@ namespace quorval::test {
 class ShownSound
 {
 public:
-    ShownSound(const std::vector<double> &samples, ViewType type) : type(type), sound(samples)
-    {
-        Quorval::needleTime = -1.0;
-    }
-    ~ShownSound()
-    {
-        Quorval::setVisibleSegmentSource(nullptr);
-        Quorval::playing = false;
-        Quorval::needleTime = 0.0;
-    }
+    ShownSound(const std::vector<double> &samples, ViewType type) : type(type), sound(samples) {}
+    ~ShownSound() { Quorval::setVisibleSegmentSource(nullptr); }
     ShownSound(const ShownSound &) = delete;
     ShownSound &operator=(const ShownSound &) = delete;
 
     MusicStream &music() { return *sound.music; }
-    // Hands the sound and the view type to area's trace.
+    // Hands the sound, the view type and the playback to area's trace.
     void showIn(TraceArea &area) const
     {
         area.displayView->setSound(sound.music);
         area.displayView->setViewType(type);
+        area.displayView->setPlayback(playback);
     }
+
+    // Idle, with no needle, until a test says otherwise.
+    std::shared_ptr<PlaybackState> playback = std::make_shared<PlaybackState>();
 
 private:
     ViewType type;
