@@ -107,6 +107,7 @@ void DisplayView::dataChanged()
 {
     feed.dataChanged();
     redrawAll();
+    emit dataMarkedChanged();
 }
 
 void DisplayView::redrawAll()
@@ -134,6 +135,7 @@ void DisplayView::prepareShown()
         rowHeaderView->update();
     if (columnHeaderView)
         columnHeaderView->update();
+    emit prepared();
 }
 
 void DisplayView::resizeEvent(QResizeEvent *event)

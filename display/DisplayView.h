@@ -125,6 +125,10 @@ signals:
     void selectionChanged(double start, double end);
     void playStartChanged(double timeSeconds);
     void hovered(const HoverInfo &info);
+    // The data were marked changed (a burst of results marks it many times).
+    void dataMarkedChanged();
+    // The axes were prepared for a redraw: the view may have moved.
+    void prepared();
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;

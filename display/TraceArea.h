@@ -10,11 +10,13 @@ namespace quorval {
 class ColumnHeaderView;
 class DisplayView;
 class MyScroller;
+class OverviewStrip;
 class RowHeaderView;
 
-// The trace area as the window embeds it: the ruler on top, the keyboard at the left, the
-// display with its two scrollers, wired together. It draws the open sound (Quorval's music
-// stream). Also makes pictures of the same views without a window. Main thread.
+// The trace area as the window embeds it: the whole sound's overview strip and the ruler on top,
+// the keyboard at the left, the display with its two scrollers, wired together. It draws the open
+// sound (Quorval's music stream). Also makes pictures of the same views without a window. Main
+// thread.
 class TraceArea : public QWidget
 {
     Q_OBJECT
@@ -27,6 +29,7 @@ public:
     ColumnHeaderView *columnHeaderView;
     MyScroller *hScroller;
     MyScroller *vScroller;
+    OverviewStrip *overviewStrip;
 
     // The whole picture's size for a trace canvas of traceSize points: keyboard and ruler added.
     [[nodiscard]] QSizeF pictureSize(QSizeF traceSize) const;
