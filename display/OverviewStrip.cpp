@@ -103,7 +103,10 @@ void OverviewStrip::follow()
     if ((now.lowestX != extent.lowestX || now.highestX != extent.highestX) &&
         !refreshTimer->isActive())
         refreshTimer->start();
-    update();
+    // The trace redraws at every step of the needle; the strip only when its mark moves.
+    const std::pair<double, double> mark = markedStretch();
+    if (mark != paintedMark)
+        update();
 }
 
 std::shared_ptr<OverviewStrip::Read> OverviewStrip::startRead()
@@ -265,7 +268,8 @@ void OverviewStrip::paintEvent(QPaintEvent *)
         const double y = 2.0 + (highPitch - shown[k].pitch) * perSemitone;
         painter.fillRect(QRectF(static_cast<double>(k), y - 1.0, 1.0, 2.0), colors[k]);
     }
-    const auto [left, right] = markedStretch();
+    paintedMark = markedStretch();
+    const auto [left, right] = paintedMark;
     painter.fillRect(QRectF(left, 0.0, right - left, h), QColor(255, 255, 255, 48));
     painter.setPen(QPen(QColor(255, 255, 255, 200), 1.0));
     painter.drawRect(QRectF(left + 0.5, 0.5, right - left - 1.0, h - 1.0));

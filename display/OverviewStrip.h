@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 class QTimer;
@@ -110,6 +111,7 @@ private:
     std::vector<QColor> colors;
     double lowPitch = 0.0; // the pitches drawn span lowPitch .. highPitch
     double highPitch = 0.0;
+    std::pair<double, double> paintedMark{-1.0, -1.0};
 };
 
 } // namespace quorval
