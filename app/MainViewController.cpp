@@ -262,8 +262,16 @@ void MainViewController::refreshControls()
     const bool hasSound = music != nullptr;
     transportBar->refresh();
 
-    keyLabel->setText(QStringLiteral("%1 %2").arg(
-        parameters.key.value(), parameters.minor.value() ? tr("Minor") : tr("Major")));
+    QString key = QStringLiteral("%1 %2").arg(parameters.key.value(),
+                                              parameters.minor.value() ? tr("Minor") : tr("Major"));
+    // A tuning file that cannot be read was said once; the grid's fallback stays in sight.
+    QString tuningError;
+    if (parameters.temperament.value() == Parameters::scalaTemperamentName() &&
+        !Scale::tuningFromFiles(parameters.scalaFile.value(),
+                                parameters.keyboardMappingFile.value(), tuningError))
+        key += tr(" (equal: tuning file unreadable)");
+    keyLabel->setText(key);
+    keyLabel->setToolTip(tuningError);
     aFreqLabel->setText(QString::asprintf("A = %.1f", parameters.aFrequency.value()));
     tuningCheckbox->setChecked(parameters.tuning.value());
 

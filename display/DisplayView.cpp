@@ -96,6 +96,7 @@ void DisplayView::dataChanged()
 {
     feed.dataChanged();
     redrawAll();
+    emit dataMarkedChanged();
 }
 
 void DisplayView::redrawAll()
@@ -121,6 +122,7 @@ void DisplayView::prepareShown()
         rowHeaderView->update();
     if (columnHeaderView)
         columnHeaderView->update();
+    emit prepared();
 }
 
 void DisplayView::resizeEvent(QResizeEvent *event)

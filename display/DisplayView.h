@@ -109,6 +109,10 @@ signals:
     // The view or its data changed (a zoom, a scroll, new columns): what lies under a still
     // mouse may have changed with them.
     void viewMoved();
+    // The data were marked changed (a burst of results marks it many times).
+    void dataMarkedChanged();
+    // The axes were prepared for a redraw: the view may have moved.
+    void prepared();
 
 protected:
     void resizeEvent(QResizeEvent *event) override;

@@ -3,6 +3,7 @@
 #include "display/ColumnHeaderView.h"
 #include "display/DisplayView.h"
 #include "display/MyScroller.h"
+#include "display/OverviewStrip.h"
 #include "display/RowHeaderView.h"
 #include "display/TracePainters.h"
 #include "display/TracePointer.h"
@@ -19,18 +20,20 @@ namespace quorval {
 TraceArea::TraceArea(QWidget *parent)
     : QWidget(parent), displayView(new DisplayView(this)), rowHeaderView(new RowHeaderView(this)),
       columnHeaderView(new ColumnHeaderView(this)), hScroller(new MyScroller(Qt::Horizontal, this)),
-      vScroller(new MyScroller(Qt::Vertical, this)), pointer(new TracePointer(*displayView))
+      vScroller(new MyScroller(Qt::Vertical, this)), pointer(new TracePointer(*displayView)),
+      overviewStrip(new OverviewStrip(*displayView, this))
 {
     auto *layout = new QGridLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     // The keyboard runs on beside the horizontal scroller, as the canvas's own strip does.
-    layout->addWidget(columnHeaderView, 0, 1);
-    layout->addWidget(rowHeaderView, 1, 0, 2, 1);
-    layout->addWidget(displayView, 1, 1);
-    layout->addWidget(vScroller, 1, 2);
-    layout->addWidget(hScroller, 2, 1);
-    layout->setRowStretch(1, 1);
+    layout->addWidget(overviewStrip, 0, 1);
+    layout->addWidget(columnHeaderView, 1, 1);
+    layout->addWidget(rowHeaderView, 2, 0, 2, 1);
+    layout->addWidget(displayView, 2, 1);
+    layout->addWidget(vScroller, 2, 2);
+    layout->addWidget(hScroller, 3, 1);
+    layout->setRowStretch(2, 1);
     layout->setColumnStretch(1, 1);
     hScroller->hide();
     vScroller->hide();

@@ -10,13 +10,14 @@ namespace quorval {
 class ColumnHeaderView;
 class DisplayView;
 class MyScroller;
+class OverviewStrip;
 class RowHeaderView;
 class TracePointer;
 
-// The trace area as the window embeds it: the ruler on top, the keyboard at the left, the
-// display with its two scrollers, wired together. It draws the sound its owner hands the
-// display, with the playback state handed it. Also makes pictures of the same views without a
-// window. Main thread.
+// The trace area as the window embeds it: the whole sound's overview strip and the ruler on top,
+// the keyboard at the left, the display with its two scrollers, wired together. It draws the
+// sound its owner hands the display, with the playback state handed it. Also makes pictures of
+// the same views without a window. Main thread.
 class TraceArea : public QWidget
 {
     Q_OBJECT
@@ -30,6 +31,7 @@ public:
     MyScroller *hScroller;
     MyScroller *vScroller;
     TracePointer *pointer; // the mouse over the display
+    OverviewStrip *overviewStrip;
 
     // The whole picture's size for a trace canvas of traceSize points: keyboard and ruler added.
     [[nodiscard]] QSizeF pictureSize(QSizeF traceSize) const;

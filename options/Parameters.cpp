@@ -113,8 +113,16 @@ void Parameters::TemperamentParameter::updateChoices(bool developerMode)
         const qsizetype storedIndex = stored ? temperamentNames().indexOf(*stored) : -1;
         // "Greater or equal", as the earlier edition did: a stored "Salinas" (just past the
         // short list) still gets the short list, so options files behave as they always have.
-        if (shortTemperamentNames().size() >= storedIndex) {
-            setChoices(shortTemperamentNames(), temperamentNames());
+        if (shortTemperamentNames().size() >= storedIndex || stored == scalaTemperamentName()) {
+            // The short list and a tuning file. Its entries keep their places in the list of
+            // every name, which an entry is found by; the rest follow.
+            QStringList offered = shortTemperamentNames();
+            offered.append(scalaTemperamentName());
+            QStringList all = offered;
+            for (const QString &name : temperamentNames())
+                if (!all.contains(name))
+                    all.append(name);
+            setChoices(offered, all);
             return;
         }
     }

@@ -58,8 +58,9 @@ public:
         KeyParameter &key_;
     };
 
-    // "Temperament": offers the short list unless developer mode is on or a temperament
-    // beyond it is stored.
+    // "Temperament": offers the short list and "Scala file..." unless developer mode is on or
+    // a temperament beyond them is stored. Its index() is a position in the list offered (or
+    // in the list of every name that extends it): name a temperament by value().
     class TemperamentParameter : public ChoiceParameter
     {
     public:

@@ -182,7 +182,8 @@ Scale::Settings Scale::currentSettings(const Parameters &parameters)
     settings.minor = key.minor;
     // An unknown stored choice falls back on the first entry, as does the choice of a scale file
     // (its tuning takes the temperament's place).
-    const int temperament = parameters.temperament.index();
+    const auto temperament =
+        static_cast<int>(Parameters::temperamentNames().indexOf(parameters.temperament.value()));
     settings.temperament = temperament > 0 && temperament < kTemperamentCount ? temperament : 0;
     settings.completenessLevel = std::max(parameters.completeness.index(), 0);
     settings.aFrequency = parameters.aFrequency.value();

@@ -131,12 +131,18 @@ void OptionsMenu::presetSelected(const QAction *item)
 
 void OptionsMenu::sayIfTuningUnreadable()
 {
-    if (parameters_.temperament.value() != Parameters::scalaTemperamentName())
-        return;
-    // The grid keeps to equal temperament meanwhile; the reader names the line at fault.
     QString error;
-    if (!Scale::tuningFromFiles(parameters_.scalaFile.value(),
-                                parameters_.keyboardMappingFile.value(), error))
+    if (parameters_.temperament.value() != Parameters::scalaTemperamentName() ||
+        Scale::tuningFromFiles(parameters_.scalaFile.value(),
+                               parameters_.keyboardMappingFile.value(), error)) {
+        tuningFaultSaid_.clear();
+        return;
+    }
+    // The grid keeps to equal temperament meanwhile, which the key label shows; the reader
+    // names the line at fault.
+    const QString fault = parameters_.scalaFile.value() + QLatin1Char('\n') +
+                          parameters_.keyboardMappingFile.value() + QLatin1Char('\n') + error;
+    if (std::exchange(tuningFaultSaid_, fault) != fault)
         showMessage(QStringLiteral("Error"), error);
 }
 

@@ -62,7 +62,8 @@ signals:
     void optionsChanged();
 
 private:
-    // With the temperament "Scala file...": a tuning that cannot be read says why.
+    // With the temperament "Scala file...": a tuning that cannot be read says why, once for
+    // each fault (the files and the reason); later changes of other options leave it unsaid.
     void sayIfTuningUnreadable();
 
     Parameters &parameters_;
@@ -75,6 +76,7 @@ private:
     QAction *readOptionsAction_;
     QAction *writeOptionsAction_;
     QAction *defaultsAction_;
+    QString tuningFaultSaid_; // the files and the reason last said; empty: none
 };
 
 } // namespace quorval

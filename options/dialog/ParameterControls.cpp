@@ -182,9 +182,10 @@ public:
     {
         if (!box_)
             return;
-        const int selected = box_->indexOfText();
+        // Found again by name: an entry may stand elsewhere in the new lists.
         const QString typed = box_->currentText();
         takeChoices();
+        const int selected = box_->dataSource().indexOfItem(typed);
         if (selected >= 0 && selected < box_->count())
             box_->setCurrentIndex(selected);
         else

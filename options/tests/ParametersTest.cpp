@@ -103,9 +103,9 @@ TEST_F(ParametersTest, temperamentListDependsOnStoredIndexAndDeveloperMode)
         bool shortList;
     };
     const Case cases[] = {
-        {nullptr, false, true},      {"Pythagorean", false, true}, {"Salinas", false, true},
-        {"Mean Tone", false, false}, {"Bagpipes", false, false},   {"Unknown", false, true},
-        {nullptr, true, false},
+        {nullptr, false, true},      {"Pythagorean", false, true},   {"Salinas", false, true},
+        {"Mean Tone", false, false}, {"Bagpipes", false, false},     {"Unknown", false, true},
+        {nullptr, true, false},      {"Scala file...", false, true},
     };
     for (const Case &c : cases) {
         clearTestStore();
@@ -117,8 +117,17 @@ TEST_F(ParametersTest, temperamentListDependsOnStoredIndexAndDeveloperMode)
         const auto &temperament = parameters.temperament;
         SCOPED_TRACE(c.stored ? c.stored : "absent");
         if (c.shortList) {
-            EXPECT_EQ(temperament.choices(), Parameters::shortTemperamentNames());
-            EXPECT_EQ(temperament.altChoices(), Parameters::temperamentNames());
+            // The short list with a tuning file; every name is still accepted.
+            QStringList offered = Parameters::shortTemperamentNames();
+            offered.append(Parameters::scalaTemperamentName());
+            EXPECT_EQ(temperament.choices(), offered);
+            ASSERT_TRUE(temperament.altChoices());
+            QStringList all = *temperament.altChoices();
+            EXPECT_EQ(all.mid(0, offered.size()), offered);
+            all.sort();
+            QStringList every = Parameters::temperamentNames();
+            every.sort();
+            EXPECT_EQ(all, every);
         } else {
             EXPECT_EQ(temperament.choices(), Parameters::temperamentNames());
             EXPECT_FALSE(temperament.altChoices());
@@ -127,8 +136,10 @@ TEST_F(ParametersTest, temperamentListDependsOnStoredIndexAndDeveloperMode)
     // A stored temperament outside the short list is still in force.
     OptionStore::setText(QStringLiteral("Temperament"), QStringLiteral("Salinas"));
     Parameters parameters;
-    EXPECT_EQ(parameters.temperament.index(), 3);
     EXPECT_EQ(parameters.temperament.value(), QStringLiteral("Salinas"));
+    // The tuning file's entry in the ordinary list is that, and no temperament beyond it.
+    ASSERT_TRUE(parameters.temperament.setIndex(3));
+    EXPECT_EQ(parameters.temperament.value(), Parameters::scalaTemperamentName());
 }
 
 TEST_F(ParametersTest, noteRangeEndsAreCheckedAgainstEachOther)

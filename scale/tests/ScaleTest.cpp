@@ -236,6 +236,10 @@ TEST_F(ScaleOptionsTest, transpositionAndScaleFileComeFromTheOptions)
     // A file gone since it was chosen leaves equal temperament, and says why.
     ASSERT_TRUE(QFile::remove(path));
     EXPECT_EQ(Scale::currentSettings(parameters).tuning, nullptr);
+    EXPECT_EQ(Scale::currentSettings(parameters).temperament, 0);
+    // A temperament is taken by name, wherever the list offered puts it.
+    ASSERT_TRUE(parameters.temperament.setFromText(QStringLiteral("Salinas")));
+    EXPECT_EQ(Scale::currentSettings(parameters).temperament, 3);
     QString error;
     EXPECT_EQ(Scale::tuningFromFiles(path, QString(), error), nullptr);
     EXPECT_TRUE(error.startsWith(path + QStringLiteral(": can't read"))) << error.toStdString();

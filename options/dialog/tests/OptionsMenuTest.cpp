@@ -202,6 +202,18 @@ TEST_F(OptionsMenuTest, scalaFilesAreChosenInAPanelAndABadOneSaysWhichLine)
     EXPECT_TRUE(messages[0].contains(QStringLiteral("bad.scl")) &&
                 messages[0].contains(QStringLiteral("line 5")))
         << messages[0].toStdString();
+
+    // Said once: other options changing while it stays chosen say nothing more; choosing it
+    // again after a good tuning says it again.
+    ASSERT_TRUE(parameters.aFrequency.setValue(442.0));
+    menu->changed();
+    menu->changed();
+    EXPECT_EQ(messages.size(), 1);
+    ASSERT_TRUE(parameters.scalaFile.setValue(good));
+    menu->changed();
+    ASSERT_TRUE(parameters.scalaFile.setValue(bad));
+    menu->changed();
+    EXPECT_EQ(messages.size(), 2);
     (void)setFileChooser(previous);
 }
 
