@@ -70,6 +70,17 @@ constexpr double kHeldPower = 0.1;
 // that beat can take the odd harmonics down to a few of these for a segment.
 constexpr double kLoneHarmonic = 0.003;
 
+// A candidate whose odd harmonics hold less than this share, over a fundamental weaker than
+// kBesideFundamental of the strongest bin's power, is checked against the sound beside the
+// segment: a reed's attack or release can double its period for a few tens of milliseconds,
+// laying partials halfway between the note's far above kUpShare, while a low note of its own,
+// weak fundamental and all, keeps a third of its power or more at odd harmonics.
+constexpr double kBesideOddShare = 0.25;
+constexpr double kBesideFundamental = 0.06;
+// A tone beside the segment with this share at the candidate's odd harmonics or more (and less
+// than kBesideOddShare) is the candidate's own low note; a note of another pitch shows far more.
+constexpr double kBesideLowOddShare = 0.075;
+
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
 // Four-term Blackman–Harris (Harris, Proc. IEEE 66, 1978).
@@ -87,6 +98,9 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     const auto half = n / 2;
     const double twoPi = 2.0 * std::numbers::pi;
     segment.assign(n, 0.0);
+    surroundings.assign(2 * n, 0.0);
+    hasBefore = false;
+    hasAfter = false;
     powers.assign(half, 0.0);
     x1Re.assign(half, 0.0);
     x1Im.assign(half, 0.0);
@@ -110,16 +124,25 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     return true;
 }
 
-void PitchRefinerOC::setSamples(const double *samples)
+void PitchRefinerOC::setSamples(const double *samples, const double *before, const double *after)
 {
     std::copy(samples, samples + nFrames, segment.begin());
+    const int half = nFrames / 2;
+    hasBefore = before != nullptr;
+    hasAfter = after != nullptr;
+    if (hasBefore)
+        std::copy(before, before + half, surroundings.begin());
+    if (hasBefore || hasAfter)
+        std::copy(samples, samples + nFrames, surroundings.begin() + half);
+    if (hasAfter)
+        std::copy(after, after + half, surroundings.begin() + half + nFrames);
 }
 
-void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
+void PitchRefinerOC::transform(const double *samples, const double (&window)[kTaps + 1])
 {
     std::copy(std::begin(window), std::end(window), std::begin(coefficients));
     // The plain transform of the real segment, through the packed transform of half its length.
-    fft.computePacked(segment.data());
+    fft.computePacked(samples);
     const FFTOC::Complex *z = fft.getPacked();
     const int m = nFrames / 2;
     // Unpacked into u(k), k = 0 .. m, kept with kTaps values either side from its symmetry
@@ -488,13 +511,36 @@ double PitchRefinerOC::goodnessOf(const Measurement &m) const
     return std::min(kMaxGoodness, 100.0 * odds * (1.0 - kThresholdShare) / kThresholdShare);
 }
 
+bool PitchRefinerOC::besideIsOctaveAbove(double freq)
+{
+    const double *sides[] = {hasBefore ? surroundings.data() : nullptr,
+                             hasAfter ? surroundings.data() + nFrames : nullptr};
+    bool above = false;
+    for (const double *side : sides) {
+        if (side == nullptr)
+            continue;
+        transform(side, freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
+        const Measurement beside = measure(freq);
+        if (!(beside.used > 0 && beside.power >= kHeldPower * strongest && holdsStrongest(beside)))
+            continue;
+        // A low note held beside the segment, its odd harmonics weak but there: the segment is
+        // its end or its start, beside a note an octave above.
+        if (beside.oddShare >= kBesideLowOddShare && beside.oddShare < kBesideOddShare)
+            return false;
+        above = above || beside.oddShare < kFaintOddShare;
+    }
+    return above;
+}
+
 double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
 {
     harmonicsUsed = 0;
     if (nFrames == 0 || !(freq > 0.0) || !std::isfinite(freq))
         return freq;
     goodness = 0.0;
-    transform(freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
+    const double(&window)[kTaps + 1] =
+        freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann;
+    transform(segment.data(), window);
     Measurement m = measure(freq);
     bool moved = false;
     bool movedUp = false;
@@ -561,6 +607,21 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         }
         if (!wentDown)
             break;
+    }
+    // Halfway partials at the segment's edge: the note's steady part beside it decides.
+    if (!movedUp && (hasBefore || hasAfter) && m.oddShare < kBesideOddShare &&
+        !(m.powerOf[0] >= kBesideFundamental * strongest) && 2.0 * m.freq < freqMax) {
+        const double low = m.freq;
+        const bool up = besideIsOctaveAbove(low);
+        transform(segment.data(),
+                  up && 2.0 * low / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : window);
+        if (up) {
+            const Measurement above = measure(2.0 * low);
+            if (above.used > 0) {
+                m = above;
+                moved = true;
+            }
+        }
     }
     // After a move, once more from the final value, whose harmonics are now predicted to a
     // fraction of a bin.

@@ -52,8 +52,11 @@ public:
     [[nodiscard]] bool setupWithNFrames(int nFrames, double hzPerBin);
 
     // Copies the segment's nFrames samples (unweighted), to be refined later: the harmonic
-    // search transforms its own copy in place.
-    void setSamples(const double *samples);
+    // search transforms its own copy in place. before and after, where the sound has them, are
+    // the nFrames / 2 samples just before and just after the segment: where a note starts or
+    // ends inside the segment, the note's steady part beside it settles the octave.
+    void setSamples(const double *samples, const double *before = nullptr,
+                    const double *after = nullptr);
     // The pitch in Hz of the samples last set, given freq (Hz), the pitch the harmonic search
     // found; only pitches from freqMin (inclusive) to freqMax (exclusive) are taken. Answers
     // freq itself when it is not positive, when no harmonic can be measured, or before set-up.
@@ -96,8 +99,11 @@ private:
 
     // Taps of the windows either side of a bin.
     static constexpr int kTaps = 3;
-    // The segment's spectrum under the cosine-sum window with these coefficients.
-    void transform(const double (&window)[kTaps + 1]);
+    // The spectrum of nFrames samples under the cosine-sum window with these coefficients.
+    void transform(const double *samples, const double (&window)[kTaps + 1]);
+    // Whether the sound half a segment before or after this one is the octave above freq, a
+    // steady tone with nothing at freq's odd harmonics. Leaves the transform of that sound.
+    [[nodiscard]] bool besideIsOctaveAbove(double freq);
     // x1, powers from u(k) under the window's first taps + 1 coefficients (the rest are 0).
     template <int taps> void applyWindow(int m);
     [[nodiscard]] Measurement measure(double freq) const;
@@ -122,8 +128,13 @@ private:
     int nFrames = 0;
     double hzPerBin = 0.0;
     std::vector<double> segment; // the samples last set
-    std::vector<double> powers;  // |x1|² of each bin below nFrames / 2
-    std::vector<double> x1Re;    // the windowed transform x1, bins below nFrames / 2
+    // Half a segment before it, the segment, half a segment after: the samples beside it, where
+    // the sound had them.
+    std::vector<double> surroundings;
+    bool hasBefore = false;
+    bool hasAfter = false;
+    std::vector<double> powers; // |x1|² of each bin below nFrames / 2
+    std::vector<double> x1Re;   // the windowed transform x1, bins below nFrames / 2
     std::vector<double> x1Im;
     std::vector<double> re;  // the half-length transform, real parts
     std::vector<double> im;  // imaginary parts
