@@ -73,13 +73,10 @@ constexpr double kLoneHarmonic = 0.003;
 // A candidate whose odd harmonics hold less than this share, over a fundamental weaker than
 // kBesideFundamental of the strongest bin's power, is checked against the sound beside the
 // segment: a reed's attack or release can double its period for a few tens of milliseconds,
-// laying partials halfway between the note's far above kUpShare, while a low note of its own,
-// weak fundamental and all, keeps a third of its power or more at odd harmonics.
+// laying partials halfway between the note's far above kUpShare. A low note with weak odd
+// harmonics looks the same in one segment, but holds them on: beside it they are still there.
 constexpr double kBesideOddShare = 0.25;
 constexpr double kBesideFundamental = 0.06;
-// A tone beside the segment with this share at the candidate's odd harmonics or more (and less
-// than kBesideOddShare) is the candidate's own low note; a note of another pitch shows far more.
-constexpr double kBesideLowOddShare = 0.075;
 
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
@@ -523,9 +520,10 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
         const Measurement beside = measure(freq);
         if (!(beside.used > 0 && beside.power >= kHeldPower * strongest && holdsStrongest(beside)))
             continue;
-        // A low note held beside the segment, its odd harmonics weak but there: the segment is
-        // its end or its start, beside a note an octave above.
-        if (beside.oddShare >= kBesideLowOddShare && beside.oddShare < kBesideOddShare)
+        // The candidate's own note held beside the segment, its odd harmonics weak but there
+        // (or layers that beat, fading them for a moment): an octave above on the other side
+        // is another note.
+        if (beside.oddShare >= kFaintOddShare && beside.oddShare < kBesideOddShare)
             return false;
         above = above || beside.oddShare < kFaintOddShare;
     }

@@ -20,7 +20,9 @@ namespace quorval {
 //   faint share over no fundamental at all, the pitch is its octave above (likewise the
 //   harmonics that are no multiple of three for the twelfth);
 //   when the odd harmonics of the octave below (or the non-multiples of three of the twelfth
-//   below) hold a fair share, the pitch is that one.
+//   below) hold a fair share, the pitch is that one. At a note's attack or release, where
+//   partials halfway between the note's come and go, the sound half a segment either side
+//   decides: the octave above there, with no sign of the candidate's own note, is the pitch.
 // - Precision: the harmonics first vote on a start (a median, then Tukey's biweight about it), so
 //   that one loud partial read tens of cents off (a vibrato sweeping it through a resonance)
 //   cannot lead the rest astray. The fundamental is then the mean of each matched harmonic's
@@ -34,6 +36,7 @@ namespace quorval {
 // Blackman–Harris (Harris, Proc. IEEE 66, 1978), whose side lobes leak far less into them.
 //
 // Units: frequencies in Hz; samples in any unit (integer units from the sound file).
+// Context: a result depends only on the samples set, never on earlier calls.
 // Allocation: all storage is made by setupWithNFrames(); refine() allocates nothing and calls
 // no trigonometry beyond an occasional arctangent.
 // Threading: one thread at a time per object; objects are independent.

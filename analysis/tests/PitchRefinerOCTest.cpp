@@ -230,13 +230,8 @@ TEST(PitchRefinerOC, aNoteAttackedAfterALowerOneKeepsItsOctaveFromTheSoundBeside
         constexpr int kSound = 4 * kLength;
         constexpr int kChange = 2 * kLength;
         constexpr int kAttack = kLength / 2;
-        std::vector<double> sound = harmonics(c.low, {6000.0, 5000.0, 3000.0, 1500.0}, kSound);
-        const std::vector<double> note = harmonics(high, {200.0, 8000.0, 4000.0, 2000.0}, kSound);
-        std::vector<double> halfway(kSound, 0.0);
-        for (const double h : {0.5, 1.5, 2.5})
-            mix(halfway, sine(h * high, c.halfway, kSound));
-        for (int i = kChange; i < kSound; i++)
-            sound[i] = note[i] + halfway[i] * std::max(0.0, 1.0 - double(i - kChange) / kAttack);
+        const std::vector<double> sound =
+            attackAfterLowerNote(c.low, high, c.halfway, kChange, kAttack, kSound);
         // The segment's centre a quarter of the attack into the new note.
         const double *segment = sound.data() + kChange - kLength / 2 + kAttack / 4;
         refiner.setSamples(segment);
