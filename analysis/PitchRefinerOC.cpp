@@ -521,9 +521,10 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
         if (!(beside.used > 0 && beside.power >= kHeldPower * strongest && holdsStrongest(beside)))
             continue;
         // The candidate's own note held beside the segment, its odd harmonics weak but there
-        // (or layers that beat, fading them for a moment): an octave above on the other side
-        // is another note.
-        if (beside.oddShare >= kFaintOddShare && beside.oddShare < kBesideOddShare)
+        // (or layers that beat, fading them for a moment), or its fundamental plain: an octave
+        // above on the other side is another note.
+        if ((beside.oddShare >= kFaintOddShare && beside.oddShare < kBesideOddShare) ||
+            beside.powerOf[0] >= kBesideFundamental * strongest)
             return false;
         above = above || beside.oddShare < kFaintOddShare;
     }
