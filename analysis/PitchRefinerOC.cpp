@@ -95,9 +95,9 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     const auto half = n / 2;
     const double twoPi = 2.0 * std::numbers::pi;
     segment.assign(n, 0.0);
-    surroundings.assign(2 * n, 0.0);
-    hasBefore = false;
-    hasAfter = false;
+    besideSamples.assign(n, 0.0);
+    before = nullptr;
+    after = nullptr;
     powers.assign(half, 0.0);
     x1Re.assign(half, 0.0);
     x1Im.assign(half, 0.0);
@@ -121,18 +121,11 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     return true;
 }
 
-void PitchRefinerOC::setSamples(const double *samples, const double *before, const double *after)
+void PitchRefinerOC::setSamples(const double *samples, const double *earlier, const double *later)
 {
     std::copy(samples, samples + nFrames, segment.begin());
-    const int half = nFrames / 2;
-    hasBefore = before != nullptr;
-    hasAfter = after != nullptr;
-    if (hasBefore)
-        std::copy(before, before + half, surroundings.begin());
-    if (hasBefore || hasAfter)
-        std::copy(samples, samples + nFrames, surroundings.begin() + half);
-    if (hasAfter)
-        std::copy(after, after + half, surroundings.begin() + half + nFrames);
+    before = earlier;
+    after = later;
 }
 
 void PitchRefinerOC::transform(const double *samples, const double (&window)[kTaps + 1])
@@ -510,13 +503,21 @@ double PitchRefinerOC::goodnessOf(const Measurement &m) const
 
 bool PitchRefinerOC::besideIsOctaveAbove(double freq)
 {
-    const double *sides[] = {hasBefore ? surroundings.data() : nullptr,
-                             hasAfter ? surroundings.data() + nFrames : nullptr};
+    const int half = nFrames / 2;
     bool above = false;
-    for (const double *side : sides) {
-        if (side == nullptr)
+    for (int side = 0; side < 2; side++) {
+        const auto to = besideSamples.begin();
+        if (side == 0 && before != nullptr) {
+            std::copy(before, before + half, to);
+            std::copy(segment.begin(), segment.begin() + half, to + half);
+        } else if (side == 1 && after != nullptr) {
+            std::copy(segment.begin() + half, segment.end(), to);
+            std::copy(after, after + half, to + half);
+        } else {
             continue;
-        transform(side, freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
+        }
+        transform(besideSamples.data(),
+                  freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
         const Measurement beside = measure(freq);
         if (!(beside.used > 0 && beside.power >= kHeldPower * strongest && holdsStrongest(beside)))
             continue;
@@ -608,7 +609,7 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
             break;
     }
     // Halfway partials at the segment's edge: the note's steady part beside it decides.
-    if (!movedUp && (hasBefore || hasAfter) && m.oddShare < kBesideOddShare &&
+    if (!movedUp && (before != nullptr || after != nullptr) && m.oddShare < kBesideOddShare &&
         !(m.powerOf[0] >= kBesideFundamental * strongest) && 2.0 * m.freq < freqMax) {
         const double low = m.freq;
         const bool up = besideIsOctaveAbove(low);

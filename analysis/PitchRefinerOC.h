@@ -57,7 +57,8 @@ public:
     // Copies the segment's nFrames samples (unweighted), to be refined later: the harmonic
     // search transforms its own copy in place. before and after, where the sound has them, are
     // the nFrames / 2 samples just before and just after the segment: where a note starts or
-    // ends inside the segment, the note's steady part beside it settles the octave.
+    // ends inside the segment, the note's steady part beside it settles the octave. They are
+    // read only when needed, so must stay as they are until refine() returns.
     void setSamples(const double *samples, const double *before = nullptr,
                     const double *after = nullptr);
     // The pitch in Hz of the samples last set, given freq (Hz), the pitch the harmonic search
@@ -131,11 +132,11 @@ private:
     int nFrames = 0;
     double hzPerBin = 0.0;
     std::vector<double> segment; // the samples last set
-    // Half a segment before it, the segment, half a segment after: the samples beside it, where
-    // the sound had them.
-    std::vector<double> surroundings;
-    bool hasBefore = false;
-    bool hasAfter = false;
+    // The caller's half segments beside the segment (nullptr: none), and the sound half a segment
+    // before or after, put together from them when asked for.
+    const double *before = nullptr;
+    const double *after = nullptr;
+    std::vector<double> besideSamples;
     std::vector<double> powers; // |x1|² of each bin below nFrames / 2
     std::vector<double> x1Re;   // the windowed transform x1, bins below nFrames / 2
     std::vector<double> x1Im;

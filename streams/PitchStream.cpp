@@ -343,7 +343,15 @@ int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, 
                 todo.push_back(i);
         if (todo.empty())
             return;
-        // One read for the whole block: the frames each segment's own read would get.
+        // One read for the whole block: the frames each segment's own read would get, and to
+        // refine, the half segments beside them.
+        if (search.refinePitch) {
+            span =
+                readBeside_D(checkedProduct(todo.front(), segSpacing),
+                             checkedProduct(todo.back(), segSpacing) + segLength, scratch.beside);
+            read = span.read;
+            return;
+        }
         const std::int64_t frames =
             checkedProduct(todo.back() - todo.front(), segSpacing) + segLength;
         QUORVAL_CHECK(frames <= std::numeric_limits<int>::max());
@@ -351,10 +359,6 @@ int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, 
         read = wav->wavFile_D().getSamples(scratch.samples.data(),
                                            wav->byteLocOf(checkedProduct(todo.front(), segSpacing)),
                                            static_cast<int>(frames));
-        if (read && search.refinePitch)
-            span =
-                readBeside_D(checkedProduct(todo.front(), segSpacing),
-                             checkedProduct(todo.back(), segSpacing) + segLength, scratch.beside);
     });
     std::vector<std::pair<std::int64_t, SegmentResult>> results;
     results.reserve(todo.size());
@@ -362,16 +366,16 @@ int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, 
         SegmentResult result;
         result.inside = true;
         if (read) {
-            const auto offset = static_cast<std::size_t>((i - todo.front()) * segSpacing);
-            scratch.pitchResult.setupWithSamples(
-                scratch.samples.data() + offset, scratch.fft, &scratch.peakDataSet, search.nHighest,
-                search.freqMin, search.freqMax, search.goodnessThreshold, search.dbLimit);
-            Frames frames{scratch.samples.data() + offset};
-            if (search.refinePitch)
-                frames = framesOf(span, scratch.beside, checkedProduct(i, segSpacing));
-            if (frames.samples != nullptr)
-                finishSegment(scratch.pitchResult, scratch.fft, scratch.peakDataSet,
-                              scratch.peaksGeneration, search, scratch.refiner, frames, result);
+            const Frames frames =
+                search.refinePitch
+                    ? framesOf(span, scratch.beside, checkedProduct(i, segSpacing))
+                    : Frames{scratch.samples.data() +
+                             static_cast<std::size_t>((i - todo.front()) * segSpacing)};
+            scratch.pitchResult.setupWithSamples(frames.samples, scratch.fft, &scratch.peakDataSet,
+                                                 search.nHighest, search.freqMin, search.freqMax,
+                                                 search.goodnessThreshold, search.dbLimit);
+            finishSegment(scratch.pitchResult, scratch.fft, scratch.peakDataSet,
+                          scratch.peaksGeneration, search, scratch.refiner, frames, result);
         }
         results.emplace_back(i, result);
     }

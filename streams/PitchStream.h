@@ -108,7 +108,7 @@ public:
         std::uint64_t peaksGeneration = 0; // the settings the peak set was made with
         std::vector<std::int64_t> todo;    // the block's segments still to compute
         std::vector<double> samples;       // the block's frames, integer units
-        std::vector<double> beside;        // a segment's frames with half a segment either side
+        std::vector<double> beside;        // refining, with half a segment either side instead
     };
     [[nodiscard]] std::unique_ptr<Scratch> makeScratch() const;
     // Background work on the block of segments [first, end) with the caller's scratch instead
