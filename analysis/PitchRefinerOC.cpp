@@ -128,6 +128,14 @@ struct StretchFit
     }
 };
 
+// A candidate whose odd harmonics hold less than this share, over a fundamental weaker than
+// kBesideFundamental of the strongest bin's power, is checked against the sound beside the
+// segment: a reed's attack or release can double its period for a few tens of milliseconds,
+// laying partials halfway between the note's far above kUpShare. A low note with weak odd
+// harmonics looks the same in one segment, but holds them on: beside it they are still there.
+constexpr double kBesideOddShare = 0.25;
+constexpr double kBesideFundamental = 0.06;
+
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
 // Four-term Blackman–Harris (Harris, Proc. IEEE 66, 1978).
@@ -145,6 +153,9 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     const auto half = n / 2;
     const double twoPi = 2.0 * std::numbers::pi;
     segment.assign(n, 0.0);
+    besideSamples.assign(n, 0.0);
+    before = nullptr;
+    after = nullptr;
     powers.assign(half, 0.0);
     x1Re.assign(half, 0.0);
     x1Im.assign(half, 0.0);
@@ -168,16 +179,18 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     return true;
 }
 
-void PitchRefinerOC::setSamples(const double *samples)
+void PitchRefinerOC::setSamples(const double *samples, const double *earlier, const double *later)
 {
     std::copy(samples, samples + nFrames, segment.begin());
+    before = earlier;
+    after = later;
 }
 
-void PitchRefinerOC::transform(const double (&window)[kTaps + 1])
+void PitchRefinerOC::transform(const double *samples, const double (&window)[kTaps + 1])
 {
     std::copy(std::begin(window), std::end(window), std::begin(coefficients));
     // The plain transform of the real segment, through the packed transform of half its length.
-    fft.computePacked(segment.data());
+    fft.computePacked(samples);
     const FFTOC::Complex *z = fft.getPacked();
     const int m = nFrames / 2;
     // Unpacked into u(k), k = 0 .. m, kept with kTaps values either side from its symmetry
@@ -599,13 +612,46 @@ double PitchRefinerOC::goodnessOf(const Measurement &m) const
     return std::min(kMaxGoodness, 100.0 * odds * (1.0 - kThresholdShare) / kThresholdShare);
 }
 
+bool PitchRefinerOC::besideIsOctaveAbove(double freq)
+{
+    const int half = nFrames / 2;
+    bool above = false;
+    for (int side = 0; side < 2; side++) {
+        const auto to = besideSamples.begin();
+        if (side == 0 && before != nullptr) {
+            std::copy(before, before + half, to);
+            std::copy(segment.begin(), segment.begin() + half, to + half);
+        } else if (side == 1 && after != nullptr) {
+            std::copy(segment.begin() + half, segment.end(), to);
+            std::copy(after, after + half, to + half);
+        } else {
+            continue;
+        }
+        transform(besideSamples.data(),
+                  freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
+        const Measurement beside = measure(freq);
+        if (!(beside.used > 0 && beside.power >= kHeldPower * strongest && holdsStrongest(beside)))
+            continue;
+        // The candidate's own note held beside the segment, its odd harmonics weak but there
+        // (or layers that beat, fading them for a moment), or its fundamental plain: an octave
+        // above on the other side is another note.
+        if ((beside.oddShare >= kFaintOddShare && beside.oddShare < kBesideOddShare) ||
+            beside.powerOf[0] >= kBesideFundamental * strongest)
+            return false;
+        above = above || beside.oddShare < kFaintOddShare;
+    }
+    return above;
+}
+
 double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
 {
     harmonicsUsed = 0;
     if (nFrames == 0 || !(freq > 0.0) || !std::isfinite(freq))
         return freq;
     goodness = 0.0;
-    transform(freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
+    const double(&window)[kTaps + 1] =
+        freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann;
+    transform(segment.data(), window);
     Measurement m = measure(freq);
     bool moved = false;
     bool movedUp = false;
@@ -672,6 +718,21 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         }
         if (!wentDown)
             break;
+    }
+    // Halfway partials at the segment's edge: the note's steady part beside it decides.
+    if (!movedUp && (before != nullptr || after != nullptr) && m.oddShare < kBesideOddShare &&
+        !(m.powerOf[0] >= kBesideFundamental * strongest) && 2.0 * m.freq < freqMax) {
+        const double low = m.freq;
+        const bool up = besideIsOctaveAbove(low);
+        transform(segment.data(),
+                  up && 2.0 * low / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : window);
+        if (up) {
+            const Measurement above = measure(2.0 * low);
+            if (above.used > 0) {
+                m = above;
+                moved = true;
+            }
+        }
     }
     // After a move, once more from the final value, whose harmonics are now predicted to a
     // fraction of a bin.

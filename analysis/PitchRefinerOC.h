@@ -20,7 +20,9 @@ namespace quorval {
 //   faint share over no fundamental at all, the pitch is its octave above (likewise the
 //   harmonics that are no multiple of three for the twelfth);
 //   when the odd harmonics of the octave below (or the non-multiples of three of the twelfth
-//   below) hold a fair share, the pitch is that one.
+//   below) hold a fair share, the pitch is that one. At a note's attack or release, where
+//   partials halfway between the note's come and go, the sound half a segment either side
+//   decides: the octave above there, with no sign of the candidate's own note, is the pitch.
 // - Precision: the harmonics first vote on a start (a median, then Tukey's biweight about it), so
 //   that one loud partial read tens of cents off (a vibrato sweeping it through a resonance)
 //   cannot lead the rest astray. The fundamental is then the mean of each matched harmonic's
@@ -38,6 +40,7 @@ namespace quorval {
 // Blackman–Harris (Harris, Proc. IEEE 66, 1978), whose side lobes leak far less into them.
 //
 // Units: frequencies in Hz; samples in any unit (integer units from the sound file).
+// Context: a result depends only on the samples set, never on earlier calls.
 // Allocation: all storage is made by setupWithNFrames(); refine() allocates nothing and calls
 // no trigonometry beyond an occasional arctangent.
 // Threading: one thread at a time per object; objects are independent.
@@ -56,8 +59,12 @@ public:
     [[nodiscard]] bool setupWithNFrames(int nFrames, double hzPerBin);
 
     // Copies the segment's nFrames samples (unweighted), to be refined later: the harmonic
-    // search transforms its own copy in place.
-    void setSamples(const double *samples);
+    // search transforms its own copy in place. before and after, where the sound has them, are
+    // the nFrames / 2 samples just before and just after the segment: where a note starts or
+    // ends inside the segment, the note's steady part beside it settles the octave. They are
+    // read only when needed, so must stay as they are until refine() returns.
+    void setSamples(const double *samples, const double *before = nullptr,
+                    const double *after = nullptr);
     // The pitch in Hz of the samples last set, given freq (Hz), the pitch the harmonic search
     // found; only pitches from freqMin (inclusive) to freqMax (exclusive) are taken. Answers
     // freq itself when it is not positive, when no harmonic can be measured, or before set-up.
@@ -100,8 +107,11 @@ private:
 
     // Taps of the windows either side of a bin.
     static constexpr int kTaps = 3;
-    // The segment's spectrum under the cosine-sum window with these coefficients.
-    void transform(const double (&window)[kTaps + 1]);
+    // The spectrum of nFrames samples under the cosine-sum window with these coefficients.
+    void transform(const double *samples, const double (&window)[kTaps + 1]);
+    // Whether the sound half a segment before or after this one is the octave above freq, a
+    // steady tone with nothing at freq's odd harmonics. Leaves the transform of that sound.
+    [[nodiscard]] bool besideIsOctaveAbove(double freq);
     // x1, powers from u(k) under the window's first taps + 1 coefficients (the rest are 0).
     template <int taps> void applyWindow(int m);
     [[nodiscard]] Measurement measure(double freq) const;
@@ -129,8 +139,13 @@ private:
     int nFrames = 0;
     double hzPerBin = 0.0;
     std::vector<double> segment; // the samples last set
-    std::vector<double> powers;  // |x1|² of each bin below nFrames / 2
-    std::vector<double> x1Re;    // the windowed transform x1, bins below nFrames / 2
+    // The caller's half segments beside the segment (nullptr: none), and the sound half a segment
+    // before or after, put together from them when asked for.
+    const double *before = nullptr;
+    const double *after = nullptr;
+    std::vector<double> besideSamples;
+    std::vector<double> powers; // |x1|² of each bin below nFrames / 2
+    std::vector<double> x1Re;   // the windowed transform x1, bins below nFrames / 2
     std::vector<double> x1Im;
     std::vector<double> re;  // the half-length transform, real parts
     std::vector<double> im;  // imaginary parts

@@ -669,8 +669,10 @@ struct SegmentAnalysis
     }
 
     // The segment's pitch (Hz, 0 for none) and goodness; refined, the refiner's pitch and, where
-    // it measured one, its goodness.
-    std::pair<double, double> pitch(const double *samples, bool refined)
+    // it measured one, its goodness. before and after: the half segments beside it, where the
+    // sound has them.
+    std::pair<double, double> pitch(const double *samples, bool refined,
+                                    const double *before = nullptr, const double *after = nullptr)
     {
         result.setupWithSamples(samples, fft, &peaks, 2, s.freqMin, s.freqMax, 0.9,
                                 PeakDataSetOC::kDbLimit);
@@ -678,7 +680,7 @@ struct SegmentAnalysis
         double f = result.getFreq();
         double goodness = result.getGoodness();
         if (refined && f > 0.0) {
-            refiner.setSamples(samples);
+            refiner.setSamples(samples, before, after);
             f = refiner.refine(f, s.freqMin, s.freqMax);
             if (refiner.getHarmonicsUsed() > 0)
                 goodness = refiner.getGoodness();
@@ -697,11 +699,15 @@ struct SegmentAnalysis
 void analyse(const Sound &sound, bool refined, Scores &scores)
 {
     SegmentAnalysis analysis(segmentationOf(sound.lowestNote, sound.highestNote));
+    const auto length = static_cast<std::size_t>(analysis.s.segLength);
     std::vector<Note> notes = sound.notes;
     for (Note &note : notes)
         for (const PlacedSegment &segment : note.placed) {
-            const auto [f, goodness] =
-                analysis.pitch(sound.samples.data() + segment.start, refined);
+            const std::size_t half = length / 2;
+            const double *at = sound.samples.data() + segment.start;
+            const auto [f, goodness] = analysis.pitch(
+                at, refined, segment.start >= half ? at - half : nullptr,
+                segment.start + length + half <= sound.samples.size() ? at + length : nullptr);
             note.segments.push_back(f > 0.0 ? centsBetween(f, segment.truth.pitchHz) : NAN);
             note.goodness.push_back(goodness);
         }

@@ -193,13 +193,14 @@ PitchStream::SegmentResult PitchStream::computeSegment(std::int64_t i)
 {
     // The scratch lock is never taken on the data queue, so waiting for it there cannot happen.
     std::lock_guard scratch(scratchMutex);
-    return computeSegment(i, *fft, *peakDataSet, peaksGeneration, *pitchResult, *refiner, nullptr);
+    return computeSegment(i, *fft, *peakDataSet, peaksGeneration, *pitchResult, *refiner, beside,
+                          nullptr);
 }
 
 PitchStream::SegmentResult
 PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &peaks,
                             std::uint64_t &peaksGenerationOf, PitchResultOC &probe,
-                            PitchRefinerOC &refinerOf,
+                            PitchRefinerOC &refinerOf, std::vector<double> &besideOf,
                             const std::function<std::int64_t()> &chooseSegment_D)
 {
     QUORVAL_CHECK(!Quorval::dataQueue().isCurrent());
@@ -209,6 +210,7 @@ PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &pe
     SegmentResult result;
     SearchSettings search;
     bool setUp = false;
+    Frames frames;
     Quorval::dataQueue().sync([&] {
         if (chooseSegment_D) {
             i = chooseSegment_D();
@@ -223,16 +225,57 @@ PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &pe
                 probe.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing), transform,
                                        &peaks, search.nHighest, search.freqMin, search.freqMax,
                                        search.goodnessThreshold, search.dbLimit);
+        if (setUp && search.refinePitch) {
+            const std::int64_t start = checkedProduct(i, segSpacing);
+            frames = framesOf(readBeside_D(start, start + segLength, besideOf), besideOf, start);
+        }
     });
-    if (result.inside && setUp)
-        finishSegment(probe, transform, peaks, peaksGenerationOf, search, refinerOf,
-                      probe.getSamples(), result);
+    if (result.inside && setUp) {
+        if (!search.refinePitch)
+            frames.samples = probe.getSamples();
+        if (frames.samples != nullptr)
+            finishSegment(probe, transform, peaks, peaksGenerationOf, search, refinerOf, frames,
+                          result);
+    }
     return result;
+}
+
+PitchStream::Span PitchStream::readBeside_D(std::int64_t start, std::int64_t end,
+                                            std::vector<double> &buffer) const
+{
+    auto wav = wavStream.lock();
+    QUORVAL_CHECK(wav != nullptr);
+    const std::int64_t half = segLength / 2;
+    Span span;
+    span.lowest = wav->minimumIndex_D();
+    span.highest = wav->maximumIndex_D();
+    span.from = std::max(span.lowest, start - half);
+    const std::int64_t frames = std::min(span.highest, end + half) - span.from;
+    QUORVAL_CHECK(frames <= std::numeric_limits<int>::max());
+    buffer.resize(static_cast<std::size_t>(std::max<std::int64_t>(frames, 0)));
+    span.read = frames > 0 && wav->wavFile_D().getSamples(buffer.data(), wav->byteLocOf(span.from),
+                                                          static_cast<int>(frames));
+    return span;
+}
+
+PitchStream::Frames PitchStream::framesOf(const Span &span, const std::vector<double> &buffer,
+                                          std::int64_t start) const
+{
+    if (!span.read)
+        return {};
+    const std::int64_t half = segLength / 2;
+    Frames frames;
+    frames.samples = buffer.data() + (start - span.from);
+    if (start - half >= span.lowest)
+        frames.before = frames.samples - half;
+    if (start + segLength + half <= span.highest)
+        frames.after = frames.samples + segLength;
+    return frames;
 }
 
 void PitchStream::finishSegment(PitchResultOC &probe, FFTOC &transform, PeakDataSetOC &peaks,
                                 std::uint64_t &peaksGenerationOf, const SearchSettings &search,
-                                PitchRefinerOC &refinerOf, const double *samples,
+                                PitchRefinerOC &refinerOf, const Frames &frames,
                                 SegmentResult &result) const
 {
     // A reset may have changed the peak thresholds: the peak set follows before it is used.
@@ -242,7 +285,7 @@ void PitchStream::finishSegment(PitchResultOC &probe, FFTOC &transform, PeakData
     }
     // compute() transforms the probe's samples in place: the refiner keeps its own copy.
     if (search.refinePitch)
-        refinerOf.setSamples(samples);
+        refinerOf.setSamples(frames.samples, frames.before, frames.after);
     probe.compute();
     double freq = probe.getFreq();
     double goodnessOf = probe.getGoodness();
@@ -292,6 +335,7 @@ int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, 
     todo.clear();
     SearchSettings search;
     bool read = false;
+    Span span;
     Quorval::dataQueue().sync([&] {
         search = searchSettings();
         for (std::int64_t i = first; i < end; ++i)
@@ -299,7 +343,15 @@ int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, 
                 todo.push_back(i);
         if (todo.empty())
             return;
-        // One read for the whole block: the frames each segment's own read would get.
+        // One read for the whole block: the frames each segment's own read would get, and to
+        // refine, the half segments beside them.
+        if (search.refinePitch) {
+            span =
+                readBeside_D(checkedProduct(todo.front(), segSpacing),
+                             checkedProduct(todo.back(), segSpacing) + segLength, scratch.beside);
+            read = span.read;
+            return;
+        }
         const std::int64_t frames =
             checkedProduct(todo.back() - todo.front(), segSpacing) + segLength;
         QUORVAL_CHECK(frames <= std::numeric_limits<int>::max());
@@ -314,13 +366,16 @@ int PitchStream::computeBlockInBackground(std::int64_t first, std::int64_t end, 
         SegmentResult result;
         result.inside = true;
         if (read) {
-            const auto offset = static_cast<std::size_t>((i - todo.front()) * segSpacing);
-            scratch.pitchResult.setupWithSamples(
-                scratch.samples.data() + offset, scratch.fft, &scratch.peakDataSet, search.nHighest,
-                search.freqMin, search.freqMax, search.goodnessThreshold, search.dbLimit);
+            const Frames frames =
+                search.refinePitch
+                    ? framesOf(span, scratch.beside, checkedProduct(i, segSpacing))
+                    : Frames{scratch.samples.data() +
+                             static_cast<std::size_t>((i - todo.front()) * segSpacing)};
+            scratch.pitchResult.setupWithSamples(frames.samples, scratch.fft, &scratch.peakDataSet,
+                                                 search.nHighest, search.freqMin, search.freqMax,
+                                                 search.goodnessThreshold, search.dbLimit);
             finishSegment(scratch.pitchResult, scratch.fft, scratch.peakDataSet,
-                          scratch.peaksGeneration, search, scratch.refiner,
-                          scratch.samples.data() + offset, result);
+                          scratch.peaksGeneration, search, scratch.refiner, frames, result);
         }
         results.emplace_back(i, result);
     }
@@ -349,7 +404,7 @@ PitchStream::computeChosenInBackground(const std::function<std::int64_t()> &choo
     std::unique_lock scratch(scratchMutex);
     std::int64_t chosen = -1;
     const SegmentResult result = computeSegment(chosen, *fft, *peakDataSet, peaksGeneration,
-                                                *pitchResult, *refiner, chooseSegment_D);
+                                                *pitchResult, *refiner, beside, chooseSegment_D);
     scratch.unlock();
     if (chosen >= 0)
         storeResultInBackground(chosen, result);

@@ -108,6 +108,7 @@ public:
         std::uint64_t peaksGeneration = 0; // the settings the peak set was made with
         std::vector<std::int64_t> todo;    // the block's segments still to compute
         std::vector<double> samples;       // the block's frames, integer units
+        std::vector<double> beside;        // refining, with half a segment either side instead
     };
     [[nodiscard]] std::unique_ptr<Scratch> makeScratch() const;
     // Background work on the block of segments [first, end) with the caller's scratch instead
@@ -152,15 +153,41 @@ private:
     // With chooseSegment_D, i is chosen by it on the data queue in the same visit that reads the
     // samples; a choice below 0 computes nothing. peaks is set up again when the settings read
     // in that visit are newer than peaksGenerationOf.
+    // beside holds the frames the refiner reads.
     SegmentResult computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &peaks,
                                  std::uint64_t &peaksGenerationOf, PitchResultOC &result,
-                                 PitchRefinerOC &refinerOf,
+                                 PitchRefinerOC &refinerOf, std::vector<double> &beside,
                                  const std::function<std::int64_t()> &chooseSegment_D);
+    // The segment's unweighted frames, and the half segments just before and after it where the
+    // sound holds them (nullptr where it does not).
+    struct Frames
+    {
+        const double *samples = nullptr;
+        const double *before = nullptr;
+        const double *after = nullptr;
+    };
+    // Frames read into a buffer: buffer[0] is frame from; the sound then held frames lowest
+    // (inclusive) to highest (exclusive).
+    struct Span
+    {
+        std::int64_t from = 0;
+        std::int64_t lowest = 0;
+        std::int64_t highest = 0;
+        bool read = false;
+    };
+    // Reads frames start to end with half a segment either side, as far as the sound holds them,
+    // into buffer. Data queue.
+    Span readBeside_D(std::int64_t start, std::int64_t end, std::vector<double> &buffer) const;
+    // The frames of the segment starting at frame start in buffer, read as span says. The same
+    // whatever else the span holds: only the sound decides what lies beside a segment.
+    [[nodiscard]] Frames framesOf(const Span &span, const std::vector<double> &buffer,
+                                  std::int64_t start) const;
     // Transforms the segment set up in probe and searches its pitch into result; with "Refine
-    // pitch" the refiner checks and refines it from the segment's unweighted samples.
+    // pitch" the refiner checks and refines it from the segment's unweighted frames and the sound
+    // beside them.
     void finishSegment(PitchResultOC &probe, FFTOC &transform, PeakDataSetOC &peaks,
                        std::uint64_t &peaksGenerationOf, const SearchSettings &search,
-                       PitchRefinerOC &refiner, const double *samples, SegmentResult &result) const;
+                       PitchRefinerOC &refiner, const Frames &frames, SegmentResult &result) const;
     void setUpPeaks(FFTOC &transform, PeakDataSetOC &peaks, const SearchSettings &search) const;
     void storeResultInBackground(std::int64_t i, const SegmentResult &result);
     // Stores segment i's pitch, and its goodness into goodnessTarget if given, unless i has left
@@ -174,11 +201,12 @@ private:
     SearchSettings settings;           // guarded by settingsMutex
     std::uint64_t peaksGeneration = 0; // settings of the own peak set; guarded by scratchMutex
     int fftLogN = 0;
-    std::mutex scratchMutex; // guards fft, peakDataSet, pitchResult and refiner
+    std::mutex scratchMutex; // guards fft, peakDataSet, pitchResult, refiner and beside
     std::unique_ptr<FFTOC> fft;
     std::unique_ptr<PeakDataSetOC> peakDataSet;
     std::unique_ptr<PitchResultOC> pitchResult;
     std::unique_ptr<PitchRefinerOC> refiner;
+    std::vector<double> beside;   // the refiner's frames
     PitchResultOC spectrumResult; // crunch queue
 };
 

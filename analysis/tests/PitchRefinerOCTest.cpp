@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 #include <cstdlib>
@@ -199,6 +200,61 @@ TEST(PitchRefinerOC, anAttacksFaintPartialsBetweenTheHarmonicsDoNotPullItAnOctav
         refiner.setSamples(wavering.data());
         EXPECT_NEAR(centsBetween(refiner.refine(detuneHz(low, 4.0), kFreqMin, kFreqMax), low), 0.0,
                     50.0);
+    }
+}
+
+TEST(PitchRefinerOC, aNoteAttackedAfterALowerOneKeepsItsOctaveFromTheSoundBesideIt)
+{
+    // A low note, then a note a fourth or a fifth above it with a weak fundamental, whose first
+    // tens of milliseconds hold partials halfway between its own (a reed doubling its period).
+    // The segment holds the end of the first note and that attack, its centre in the new note;
+    // alone it reads the octave below; with the steady note after it, the note itself. The answer
+    // is the sound's: a refiner that has just refined other segments gives the same.
+    constexpr int kLength = 2048;
+    const double hzPerBin = kSampleRate / kLength;
+    const double from = noteToHz(40.0);
+    const double to = noteToHz(67.0);
+    PitchRefinerOC refiner;
+    ASSERT_TRUE(refiner.setupWithNFrames(kLength, hzPerBin));
+    // The low note, the interval up, how strong the halfway partials are.
+    const struct
+    {
+        double low, ratio, halfway;
+    } cases[] = {{130.8, 4.0 / 3.0, 1000.0},
+                 {146.8, 1.5, 1500.0},
+                 {164.8, 4.0 / 3.0, 1000.0},
+                 {196.0, 1.5, 1500.0}};
+    for (const auto &c : cases) {
+        const double high = c.ratio * c.low;
+        SCOPED_TRACE(std::to_string(c.low) + " Hz to " + std::to_string(high) + " Hz");
+        constexpr int kSound = 4 * kLength;
+        constexpr int kChange = 2 * kLength;
+        constexpr int kAttack = kLength / 2;
+        const std::vector<double> sound =
+            attackAfterLowerNote(c.low, high, c.halfway, kChange, kAttack, kSound);
+        // The segment's centre a quarter of the attack into the new note.
+        const double *segment = sound.data() + kChange - kLength / 2 + kAttack / 4;
+        refiner.setSamples(segment);
+        EXPECT_NEAR(centsBetween(refiner.refine(0.5 * high, from, to), 0.5 * high), 0.0, 50.0);
+        refiner.setSamples(segment, segment - kLength / 2, segment + kLength);
+        const double beside = refiner.refine(0.5 * high, from, to);
+        // The end of the low note still in the segment pulls the measurement by a few cents.
+        EXPECT_NEAR(centsBetween(beside, high), 0.0, 25.0);
+
+        // A low note of that kind (weak fundamental, its odd harmonics weak but there) leaping
+        // to its octave: its last segment, the centre in it, keeps its octave.
+        std::vector<double> leap =
+            harmonics(0.5 * high, {300.0, 8000.0, 3500.0, 4000.0, 1000.0, 1500.0}, kSound);
+        const std::vector<double> octave = harmonics(high, {8000.0, 4000.0, 1500.0}, kSound);
+        std::copy(octave.begin() + kChange, octave.end(), leap.begin() + kChange);
+        const double *end = leap.data() + kChange - kLength / 2 - kAttack / 4;
+        refiner.setSamples(end, end - kLength / 2, end + kLength);
+        EXPECT_NEAR(centsBetween(refiner.refine(0.5 * high, from, to), 0.5 * high), 0.0, 25.0);
+
+        PitchRefinerOC fresh;
+        ASSERT_TRUE(fresh.setupWithNFrames(kLength, hzPerBin));
+        fresh.setSamples(segment, segment - kLength / 2, segment + kLength);
+        EXPECT_EQ(fresh.refine(0.5 * high, from, to), beside);
     }
 }
 

@@ -370,6 +370,36 @@ TEST(MusicStream, refinePitchRecomputesAndOffGivesTheSearchBack)
     Quorval::setMusicStream(nullptr);
 }
 
+TEST(MusicStream, aRefinedSegmentReadsTheSoundBesideItTheSameWhateverRanBefore)
+{
+    // A note attacked after one a fourth below, its first segment read in its own octave only
+    // from the steady note after it; every segment the same in the background, block by block,
+    // as computed alone on demand afterwards.
+    Quorval::installOptionFollowUps();
+    Parameters &options = Parameters::shared();
+    OptionGuard refine(options.refinePitch);
+    OptionGuard lowest(options.lowestNote);
+    ASSERT_TRUE(options.refinePitch.setValue(true));
+    ASSERT_TRUE(options.lowestNote.setValue(43.0));
+    const auto [length, spacing] = MusicStream::segmentation(kRate, kRing);
+    ASSERT_EQ(length, 2048);
+    const int attack = 1024;
+    const std::int64_t attacked = 6;
+    // Segment `attacked` is centred halfway through the attack.
+    const int change = static_cast<int>(attacked * spacing + length / 2 - attack / 2);
+    const double high = noteToHz(57.0);
+    auto music = MusicStream::create(soundOf(testsignals::attackAfterLowerNote(
+        0.75 * high, high, 1500.0, change, attack, change + 3 * static_cast<int>(length))));
+    ASSERT_TRUE(music->waitUntilCalculated(60s));
+    auto pitch = music->pitchStream();
+    EXPECT_NEAR(pitch->valueAt(attacked), 57.0, 0.25);
+    std::vector<double> background;
+    for (std::int64_t i = 0; i < pitch->maximumIndex(); ++i)
+        background.push_back(pitch->valueAt(i));
+    for (std::int64_t i = pitch->maximumIndex() - 1; i >= 0; --i)
+        EXPECT_EQ(pitch->computePitch(i), background[static_cast<std::size_t>(i)]) << i;
+}
+
 TEST(PitchStream, edgeOperations)
 {
     auto wav = soundOf(test::toneAt(69.0, 0.2)); // 8820 frames: segments 0 .. 16 start inside

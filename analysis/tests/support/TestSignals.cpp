@@ -131,6 +131,22 @@ std::vector<double> sine(double freqHz, double amplitude, int nSamples, double s
     return harmonics(freqHz, {amplitude}, nSamples, sampleRate);
 }
 
+std::vector<double> attackAfterLowerNote(double lowHz, double highHz, double halfway, int change,
+                                         int attack, int nSamples)
+{
+    std::vector<double> sound = harmonics(lowHz, {6000.0, 5000.0, 3000.0, 1500.0}, nSamples);
+    const std::vector<double> note = harmonics(highHz, {200.0, 8000.0, 4000.0, 2000.0}, nSamples);
+    std::vector<double> between(sound.size(), 0.0);
+    for (const double h : {0.5, 1.5, 2.5})
+        mix(between, sine(h * highHz, halfway, nSamples));
+    for (int i = std::max(change, 0); i < nSamples; i++) {
+        const auto at = static_cast<std::size_t>(i);
+        const double fade = std::max(0.0, 1.0 - static_cast<double>(i - change) / attack);
+        sound[at] = note[at] + between[at] * fade;
+    }
+    return sound;
+}
+
 std::vector<double> whiteNoise(double amplitude, int nSamples, std::uint32_t seed)
 {
     Random random(seed);

@@ -64,6 +64,13 @@ std::vector<double> silence(int nSamples);
 // Adds b into a, sample by sample (a and b of equal length).
 void mix(std::vector<double> &a, const std::vector<double> &b);
 
+// A low note with a strong fundamental until sample change, then a note of highHz with a weak
+// fundamental whose first attack samples also hold partials halfway between its own (at 0.5,
+// 1.5 and 2.5 times highHz, of amplitude halfway, fading to nothing), as a reed attacking a note
+// can double its period for a moment; nSamples in all.
+std::vector<double> attackAfterLowerNote(double lowHz, double highHz, double halfway, int change,
+                                         int attack, int nSamples);
+
 // A temporary WAV file holding a signal, removed when the object goes.
 class TempWav
 {
