@@ -7,7 +7,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QImage>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -76,18 +75,18 @@ TEST_F(HelpViewerTest, everyNamedTopicOpensItsPageAndOthersAreNotAvailable)
     EXPECT_EQ(viewer.browser()->source().fragment(), "keys");
 }
 
-TEST_F(HelpViewerTest, everyLinkAndPictureOfEveryPageIsThere)
+// The pictures are checked by the window's tests: some are drawn by the window.
+TEST_F(HelpViewerTest, everyLinkOfEveryPageIsThere)
 {
-    static const QRegularExpression reference(QStringLiteral(R"re((href|src)="([^"]*)")re"));
+    static const QRegularExpression reference(QStringLiteral(R"re(href="([^"]*)")re"));
     const QStringList topics = HelpViewer::topics();
     for (const QString &topic : namedTopics())
         EXPECT_TRUE(topics.contains(topic)) << topic.toStdString();
-    int pictures = 0;
     for (const QString &topic : topics) {
         const QString html = pageText(topic);
         ASSERT_FALSE(html.isEmpty()) << topic.toStdString();
         for (const QRegularExpressionMatch &match : reference.globalMatch(html)) {
-            const QString target = match.captured(2);
+            const QString target = match.captured(1);
             const QString where = (topic + QStringLiteral(": ") + target);
             if (target.startsWith(QLatin1String("https://")))
                 continue;
@@ -96,11 +95,6 @@ TEST_F(HelpViewerTest, everyLinkAndPictureOfEveryPageIsThere)
             const QString path =
                 QStringLiteral(":/help/") + (file.isEmpty() ? topic + ".html" : file);
             ASSERT_TRUE(QFile::exists(path)) << where.toStdString();
-            if (match.captured(1) == QLatin1String("src")) {
-                const QImage picture(path);
-                EXPECT_GT(picture.width(), 200) << where.toStdString();
-                ++pictures;
-            }
             if (!anchor.isEmpty()) {
                 QFile page(path);
                 ASSERT_TRUE(page.open(QIODevice::ReadOnly));
@@ -109,7 +103,6 @@ TEST_F(HelpViewerTest, everyLinkAndPictureOfEveryPageIsThere)
             }
         }
     }
-    EXPECT_GE(pictures, 4);
 }
 
 TEST_F(HelpViewerTest, eachOptionsPageDescribesEveryOptionOnIt)
