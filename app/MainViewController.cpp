@@ -73,10 +73,11 @@ MainViewController::MainViewController(MainView *view, OptionsMenu &options)
     connect(displayView, &DisplayView::scrollOutChanged, this,
             &MainViewController::refreshControls);
     connect(displayView, &DisplayView::selectionChanged, this, [this](double start, double end) {
-        transport->setSelection(start, end);
+        transport->playhead().setSelection(start, end);
         emit selectionChanged(start, end);
     });
-    connect(traceArea->pointer, &TracePointer::playStartChanged, transport, &Transport::moveNeedle);
+    connect(traceArea->pointer, &TracePointer::playStartChanged, &transport->playhead(),
+            &Playhead::moveNeedle);
     refreshControls();
 }
 
@@ -151,21 +152,21 @@ void MainViewController::setMusicStream(std::shared_ptr<MusicStream> stream)
 
 bool MainViewController::selectAll()
 {
-    const Transport::Extent e = transport->extent();
+    const Playhead::Extent e = transport->playhead().extent();
     return select(e.lowest, e.highest);
 }
 
 bool MainViewController::select(double start, double end)
 {
-    const Transport::Extent e = transport->extent();
+    const Playhead::Extent e = transport->playhead().extent();
     if (!music || e.frames == 0 || transport->isPlaying() || transport->isRecording())
         return false;
     start = std::clamp(start, e.lowest, e.highest);
     end = std::clamp(end, start, e.highest);
     music->timeView->selectionStart = start;
     music->timeView->selectionEnd = end;
-    transport->setSelection(start, end);
-    transport->moveNeedle(start);
+    transport->playhead().setSelection(start, end);
+    transport->playhead().moveNeedle(start);
     DisplayView::requestRedraw();
     emit selectionChanged(start, end);
     return true;

@@ -9,12 +9,12 @@
 namespace quorval {
 
 Transport::Transport(Hooks givenHooks, QObject *parent)
-    : QObject(parent), hooks(std::move(givenHooks)),
-      shown(hooks.playback ? hooks.playback : std::make_shared<PlaybackState>()),
-      needleView(*shown, hooks.redraw),
-      player(std::make_unique<Player>(needleView, hooks.audioPlayer)),
-      recorderPtr(std::make_unique<Recorder>()), recordTimer(new QTimer(this))
+    : QObject(parent), hooks(std::move(givenHooks)), recorderPtr(std::make_unique<Recorder>()),
+      head(*recorderPtr, hooks.redraw, hooks.audioPlayer, hooks.playback),
+      recordTimer(new QTimer(this))
 {
+    connect(&head, &Playhead::finished, this, &Transport::playbackFinished);
+    connect(&head, &Playhead::loopChanged, this, &Transport::stateChanged);
     // While recording the needle follows the end of the sound and the title its modified mark.
     recordTimer->setInterval(50);
     connect(recordTimer, &QTimer::timeout, this, &Transport::followRecording);
@@ -25,7 +25,7 @@ Transport::Transport(Hooks givenHooks, QObject *parent)
 
 Transport::~Transport()
 {
-    player->stop();
+    head.stop();
     recorderPtr->stop();
 }
 
@@ -38,9 +38,8 @@ void Transport::setSound(std::shared_ptr<WavStream> sound)
 {
     stop();
     wav = std::move(sound);
-    needleView.setSelection(-1.0, -1.0);
-    const Extent e = extent();
-    placeNeedle(e.lowest);
+    head.setSound(wav);
+    const Playhead::Extent e = head.extent();
     if (wav && oneTouch()) {
         if (e.frames == 0 && canRecordInto())
             enter(State::recordPaused, true);
@@ -67,7 +66,7 @@ bool Transport::pauseOn() const
 
 bool Transport::isPlaying() const
 {
-    return shown->playing;
+    return head.isPlaying();
 }
 
 bool Transport::isRecording() const
@@ -77,12 +76,7 @@ bool Transport::isRecording() const
 
 bool Transport::canTogglePlay() const
 {
-    return current != State::recording && extent().frames > 0;
-}
-
-bool Transport::canMoveNeedle() const
-{
-    return !isRecording() && extent().frames > 0;
+    return current != State::recording && head.extent().frames > 0;
 }
 
 void Transport::enter(State state, bool prepared)
@@ -109,7 +103,7 @@ void Transport::toggle(State running, State paused, Via via)
     // A command names what it does: from the prepared state it starts, as space would.
     const bool startingPrepared = via == Via::command && current == paused && preparedFlag;
     const bool turningOff = (current == running || current == paused) && !startingPrepared;
-    stopPlayback();
+    head.stop();
     stopRecording();
     if (turningOff)
         enter(State::idle);
@@ -124,7 +118,7 @@ void Transport::run(State running)
 {
     enter(running);
     if (running == State::playing)
-        startPlayback();
+        head.play();
     else
         startRecording();
 }
@@ -135,7 +129,7 @@ void Transport::togglePause()
     case State::idle:
         return;
     case State::playing:
-        stopPlayback();
+        head.stop();
         enter(State::playPaused);
         break;
     case State::recording:
@@ -154,79 +148,10 @@ void Transport::togglePause()
 
 void Transport::stop()
 {
-    stopPlayback();
+    head.stop();
     stopRecording();
     enter(State::idle);
     emit stateChanged();
-}
-
-std::optional<double> Transport::rewind()
-{
-    return needleToEnd(&Extent::lowest);
-}
-
-std::optional<double> Transport::fastForward()
-{
-    return needleToEnd(&Extent::highest);
-}
-
-std::optional<double> Transport::needleToEnd(double Extent::*end)
-{
-    if (!canMoveNeedle())
-        return std::nullopt;
-    const double t = extent().*end;
-    placeNeedle(t);
-    return t;
-}
-
-void Transport::moveNeedle(double seconds)
-{
-    if (!isPlaying() && !isRecording())
-        placeNeedle(seconds);
-}
-
-void Transport::placeNeedle(double seconds)
-{
-    shown->needleTime = seconds;
-}
-
-void Transport::setSelection(double start, double end)
-{
-    needleView.setSelection(start, end);
-}
-
-void Transport::setLoop(bool on)
-{
-    needleView.setLoop(on);
-    emit stateChanged();
-}
-
-bool Transport::loop() const
-{
-    return needleView.loop();
-}
-
-bool Transport::setSpeed(double speed)
-{
-    return player->setSpeed(speed);
-}
-
-double Transport::speed() const
-{
-    return player->playingSpeed();
-}
-
-Transport::Extent Transport::extent() const
-{
-    if (!wav)
-        return {};
-    return Quorval::dataQueue().sync([this] {
-        Extent e;
-        e.lowest = wav->xScale * static_cast<double>(wav->minimumIndex_D());
-        e.highest = wav->xScale * static_cast<double>(wav->maximumIndex_D());
-        e.frames = wav->maximumIndex_D() - wav->minimumIndex_D();
-        return e;
-    });
 }
 
 bool Transport::canRecordInto() const
@@ -234,31 +159,6 @@ bool Transport::canRecordInto() const
     return wav && wav->nChannels() == Recorder::nChannels &&
            wav->bytesPerSample() == Recorder::bitDepth / 8 &&
            wav->sampleRate() == Recorder::sampleRate;
-}
-
-void Transport::startPlayback()
-{
-    if (!wav)
-        return;
-    // Playback reads the working file: everything copied into it must be there.
-    wav->waitForCopy();
-    const Extent e = extent();
-    // The needle belongs to the player's queue while it plays.
-    if (shown->needleTime >= e.highest)
-        Quorval::displayQueue().sync([this, &e] { shown->needleTime = e.lowest; });
-    // The shown state plays only once the player has started.
-    (void)player->start(*wav, [this] {
-        QMetaObject::invokeMethod(this, &Transport::playbackFinished, Qt::QueuedConnection);
-    });
-}
-
-void Transport::stopPlayback()
-{
-    if (!isPlaying())
-        return;
-    player->stop();
-    if (hooks.redraw)
-        hooks.redraw();
 }
 
 void Transport::playbackFinished()
@@ -280,8 +180,8 @@ void Transport::startRecording()
     if (!recorderPtr->start(wav))
         return;
     wav->modified = true;
-    shown->recording = true;
-    placeNeedle(extent().highest);
+    head.setRecording(true);
+    head.placeNeedle(head.extent().highest);
     recordTimer->start();
     emit soundChanged();
 }
@@ -291,7 +191,7 @@ void Transport::stopRecording()
     if (!isRecording())
         return;
     recorderPtr->stop();
-    shown->recording = false;
+    head.setRecording(false);
     recordTimer->stop();
     followRecording();
     emit recordingStopped();
@@ -299,7 +199,7 @@ void Transport::stopRecording()
 
 void Transport::recordingEnded()
 {
-    shown->recording = false;
+    head.setRecording(false);
     recordTimer->stop();
     if (recordOn())
         enter(State::idle);
@@ -309,7 +209,7 @@ void Transport::recordingEnded()
 
 void Transport::followRecording()
 {
-    shown->needleTime = extent().highest;
+    head.placeNeedle(head.extent().highest);
     if (hooks.redraw)
         hooks.redraw();
     emit soundChanged();

@@ -1,15 +1,11 @@
 #pragma once
 
-#include "audio/Player.h"
-#include "audio/PlayerView.h"
-#include "display/PlaybackState.h"
+#include "app/Playhead.h"
 
 #include <QObject>
 
-#include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
 
 class QTimer;
 
@@ -18,10 +14,10 @@ namespace quorval {
 class Recorder;
 class WavStream;
 
-// The window's transport: what the user asked of play, pause and record, over the player, the
-// recorder and the needle it owns. The state is the user's intent; whether sound is actually
-// running is isPlaying() and isRecording() (a recorder that may not start leaves the state at
-// recording with nothing recording, a player that cannot start leaves it at playing).
+// The window's transport: what the user asked of play, pause and record, over the recorder and
+// the playhead (player and needle) it owns. The state is the user's intent; whether sound is
+// actually running is isPlaying() and isRecording() (a recorder that may not start leaves the state
+// at recording with nothing recording, a player that cannot start leaves it at playing).
 //
 // One touch (oneTouch() answering true): a click that turns play or record on prepares it (its
 // paused state) instead of starting, and the pause control then starts and stops. A new sound
@@ -77,7 +73,6 @@ public:
     [[nodiscard]] bool canTogglePlay() const;
     [[nodiscard]] bool canToggleRecord() const { return canRecordInto(); }
     [[nodiscard]] bool canTogglePause() const { return current != State::idle; }
-    [[nodiscard]] bool canMoveNeedle() const;
 
     // How a command came: one touch changes only what a click on play or record does; a key or
     // menu command that names play or record starts it at once.
@@ -94,37 +89,14 @@ public:
     // Back to idle, stopping whatever runs.
     void stop();
 
-    // Puts the needle (and where playing starts) at the sound's start or end and answers that
-    // time; nothing while there is no sound or it is recording.
-    std::optional<double> rewind();
-    std::optional<double> fastForward();
-    // The needle, while nothing plays or records.
-    void moveNeedle(double seconds);
-    // A negative start, or an end not after the start: no selection.
-    void setSelection(double start, double end);
-
-    void setLoop(bool on);
-    [[nodiscard]] bool loop() const;
-
-    // The practice speed (Player::kSpeeds); false for any other.
-    bool setSpeed(double speed);
-    [[nodiscard]] double speed() const;
-
-    // The sound's first and last time, and its frame count, read on the data queue.
-    struct Extent
-    {
-        double lowest = 0.0;
-        double highest = 0.0;
-        std::int64_t frames = 0;
-    };
-    [[nodiscard]] Extent extent() const;
     // The recorder delivers 16-bit mono at its own rate, and appends it as it comes.
     [[nodiscard]] bool canRecordInto() const;
 
     [[nodiscard]] const Recorder &recorder() const { return *recorderPtr; }
-    // The needle and whether sound runs, as the transport keeps them for the trace area.
-    [[nodiscard]] const std::shared_ptr<PlaybackState> &playback() const { return shown; }
-    [[nodiscard]] double needleTime() const { return shown->needleTime; }
+    // The needle, the selection, loop and speed; it plays and stops as the state says.
+    [[nodiscard]] Playhead &playhead() { return head; }
+    [[nodiscard]] const Playhead &playhead() const { return head; }
+    [[nodiscard]] const std::shared_ptr<PlaybackState> &playback() const { return head.playback(); }
 
 signals:
     // The state, or whether sound runs, changed.
@@ -135,47 +107,24 @@ signals:
     void recordingStopped();
 
 private:
-    // The player's view of the display: the needle and whether it plays are the shown state's.
-    class NeedleView : public SharedPlayerView
-    {
-    public:
-        NeedleView(PlaybackState &state, std::function<void()> redraw)
-            : SharedPlayerView(std::move(redraw)), state(state)
-        {
-        }
-        [[nodiscard]] double playMark() const override { return state.needleTime; }
-        void setPlayMark(double seconds) override { state.needleTime = seconds; }
-        void setPlaying(bool on) override { state.playing = on; }
-
-    private:
-        PlaybackState &state;
-    };
-
     void enter(State state, bool prepared = false);
     // Turns play or record (named by its running and paused states) on or off; turning one on
     // turns the other off.
     void toggle(State running, State paused, Via via);
     // Enters playing or recording and starts the sound.
     void run(State running);
-    void startPlayback();
-    void stopPlayback();
     void startRecording();
     void stopRecording();
     void playbackFinished();
     void recordingEnded();
     void followRecording();
-    void placeNeedle(double seconds);
-    // The needle to one end of the sound (Extent::lowest or ::highest), where it may move.
-    std::optional<double> needleToEnd(double Extent::*end);
 
     Hooks hooks;
-    std::shared_ptr<PlaybackState> shown;
     std::shared_ptr<WavStream> wav;
     State current = State::idle;
     bool preparedFlag = false;
-    NeedleView needleView;
-    std::unique_ptr<Player> player;
     std::unique_ptr<Recorder> recorderPtr;
+    Playhead head;
     QTimer *recordTimer;
 };
 

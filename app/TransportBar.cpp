@@ -89,11 +89,12 @@ TransportBar::TransportBar(Transport &model, QWidget *parent) : QWidget(parent),
     forward(playButton, [this] { transport.togglePlay(); });
     forward(pauseButton, [this] { transport.togglePause(); });
     forward(recordButton, [this] { transport.toggleRecord(); });
-    forward(loopButton, [this] { transport.setLoop(loopButton->isChecked()); });
-    forward(rewindButton, [this] { jumped(transport.rewind()); });
-    forward(fastForwardButton, [this] { jumped(transport.fastForward()); });
-    connect(speedBox, &QComboBox::currentIndexChanged, this,
-            [this](int i) { (void)transport.setSpeed(speedBox->itemData(i).toDouble()); });
+    forward(loopButton, [this] { transport.playhead().setLoop(loopButton->isChecked()); });
+    forward(rewindButton, [this] { jumped(transport.playhead().rewind()); });
+    forward(fastForwardButton, [this] { jumped(transport.playhead().fastForward()); });
+    connect(speedBox, &QComboBox::currentIndexChanged, this, [this](int i) {
+        (void)transport.playhead().setSpeed(speedBox->itemData(i).toDouble());
+    });
 }
 
 void TransportBar::forward(QToolButton *button, const std::function<void()> &command)
@@ -121,12 +122,12 @@ void TransportBar::refresh()
     playButton->setChecked(transport.playOn());
     pauseButton->setChecked(transport.pauseOn());
     recordButton->setChecked(transport.recordOn());
-    loopButton->setChecked(transport.loop());
+    loopButton->setChecked(transport.playhead().loop());
     playButton->setEnabled(transport.canTogglePlay());
     recordButton->setEnabled(transport.canToggleRecord());
     pauseButton->setEnabled(transport.canTogglePause());
-    rewindButton->setEnabled(transport.canMoveNeedle());
-    fastForwardButton->setEnabled(transport.canMoveNeedle());
+    rewindButton->setEnabled(transport.playhead().canMoveNeedle());
+    fastForwardButton->setEnabled(transport.playhead().canMoveNeedle());
     levelMeter->setActive(transport.isRecording());
 
     QString hint;

@@ -80,7 +80,7 @@ TEST_F(WindowTest, liveReadoutShowsTheNoteAtTheNeedleInWrittenPitch)
     type('l');
     ASSERT_TRUE(panes.liveReadoutDock->isVisible());
     // The demo's third note, F♯4 from 1.2 s, is played about 25 cents sharp.
-    controller->transport->moveNeedle(1.5);
+    controller->transport->playhead().moveNeedle(1.5);
     WAIT_FOR(panes.liveReadout->noteText().startsWith(QStringLiteral("F\u266f4")), 5000);
     EXPECT_GT(panes.liveReadout->cents(), 5.0);
     EXPECT_LT(panes.liveReadout->cents(), 45.0);
@@ -101,7 +101,7 @@ TEST_F(WindowTest, liveReadoutShowsTheNoteAtTheNeedleInWrittenPitch)
     WAIT_FOR(controller->displayView->frame().writtenKeyNames[0].isEmpty(), 5000);
 
     // Before the first note (silence) it is blank.
-    controller->transport->moveNeedle(0.01);
+    controller->transport->playhead().moveNeedle(0.01);
     WAIT_FOR(panes.liveReadout->isBlank(), 5000);
 }
 

@@ -49,7 +49,7 @@ TEST_F(WindowTest, spectrumViewDrawsTheSegmentAtTheNeedleOfAnOpenedSound)
         << view->frame().spectrum.caption.toStdString();
 
     // The needle moved: the segment there is drawn.
-    controller->transport->moveNeedle(3.0);
+    controller->transport->playhead().moveNeedle(3.0);
     WAIT_FOR(view->frame().spectrum.caption.startsWith(QStringLiteral("Segment at 0:02.9")) ||
                  view->frame().spectrum.caption.startsWith(QStringLiteral("Segment at 0:03.0")),
              10000);

@@ -83,7 +83,7 @@ TEST_F(TransportStateTest, clicksMoveBetweenTheStatesAndPlayEndsByItself)
     EXPECT_GE(changes.count(), 1);
 
     // With the loop on the end begins another pass, and the state stays.
-    transport.setLoop(true);
+    transport.playhead().setLoop(true);
     transport.togglePlay();
     runOut();
     Quorval::displayQueue().sync([] {});
@@ -93,12 +93,12 @@ TEST_F(TransportStateTest, clicksMoveBetweenTheStatesAndPlayEndsByItself)
 
     // Rewind and fast forward put the needle at the sound's ends, not while nothing is there.
     transport.stop();
-    EXPECT_EQ(transport.fastForward(), std::optional<double>(3.0));
+    EXPECT_EQ(transport.playhead().fastForward(), std::optional<double>(3.0));
     EXPECT_EQ(shown->needleTime, 3.0);
-    EXPECT_EQ(transport.rewind(), std::optional<double>(0.0));
+    EXPECT_EQ(transport.playhead().rewind(), std::optional<double>(0.0));
     transport.setSound(nullptr);
     EXPECT_FALSE(transport.canTogglePlay());
-    EXPECT_EQ(transport.rewind(), std::nullopt);
+    EXPECT_EQ(transport.playhead().rewind(), std::nullopt);
     transport.togglePlay();
     EXPECT_EQ(transport.state(), State::idle);
 }
@@ -121,7 +121,7 @@ TEST_F(TransportStateTest, theTraceAreasNeedleFollowsThePlayerAndRestsWhenStoppe
     EXPECT_TRUE(shown->playing);
     transport.stop();
     EXPECT_FALSE(shown->running());
-    EXPECT_EQ(transport.rewind(), std::optional<double>(0.0));
+    EXPECT_EQ(transport.playhead().rewind(), std::optional<double>(0.0));
     EXPECT_EQ(shown->needleTime, 0.0);
 }
 
@@ -189,8 +189,9 @@ TEST_F(TransportStateTest, recordingFollowsTheSoundAndGivesWayToPlayOnlyWhenPaus
     EXPECT_TRUE(take->modified);
     // The needle follows the end of what is recorded.
     ASSERT_TRUE(QTest::qWaitFor(
-        [&] { return transport.extent().frames > 4410 && shown->needleTime > 0.1; }, 5000));
-    EXPECT_LE(shown->needleTime, transport.extent().highest);
+        [&] { return transport.playhead().extent().frames > 4410 && shown->needleTime > 0.1; },
+        5000));
+    EXPECT_LE(shown->needleTime, transport.playhead().extent().highest);
     EXPECT_GE(grew.count(), 2);
     // Play may not take over while recording.
     EXPECT_FALSE(transport.canTogglePlay());
@@ -202,7 +203,7 @@ TEST_F(TransportStateTest, recordingFollowsTheSoundAndGivesWayToPlayOnlyWhenPaus
     EXPECT_FALSE(transport.isRecording());
     EXPECT_FALSE(shown->running());
     EXPECT_EQ(stopped.count(), 1);
-    EXPECT_EQ(shown->needleTime, transport.extent().highest);
+    EXPECT_EQ(shown->needleTime, transport.playhead().extent().highest);
 
     // Paused, play takes over and stays paused until the pause goes off.
     transport.togglePlay();

@@ -145,7 +145,7 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
 {
     QUORVAL_NEED_SOUND_SERVER();
     // The demo's first note, a little into it.
-    controller->transport->moveNeedle(0.5);
+    controller->transport->playhead().moveNeedle(0.5);
     const double frequency = controller->tone->frequency();
     const Scale scale = Scale::current();
     const double note = scale.noteNumber(frequency);
@@ -174,11 +174,11 @@ TEST_F(WindowTest, referenceToneFollowsTheKeyAndTheButton)
 // each up.
 TEST_F(WindowTest, bracketKeysStepThePlayingSpeed)
 {
-    EXPECT_EQ(controller->transport->speed(), 1.0);
+    EXPECT_EQ(controller->transport->playhead().speed(), 1.0);
     std::vector<double> speeds;
     for (char c : {'[', '[', '[', ']', ']', ']'}) {
         type(c);
-        speeds.push_back(controller->transport->speed());
+        speeds.push_back(controller->transport->playhead().speed());
     }
     EXPECT_EQ(speeds, (std::vector<double>{0.75, 0.5, 0.5, 0.75, 1.0, 1.0}));
     EXPECT_EQ(controller->transportBar->speedBox->currentText(), QStringLiteral("1\u00D7"));

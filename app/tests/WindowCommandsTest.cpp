@@ -80,10 +80,11 @@ TEST_F(WindowTest, keysAreTheirMenuItemsWhateverHasTheFocus)
         type('u');
         EXPECT_NE(Parameters::shared().tuning.value(), tuning);
         // l is the loop button.
-        const bool loop = controller->transport->loop();
+        const bool loop = controller->transport->playhead().loop();
         type('l');
-        EXPECT_NE(controller->transport->loop(), loop);
-        EXPECT_EQ(controller->transportBar->loopButton->isChecked(), controller->transport->loop());
+        EXPECT_NE(controller->transport->playhead().loop(), loop);
+        EXPECT_EQ(controller->transportBar->loopButton->isChecked(),
+                  controller->transport->playhead().loop());
         const double whole = time.timeWidth;
         type('+');
         EXPECT_LT(time.timeWidth, whole);
