@@ -85,7 +85,7 @@ bool drawPictures(quorval::AppDelegate &delegate, const QString &folder)
 
     // The needle inside the sharp third note, where it reads about its mean.
     floatAt(*panes.liveReadoutDock, *panes.liveReadoutAction(), {480, 300});
-    content.transport->moveNeedle(1.57);
+    content.transport->playhead().moveNeedle(1.57);
     if (!waitFor([&] { return !panes.liveReadout->isBlank(); }) ||
         !save(*panes.liveReadout, folder + "/live-readout.png"))
         return false;
