@@ -27,9 +27,10 @@ if [ "${1:-}" = "--session" ]; then
             exit 1
         }
     }
-    # Waits up to 20 s for a visible window whose title matches.
+    # Waits up to SECONDS (20) for a visible window whose title matches; empty when none came.
     window_named() {
-        timeout 20 xdotool search --sync --onlyvisible --name "$1" 2>/dev/null | head -n 1
+        { timeout "${2:-20}" xdotool search --sync --onlyvisible --name "$1" 2>/dev/null || true; } |
+            head -n 1
     }
     # The whole screen, once what was asked has had time to draw.
     shot() {
@@ -42,8 +43,15 @@ if [ "${1:-}" = "--session" ]; then
         xdotool key --clearmodifiers --delay 60 "$@"
     }
 
-    main=$(window_named '^Quorval|demo')
-    [ -n "$main" ] || { alive "start"; echo "screenshots: no window (${scale}x)" >&2; exit 1; }
+    # A loaded machine may take a while to show the first window.
+    main=$(window_named '^Quorval|demo' 90)
+    [ -n "$main" ] || {
+        alive "start"
+        import -window root "$out/no-window.png" || true
+        echo "screenshots: no window (${scale}x); the screen is in $out/no-window.png; its output:" >&2
+        tail -n 30 "$out/quorval.log" >&2
+        exit 1
+    }
     xdotool windowactivate --sync "$main" 2>/dev/null || xdotool windowfocus --sync "$main"
     focus_main() { xdotool windowactivate --sync "$main" 2>/dev/null || true; }
 
@@ -116,7 +124,7 @@ cp "$root/resources/demo.wav" "$root/resources/demo.plist" "$work/" 2>/dev/null 
 rm -rf "$out"
 for scale in 1 2; do
     screen=$((1280 * scale))x$((800 * scale))x24
-    bash "$root/scripts/sound-server.sh" timeout 150 xvfb-run -a -s "-screen 0 $screen" \
+    bash "$root/scripts/sound-server.sh" timeout 240 xvfb-run -a -s "-screen 0 $screen" \
         bash "$here/screenshots.sh" --session "$scale" "$program" "$work/demo.wav" "$out/${scale}x"
     # The composite view with the note names on the grid, from options of its own.
     names="$work/names-$scale"
