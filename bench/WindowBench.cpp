@@ -16,6 +16,7 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QTemporaryDir>
 #include <QTimer>
 
@@ -141,6 +142,12 @@ int main(int argc, char **argv)
 {
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Working files of its own: a recording another run left behind would stop the start-up
+    // at the recovery question.
+    QTemporaryDir work;
+    if (!work.isValid())
+        return 1;
+    qputenv("TMPDIR", QFile::encodeName(work.path()));
     QApplication app(argc, argv);
     return quorval::bench::runWithStreams(app, argc, argv);
 }
