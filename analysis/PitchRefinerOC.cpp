@@ -62,8 +62,11 @@ constexpr double kNegligiblePower = 1e-9;
 // down from a lone partial.
 constexpr int kMaxFactor = 12;
 // A bin in the main lobe of a steady partial points at the partial's frequency to a small
-// fraction of a bin; noise points within this of it only now and then.
-constexpr double kLobeTolerance = 0.15;
+// fraction of a bin; in a partial of voices that beat, each with its own vibrato (a choir, a
+// section), the bins point up to a few tenths of a bin apart. Noise, breath and bow scrape point
+// within this of a harmonic only now and then: they stay below the threshold as they did at 0.15
+// bins, and at 1 bin start to pass it.
+constexpr double kLobeTolerance = 0.5;
 // A candidate whose harmonics hold this share of the strongest bin's power is a real series.
 constexpr double kHeldPower = 0.1;
 // A harmonic that points right with this share of the strongest bin's power is real, however

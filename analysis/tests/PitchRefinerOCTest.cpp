@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <new>
+#include <numbers>
 #include <string>
 #include <vector>
 
@@ -166,6 +167,45 @@ TEST(PitchRefinerOC, layeredVoicesThatBeatKeepTheirOctave)
         }
     }
     EXPECT_EQ(off, 0) << "of " << segments << " segments";
+}
+
+TEST(PitchRefinerOC, anEnsembleOfVoicesIsDrawnBright)
+{
+    // Voices a few cents apart, each with a vibrato of its own: their partials are clusters whose
+    // bins point a few tenths of a bin apart, yet the ear hears one clear pitch. Segments as the
+    // stream hands them over, with the half segments beside them.
+    PitchRefinerOC refiner;
+    ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
+    const std::vector<double> vowel = {1000.0, 3000.0, 1400.0, 1200.0, 600.0, 300.0, 150.0};
+    const double voices[][3] = {
+        {-12.0, 4.9, 0.0}, {0.0, 5.6, 2.1}, {9.0, 5.2, 4.0}, {17.0, 6.1, 1.0}};
+    const int length = 24 * kSegLength;
+    const int half = kSegLength / 2;
+    int dim = 0;
+    int segments = 0;
+    for (const double f : {205.0, 262.0, 317.0, 390.0}) {
+        std::vector<double> x = silence(length);
+        for (const auto &[cents, vibratoHz, phase0] : voices) {
+            double phase = 0.0;
+            for (std::size_t i = 0; i < x.size(); i++) {
+                const double t = static_cast<double>(i) / kSampleRate;
+                phase +=
+                    2.0 * std::numbers::pi / kSampleRate *
+                    detuneHz(f, cents + 25.0 * std::sin(2.0 * std::numbers::pi * vibratoHz * t +
+                                                        phase0));
+                for (std::size_t k = 1; k <= vowel.size(); k++)
+                    x[i] += vowel[k - 1] * std::sin(static_cast<double>(k) * (phase + phase0));
+            }
+        }
+        for (int start = half; start + kSegLength + half <= length; start += half) {
+            refiner.setSamples(x.data() + start, x.data() + start - half,
+                               x.data() + start + kSegLength);
+            (void)refiner.refine(detuneHz(f, 5.0), kFreqMin, kFreqMax);
+            segments++;
+            dim += refiner.getGoodness() < 100.0 ? 1 : 0;
+        }
+    }
+    EXPECT_LE(dim, segments / 20) << "of " << segments << " segments drawn dim";
 }
 
 TEST(PitchRefinerOC, anAttacksFaintPartialsBetweenTheHarmonicsDoNotPullItAnOctaveDown)
