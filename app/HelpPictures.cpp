@@ -14,6 +14,7 @@
 #include "display/TraceArea.h"
 #include "options/OptionStore.h"
 #include "options/Parameters.h"
+#include "options/PrivateFolders.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
 #include "streams/WorkingFiles.h"
@@ -22,8 +23,6 @@
 #include <QApplication>
 #include <QDeadlineTimer>
 #include <QDockWidget>
-#include <QFile>
-#include <QTemporaryDir>
 
 #include <cstdio>
 #include <functional>
@@ -111,14 +110,13 @@ int main(int argc, char **argv)
     // a crash left) seen or touched.
     qputenv("QT_QPA_PLATFORM", "offscreen");
     qputenv("QUORVAL_UPDATE_URL", "http://127.0.0.1:1/");
-    QTemporaryDir scratch;
-    if (!scratch.isValid())
+    const quorval::PrivateFolders folders;
+    if (!folders.isValid())
         return 1;
-    qputenv("TMPDIR", QFile::encodeName(scratch.path()));
     QApplication app(argc, argv);
     QApplication::setOrganizationName(QStringLiteral("Quorval"));
     QApplication::setApplicationName(QStringLiteral("Quorval"));
-    quorval::OptionStore::usePrivateStore(scratch.path());
+    quorval::OptionStore::usePrivateStore(folders.user());
     quorval::Quorval::installMainPoster([&app](std::function<void()> fn) {
         QMetaObject::invokeMethod(&app, std::move(fn), Qt::QueuedConnection);
     });

@@ -267,9 +267,7 @@ void MainViewController::refreshControls()
                                               parameters.minor.value() ? tr("Minor") : tr("Major"));
     // A tuning file that cannot be read was said once; the grid's fallback stays in sight.
     QString tuningError;
-    if (parameters.temperament.value() == Parameters::scalaTemperamentName() &&
-        !Scale::tuningFromFiles(parameters.scalaFile.value(),
-                                parameters.keyboardMappingFile.value(), tuningError))
+    if (Scale::tuningUnreadable(parameters, tuningError))
         key += tr(" (equal: tuning file unreadable)");
     keyLabel->setText(key);
     keyLabel->setToolTip(tuningError);

@@ -83,11 +83,14 @@ std::optional<double> Playhead::fastForward()
 
 std::optional<double> Playhead::needleToEnd(double Extent::*end)
 {
-    if (!canMoveNeedle())
+    // One read of the sound's extent, for the check and the time alike.
+    if (recorder.isRecording())
         return std::nullopt;
-    const double t = extent().*end;
-    placeNeedle(t);
-    return t;
+    const Extent e = extent();
+    if (e.frames <= 0)
+        return std::nullopt;
+    placeNeedle(e.*end);
+    return e.*end;
 }
 
 void Playhead::moveNeedle(double seconds)

@@ -126,8 +126,10 @@ void TransportBar::refresh()
     playButton->setEnabled(transport.canTogglePlay());
     recordButton->setEnabled(transport.canToggleRecord());
     pauseButton->setEnabled(transport.canTogglePause());
-    rewindButton->setEnabled(transport.playhead().canMoveNeedle());
-    fastForwardButton->setEnabled(transport.playhead().canMoveNeedle());
+    // One look at the sound on the data queue for both.
+    const bool needleMoves = transport.playhead().canMoveNeedle();
+    rewindButton->setEnabled(needleMoves);
+    fastForwardButton->setEnabled(needleMoves);
     levelMeter->setActive(transport.isRecording());
 
     QString hint;

@@ -11,6 +11,16 @@
 
 namespace quorval {
 
+namespace {
+
+// How far one step zooms in (its inverse out).
+double increment()
+{
+    return Parameters::shared().zoomIncrement.value();
+}
+
+} // namespace
+
 ZoomControls::ZoomControls(DisplayView &view, QWidget *keysOwner, QWidget *parent)
     : QWidget(parent), display(view)
 {
@@ -18,27 +28,34 @@ ZoomControls::ZoomControls(DisplayView &view, QWidget *keysOwner, QWidget *paren
     row->setContentsMargins(0, 0, 0, 0);
     row->addWidget(new QLabel(tr("Time"), this));
     hZoomInButton = addZoom(keysOwner, QStringLiteral("+"), {Qt::Key_Plus, Qt::Key_Equal},
-                            tr("Zoom in in time (+)"), &ZoomControls::hZoomIn);
+                            tr("Zoom in in time (+)"), [this] { display.hZoom(increment()); });
     hZoomOutButton = addZoom(keysOwner, QStringLiteral("\u2212"), {Qt::Key_Minus},
-                             tr("Zoom out in time (-)"), &ZoomControls::hZoomOut);
-    hToggleButton = addZoom(keysOwner, QStringLiteral("\u2194"), {}, {}, &ZoomControls::hToggle);
+                             tr("Zoom out in time (-)"), [this] {
+                                 if (display.canHScrollOut())
+                                     display.hZoom(1.0 / increment());
+                             });
+    hToggleButton =
+        addZoom(keysOwner, QStringLiteral("\u2194"), {}, {}, [this] { display.hToggle(); });
     row->addSpacing(8);
     row->addWidget(new QLabel(tr("Height"), this));
-    vZoomInButton = addZoom(keysOwner, QStringLiteral("+"), {Qt::Key_PageUp},
-                            tr("Zoom in in height (Page Up)"), &ZoomControls::vZoomIn);
-    vZoomOutButton = addZoom(keysOwner, QStringLiteral("\u2212"), {Qt::Key_PageDown},
-                             tr("Zoom out in height (Page Down)"), &ZoomControls::vZoomOut);
-    vToggleButton = addZoom(keysOwner, QStringLiteral("\u2195"), {}, {}, &ZoomControls::vToggle);
+    vZoomInButton =
+        addZoom(keysOwner, QStringLiteral("+"), {Qt::Key_PageUp}, tr("Zoom in in height (Page Up)"),
+                [this] { display.vZoom(increment()); });
+    vZoomOutButton =
+        addZoom(keysOwner, QStringLiteral("\u2212"), {Qt::Key_PageDown},
+                tr("Zoom out in height (Page Down)"), [this] { display.vZoom(1.0 / increment()); });
+    vToggleButton =
+        addZoom(keysOwner, QStringLiteral("\u2195"), {}, {}, [this] { display.vToggle(); });
     for (QToolButton *toggle : {hToggleButton, vToggleButton})
         toggle->defaultAction()->setCheckable(true);
 }
 
 QToolButton *ZoomControls::addZoom(QWidget *keysOwner, const QString &text,
                                    const QList<QKeySequence> &keys, const QString &toolTip,
-                                   void (ZoomControls::*command)())
+                                   const std::function<void()> &command)
 {
     QAction *action = addWindowAction(keysOwner, text, keys, this, [this, command] {
-        (this->*command)();
+        command();
         emit zoomed();
     });
     if (!toolTip.isEmpty())
@@ -61,37 +78,6 @@ void ZoomControls::refresh(bool hasSound)
     hToggleButton->defaultAction()->setToolTip(h ? tr("Zoom out full") : tr("Restore zoom"));
     vToggleButton->defaultAction()->setChecked(v);
     vToggleButton->defaultAction()->setToolTip(v ? tr("Zoom out full") : tr("Restore zoom"));
-}
-
-void ZoomControls::hZoomIn()
-{
-    display.hZoom(Parameters::shared().zoomIncrement.value());
-}
-
-void ZoomControls::hZoomOut()
-{
-    if (display.canHScrollOut())
-        display.hZoom(1.0 / Parameters::shared().zoomIncrement.value());
-}
-
-void ZoomControls::hToggle()
-{
-    display.hToggle();
-}
-
-void ZoomControls::vZoomIn()
-{
-    display.vZoom(Parameters::shared().zoomIncrement.value());
-}
-
-void ZoomControls::vZoomOut()
-{
-    display.vZoom(1.0 / Parameters::shared().zoomIncrement.value());
-}
-
-void ZoomControls::vToggle()
-{
-    display.vToggle();
 }
 
 } // namespace quorval

@@ -2,6 +2,8 @@
 
 #include <QWidget>
 
+#include <functional>
+
 class QAction;
 class QToolButton;
 
@@ -38,13 +40,7 @@ signals:
 private:
     // Adds the action, and its button to the row.
     QToolButton *addZoom(QWidget *keysOwner, const QString &text, const QList<QKeySequence> &keys,
-                         const QString &toolTip, void (ZoomControls::*command)());
-    void hZoomIn();
-    void hZoomOut();
-    void hToggle();
-    void vZoomIn();
-    void vZoomOut();
-    void vToggle();
+                         const QString &toolTip, const std::function<void()> &command);
 
     DisplayView &display;
 };

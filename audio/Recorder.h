@@ -130,7 +130,7 @@ private:
 
     std::shared_ptr<WavStream> stream; // set by start(), read on the realtime queue
     std::vector<std::int16_t> ring;    // single producer (audio), single consumer (realtime)
-    std::int64_t ringFrames;
+    const std::int64_t ringFrames;     // ring.size(), fixed when made
     std::atomic<std::int64_t> writtenFrames{0};
     std::atomic<std::int64_t> readFrames{0};
     std::atomic<std::int64_t> droppedFrames{0};

@@ -10,13 +10,13 @@
 #include "display/DisplayView.h"
 #include "options/OptionStore.h"
 #include "options/Parameters.h"
+#include "options/PrivateFolders.h"
 #include "streams/MusicStream.h"
 #include "streams/Quorval.h"
 #include "streams/WavStream.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTimer>
 
@@ -142,12 +142,11 @@ int main(int argc, char **argv)
 {
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
-    // Working files of its own: a recording another run left behind would stop the start-up
+    // Folders of its own: a recording another run left behind would stop the start-up
     // at the recovery question.
-    QTemporaryDir work;
-    if (!work.isValid())
+    const quorval::PrivateFolders folders;
+    if (!folders.isValid())
         return 1;
-    qputenv("TMPDIR", QFile::encodeName(work.path()));
     QApplication app(argc, argv);
     return quorval::bench::runWithStreams(app, argc, argv);
 }

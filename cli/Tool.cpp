@@ -117,12 +117,8 @@ bool Tool::applyOptions(const CommandLine &line)
 
 bool Tool::tuningReads()
 {
-    const Parameters &parameters = Parameters::shared();
-    if (parameters.temperament.value() != Parameters::scalaTemperamentName())
-        return true;
     QString error;
-    if (Scale::tuningFromFiles(parameters.scalaFile.value(), parameters.keyboardMappingFile.value(),
-                               error))
+    if (!Scale::tuningUnreadable(Parameters::shared(), error))
         return true;
     complain(error);
     return false;

@@ -10,12 +10,10 @@ TraceScrollers::TraceScrollers(DisplayView &moved, MyScroller *horizontal, MyScr
 {
     connect(&view, &DisplayView::scrollersStale, this, &TraceScrollers::refresh);
     if (h) {
-        h->horizontal = true;
         connect(h, &MyScroller::positionChanged, this, &TraceScrollers::applyH);
         connect(h, &MyScroller::pageRequested, this, &TraceScrollers::pageH);
     }
     if (v) {
-        v->horizontal = false;
         connect(v, &MyScroller::positionChanged, this, &TraceScrollers::applyV);
         connect(v, &MyScroller::pageRequested, this, &TraceScrollers::pageV);
     }

@@ -198,6 +198,13 @@ Scale::Settings Scale::currentSettings(const Parameters &parameters)
     return settings;
 }
 
+bool Scale::tuningUnreadable(const Parameters &parameters, QString &error)
+{
+    return parameters.temperament.value() == Parameters::scalaTemperamentName() &&
+           !tuningFromFiles(parameters.scalaFile.value(), parameters.keyboardMappingFile.value(),
+                            error);
+}
+
 std::shared_ptr<const ScalaTuning>
 Scale::tuningFromFiles(const QString &scalePath, const QString &mappingPath, QString &error)
 {

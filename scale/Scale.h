@@ -68,6 +68,9 @@ public:
     // a path or a modification time changed since the last call. Any thread.
     static std::shared_ptr<const ScalaTuning>
     tuningFromFiles(const QString &scalePath, const QString &mappingPath, QString &error);
+    // Whether the options choose the tuning files' temperament and those cannot be read (the
+    // grid then keeps to equal temperament); error says why. Any thread.
+    static bool tuningUnreadable(const Parameters &parameters, QString &error);
     // Offsets in cents from equal temperament by scale degree, per temperament.
     static const std::array<std::array<double, 12>, kTemperamentCount> &temperamentCents();
     // The name of the note `semitones` (0..11) above the tonic of a major key (pitch class).

@@ -1,11 +1,10 @@
 // The main of the window tests: one QApplication, offscreen when there is no display, the main
-// queue posting into its event loop, and the private per-user store of the options tests.
+// queue posting into its event loop, and the private folders of the options tests (working files
+// included: the start-up offers recordings other processes left in the shared folder).
 #include "options/tests/support/OptionsTestStore.h"
 #include "streams/Quorval.h"
 
 #include <QApplication>
-#include <QFile>
-#include <QTemporaryDir>
 
 int main(int argc, char **argv)
 {
@@ -15,12 +14,6 @@ int main(int argc, char **argv)
         qputenv("QT_QPA_PLATFORM", "offscreen");
     // The start-up update check must never reach the network from a test.
     qputenv("QUORVAL_UPDATE_URL", "http://127.0.0.1:1/");
-    // Working files in a folder of this run's own: the start-up offers recordings other
-    // processes left in the shared one.
-    QTemporaryDir temporary;
-    if (!temporary.isValid())
-        return 1;
-    qputenv("TMPDIR", QFile::encodeName(temporary.path()));
     return quorval::runTestsInPrivateStore(argc, argv, [](int &argc, char **argv) {
         auto app = std::make_unique<QApplication>(argc, argv);
         QApplication *application = app.get();

@@ -84,8 +84,6 @@ TEST_F(WindowTest, liveReadoutShowsTheNoteAtTheNeedleInWrittenPitch)
     WAIT_FOR(panes.liveReadout->noteText().startsWith(QStringLiteral("F\u266f4")), 5000);
     EXPECT_GT(panes.liveReadout->cents(), 5.0);
     EXPECT_LT(panes.liveReadout->cents(), 45.0);
-    // Its colour is the trace's for a sharp note: more red than blue.
-    EXPECT_GT(panes.liveReadout->color().red(), panes.liveReadout->color().blue());
 
     // A B♭ clarinettist reads written pitch everywhere: the read-out, the table and the keys.
     ASSERT_TRUE(Parameters::shared().transposition.setFromText(QStringLiteral("Bb")));
@@ -99,10 +97,6 @@ TEST_F(WindowTest, liveReadoutShowsTheNoteAtTheNeedleInWrittenPitch)
     ASSERT_TRUE(Parameters::shared().transposition.setFromText(QStringLiteral("Concert pitch")));
     emit delegate->optionsMenu->optionsChanged();
     WAIT_FOR(controller->displayView->frame().writtenKeyNames[0].isEmpty(), 5000);
-
-    // Before the first note (silence) it is blank.
-    controller->transport->playhead().moveNeedle(0.01);
-    WAIT_FOR(panes.liveReadout->isBlank(), 5000);
 }
 
 } // namespace

@@ -42,11 +42,8 @@ bool write(const QString &path, const QByteArray &bytes)
 class SoundDocumentTest : public DemoCopyTest
 {
 protected:
-    void SetUp() override
+    void openCopy() override
     {
-        DemoCopyTest::SetUp();
-        if (HasFatalFailure())
-            return;
         // The sound's own messages ("Can't save sound file") reach the dialog, as in the window.
         AskViewController::installAsMessageHandler(&window);
         document = std::make_unique<SoundDocument>(

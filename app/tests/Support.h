@@ -73,7 +73,7 @@ public:
 };
 
 // A test on a copy of the demo sound (16-bit mono at 44100 Hz) in a folder of its own, with
-// scripted file panels.
+// scripted file panels. openCopy() opens it, once the copy is made.
 class DemoCopyTest : public StoreTest, protected ScriptedPanels
 {
 protected:
@@ -83,7 +83,10 @@ protected:
         ASSERT_TRUE(dir.isValid());
         demoPath = dir.filePath(QStringLiteral("demo.wav"));
         ASSERT_TRUE(QFile::copy(QStringLiteral(QUORVAL_DEMO_WAV), demoPath));
+        openCopy();
     }
+
+    virtual void openCopy() = 0;
 
     QTemporaryDir dir;
     QString demoPath;

@@ -35,11 +35,8 @@ namespace quorval {
 class WindowTest : public DemoCopyTest
 {
 protected:
-    void SetUp() override
+    void openCopy() override
     {
-        DemoCopyTest::SetUp();
-        if (HasFatalFailure())
-            return;
         launch(demoPath);
         ASSERT_TRUE(controller->wavStream());
         controller->wavStream()->waitForCopy();

@@ -132,9 +132,7 @@ void OptionsMenu::presetSelected(const QAction *item)
 void OptionsMenu::sayIfTuningUnreadable()
 {
     QString error;
-    if (parameters_.temperament.value() != Parameters::scalaTemperamentName() ||
-        Scale::tuningFromFiles(parameters_.scalaFile.value(),
-                               parameters_.keyboardMappingFile.value(), error)) {
+    if (!Scale::tuningUnreadable(parameters_, error)) {
         tuningFaultSaid_.clear();
         return;
     }

@@ -1,9 +1,9 @@
 #include "options/tests/support/OptionsTestStore.h"
 
 #include "options/OptionStore.h"
+#include "options/PrivateFolders.h"
 
 #include <QSettings>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -36,20 +36,15 @@ void clearTestStore()
 
 int runTestsInPrivateStore(int &argc, char **argv, const ApplicationMaker &makeApplication)
 {
-    QTemporaryDir root;
-    if (!root.isValid()) {
+    const PrivateFolders folders;
+    if (!folders.isValid()) {
         std::fprintf(stderr, "no temporary directory for the test store\n");
         return 1;
     }
-    // Set before anything asks for a standard path, and before QSettings is first used.
-    qputenv("XDG_CONFIG_HOME", root.filePath(QStringLiteral("user")).toLocal8Bit());
-    qputenv("XDG_CONFIG_DIRS", root.filePath(QStringLiteral("system")).toLocal8Bit());
     const std::unique_ptr<QCoreApplication> app = makeApplication(argc, argv);
-    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
-                       root.filePath(QStringLiteral("user")));
-    QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope,
-                       root.filePath(QStringLiteral("system")));
-    storeRoot() = root.path();
+    QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folders.user());
+    QSettings::setPath(QSettings::NativeFormat, QSettings::SystemScope, folders.system());
+    storeRoot() = folders.root();
     OptionStore::reload();
 
     ::testing::InitGoogleTest(&argc, argv);

@@ -22,8 +22,8 @@ void clearTestStore();
 // Makes the run's application object (QCoreApplication, or QApplication for widget tests).
 using ApplicationMaker = std::function<std::unique_ptr<QCoreApplication>(int &argc, char **argv)>;
 
-// The body of a test main: points the per-user and system-wide configuration at a temporary
-// directory, makes the application and runs every test.
+// The body of a test main: points the per-user and system-wide configuration and the working
+// files at temporary folders, makes the application and runs every test.
 int runTestsInPrivateStore(int &argc, char **argv, const ApplicationMaker &makeApplication);
 
 // A test that starts from an empty store and no follow-up requests counted.
