@@ -16,6 +16,12 @@ if [ "${1:-}" = "--session" ]; then
     mkdir -p "$out"
     openbox >/dev/null 2>&1 &
     wm=$!
+    # A window mapped while the window manager is still starting can be left unmanaged and
+    # unviewable: the program starts once the manager says it is running.
+    for _ in $(seq 300); do
+        xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id' && break
+        sleep 0.1
+    done
     QT_SCALE_FACTOR=$scale "$program" "$demo" >"$out/quorval.log" 2>&1 &
     pid=$!
     trap 'kill "$pid" "$wm" 2>/dev/null || true' EXIT
@@ -50,6 +56,13 @@ if [ "${1:-}" = "--session" ]; then
         import -window root "$out/no-window.png" || true
         echo "screenshots: no window (${scale}x); the screen is in $out/no-window.png; its output:" >&2
         tail -n 30 "$out/quorval.log" >&2
+        # Where the program is, and which windows the server has.
+        { xwininfo -root -tree && xdotool search --name . | xargs -rn1 xwininfo -id; } \
+            >"$out/no-window-tree.txt" 2>&1 || true
+        if command -v gdb >/dev/null; then
+            gdb -p "$pid" -batch -ex 'thread apply all bt 20' >"$out/no-window-stacks.txt" 2>&1 || true
+            grep -A20 '^Thread 1 ' "$out/no-window-stacks.txt" >&2 || true
+        fi
         exit 1
     }
     xdotool windowactivate --sync "$main" 2>/dev/null || xdotool windowfocus --sync "$main"
@@ -109,7 +122,7 @@ fi
 program=$(realpath "${1:-$root/build/release/app/quorval}")
 out=$(realpath -m "${2:-$root/build/artifacts/screenshots}")
 [ -x "$program" ] || { echo "screenshots: no program at $program" >&2; exit 1; }
-for tool in xvfb-run openbox xdotool import convert; do
+for tool in xvfb-run openbox xprop xwininfo xdotool import convert; do
     command -v "$tool" >/dev/null || { echo "screenshots: $tool is not installed" >&2; exit 1; }
 done
 

@@ -28,8 +28,8 @@ test=(
     desktop-file-utils appstream clang-format
 )
 # Continuous integration: the benchmarks, the fuzzers (clang's), the package's lint, and the
-# window manager, input and picture tools of the screenshots.
-ci=(clang libclang-rt-14-dev libbenchmark-dev lintian openbox xdotool imagemagick)
+# window manager, window, input and picture tools of the screenshots.
+ci=(clang libclang-rt-14-dev libbenchmark-dev lintian openbox x11-utils xdotool imagemagick)
 
 case "$purpose" in
 run) packages=("${build[@]}" "${run[@]}") ;;
