@@ -220,28 +220,23 @@ PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &pe
         // Taken here, after any reset posted before this visit has run.
         search = searchSettings();
         result.inside = segmentInside_D(i);
-        if (!result.inside)
-            return;
-        if (!search.refinePitch) {
+        if (result.inside)
             setUp =
                 probe.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing), transform,
                                        &peaks, search.nHighest, search.freqMin, search.freqMax,
                                        search.goodnessThreshold, search.dbLimit);
-            frames.samples = probe.getSamples();
-            return;
+        if (setUp && search.refinePitch) {
+            const std::int64_t start = checkedProduct(i, segSpacing);
+            frames = framesOf(readBeside_D(start, start + segLength, besideOf), besideOf, start);
         }
-        // One read for the segment and the half segments beside it, which the refiner wants.
-        const std::int64_t start = checkedProduct(i, segSpacing);
-        frames = framesOf(readBeside_D(start, start + segLength, besideOf), besideOf, start);
-        setUp = frames.samples != nullptr;
-        if (setUp)
-            probe.setupWithSamples(frames.samples, transform, &peaks, search.nHighest,
-                                   search.freqMin, search.freqMax, search.goodnessThreshold,
-                                   search.dbLimit);
     });
-    if (setUp)
-        finishSegment(probe, transform, peaks, peaksGenerationOf, search, refinerOf, frames,
-                      result);
+    if (result.inside && setUp) {
+        if (!search.refinePitch)
+            frames.samples = probe.getSamples();
+        if (frames.samples != nullptr)
+            finishSegment(probe, transform, peaks, peaksGenerationOf, search, refinerOf, frames,
+                          result);
+    }
     return result;
 }
 
