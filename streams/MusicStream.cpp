@@ -421,8 +421,17 @@ bool MusicStream::waitUntilCalculated(std::chrono::milliseconds timeout)
         const std::shared_ptr<PitchStream> current = pitchStream();
         if (!current)
             return true;
-        const bool done = Quorval::dataQueue().sync(
-            [&current] { return current->nextUncalculatedIndex_D() < 0; });
+        const bool done = Quorval::dataQueue().sync([&current] {
+            // A copy that has just ended may not have told the pitch stream of its last
+            // segments yet: they are taken in before anything counts as done.
+            const std::int64_t n = current->segmentsHeld_D();
+            if (n > current->maximumIndex_D()) {
+                current->extendRange_D(n);
+                if (auto source = Quorval::visibleSegmentSource())
+                    source->pitchStreamGrew_D();
+            }
+            return current->nextUncalculatedIndex_D() < 0;
+        });
         if (done)
             return true;
         requestCalculation();
