@@ -155,7 +155,7 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
     const auto n = static_cast<std::size_t>(frames);
     const auto half = n / 2;
     const double twoPi = 2.0 * std::numbers::pi;
-    segment.assign(n, 0.0);
+    segment = nullptr;
     besideSamples.assign(n, 0.0);
     before = nullptr;
     after = nullptr;
@@ -184,7 +184,7 @@ bool PitchRefinerOC::setupWithNFrames(int frames, double binHz)
 
 void PitchRefinerOC::setSamples(const double *samples, const double *earlier, const double *later)
 {
-    std::copy(samples, samples + nFrames, segment.begin());
+    segment = samples;
     before = earlier;
     after = later;
 }
@@ -623,9 +623,9 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
         const auto to = besideSamples.begin();
         if (side == 0 && before != nullptr) {
             std::copy(before, before + half, to);
-            std::copy(segment.begin(), segment.begin() + half, to + half);
+            std::copy(segment, segment + half, to + half);
         } else if (side == 1 && after != nullptr) {
-            std::copy(segment.begin() + half, segment.end(), to);
+            std::copy(segment + half, segment + nFrames, to);
             std::copy(after, after + half, to + half);
         } else {
             continue;
@@ -649,12 +649,12 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
 double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
 {
     harmonicsUsed = 0;
-    if (nFrames == 0 || !(freq > 0.0) || !std::isfinite(freq))
+    if (nFrames == 0 || segment == nullptr || !(freq > 0.0) || !std::isfinite(freq))
         return freq;
     goodness = 0.0;
     const double(&window)[kTaps + 1] =
         freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann;
-    transform(segment.data(), window);
+    transform(segment, window);
     Measurement m = measure(freq);
     bool moved = false;
     bool movedUp = false;
@@ -727,7 +727,7 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         !(m.powerOf[0] >= kBesideFundamental * strongest) && 2.0 * m.freq < freqMax) {
         const double low = m.freq;
         const bool up = besideIsOctaveAbove(low);
-        transform(segment.data(),
+        transform(segment,
                   up && 2.0 * low / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : window);
         if (up) {
             const Measurement above = measure(2.0 * low);

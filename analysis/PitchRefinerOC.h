@@ -58,11 +58,10 @@ public:
     // nFrames, positive and finite. False (and the object unusable) otherwise.
     [[nodiscard]] bool setupWithNFrames(int nFrames, double hzPerBin);
 
-    // Copies the segment's nFrames samples (unweighted), to be refined later: the harmonic
-    // search transforms its own copy in place. before and after, where the sound has them, are
-    // the nFrames / 2 samples just before and just after the segment: where a note starts or
-    // ends inside the segment, the note's steady part beside it settles the octave. They are
-    // read only when needed, so must stay as they are until refine() returns.
+    // The segment's nFrames samples (unweighted), to be refined later. before and after, where
+    // the sound has them, are the nFrames / 2 samples just before and just after the segment:
+    // where a note starts or ends inside the segment, the note's steady part beside it settles the
+    // octave. All are read in place, not copied, so must stay as they are until refine() returns.
     void setSamples(const double *samples, const double *before = nullptr,
                     const double *after = nullptr);
     // The pitch in Hz of the samples last set, given freq (Hz), the pitch the harmonic search
@@ -138,7 +137,7 @@ private:
 
     int nFrames = 0;
     double hzPerBin = 0.0;
-    std::vector<double> segment; // the samples last set
+    const double *segment = nullptr; // the samples last set
     // The caller's half segments beside the segment (nullptr: none), and the sound half a segment
     // before or after, put together from them when asked for.
     const double *before = nullptr;

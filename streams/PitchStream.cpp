@@ -220,23 +220,28 @@ PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &pe
         // Taken here, after any reset posted before this visit has run.
         search = searchSettings();
         result.inside = segmentInside_D(i);
-        if (result.inside)
+        if (!result.inside)
+            return;
+        if (!search.refinePitch) {
             setUp =
                 probe.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing), transform,
                                        &peaks, search.nHighest, search.freqMin, search.freqMax,
                                        search.goodnessThreshold, search.dbLimit);
-        if (setUp && search.refinePitch) {
-            const std::int64_t start = checkedProduct(i, segSpacing);
-            frames = framesOf(readBeside_D(start, start + segLength, besideOf), besideOf, start);
-        }
-    });
-    if (result.inside && setUp) {
-        if (!search.refinePitch)
             frames.samples = probe.getSamples();
-        if (frames.samples != nullptr)
-            finishSegment(probe, transform, peaks, peaksGenerationOf, search, refinerOf, frames,
-                          result);
-    }
+            return;
+        }
+        // One read for the segment and the half segments beside it, which the refiner wants.
+        const std::int64_t start = checkedProduct(i, segSpacing);
+        frames = framesOf(readBeside_D(start, start + segLength, besideOf), besideOf, start);
+        setUp = frames.samples != nullptr;
+        if (setUp)
+            probe.setupWithSamples(frames.samples, transform, &peaks, search.nHighest,
+                                   search.freqMin, search.freqMax, search.goodnessThreshold,
+                                   search.dbLimit);
+    });
+    if (setUp)
+        finishSegment(probe, transform, peaks, peaksGenerationOf, search, refinerOf, frames,
+                      result);
     return result;
 }
 
@@ -283,7 +288,7 @@ void PitchStream::finishSegment(PitchResultOC &probe, FFTOC &transform, PeakData
         setUpPeaks(transform, peaks, search);
         peaksGenerationOf = search.generation;
     }
-    // compute() transforms the probe's samples in place: the refiner keeps its own copy.
+    // The refiner reads the frames where they are: compute() weighs the probe's own copy.
     if (search.refinePitch)
         refinerOf.setSamples(frames.samples, frames.before, frames.after);
     probe.compute();

@@ -102,7 +102,8 @@ TEST(PitchRefinerOC, candidatesAnOctaveOrTwelfthOffMoveToThePitch)
         }
     }
     // A sine has no harmonics to tell octaves apart: it stays where it is.
-    refiner.setSamples(sine(440.0, 8000.0, kSegLength).data());
+    const std::vector<double> pure = sine(440.0, 8000.0, kSegLength);
+    refiner.setSamples(pure.data());
     EXPECT_NEAR(centsBetween(refiner.refine(440.0, kFreqMin, kFreqMax), 440.0), 0.0, 0.2);
 }
 
@@ -560,10 +561,12 @@ TEST(PitchRefinerOC, refusesBadSizesAndAnswersTheGivenPitchWhenItCannotMeasure)
     // Not set up: nothing to measure with.
     EXPECT_EQ(refiner.refine(440.0, kFreqMin, kFreqMax), 440.0);
     ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
-    refiner.setSamples(silence(kSegLength).data());
+    const std::vector<double> quiet = silence(kSegLength);
+    refiner.setSamples(quiet.data());
     EXPECT_EQ(refiner.refine(440.0, kFreqMin, kFreqMax), 440.0);
     EXPECT_EQ(refiner.getHarmonicsUsed(), 0);
-    refiner.setSamples(tone(Tone{.freqHz = 440.0}, kSegLength).data());
+    const std::vector<double> a4 = tone(Tone{.freqHz = 440.0}, kSegLength);
+    refiner.setSamples(a4.data());
     EXPECT_EQ(refiner.refine(0.0, kFreqMin, kFreqMax), 0.0);
     EXPECT_EQ(refiner.refine(-5.0, kFreqMin, kFreqMax), -5.0);
     // A pitch the range leaves out is not taken.
