@@ -56,6 +56,11 @@ constexpr double kAgreement = 0.0087;
 constexpr double kConsensusPower = 0.01;
 // The harmonics that vote: the first dozen decide as well as all and cost half as much.
 constexpr int kConsensusHarmonics = 12;
+// A partial this far from a harmonic (relative; a semitone) may be that harmonic pulled off.
+constexpr double kSemitoneSpread = 0.0595;
+// The series a strongest partial implies is real where its other harmonics hold this share of
+// the strongest bin's power: noise at 10 dB SNR under a lone partial holds a few thousandths.
+constexpr double kSeriesBeside = 0.03;
 // Bins this far below the strongest are left out altogether: 90 dB down they change no share.
 constexpr double kNegligiblePower = 1e-9;
 // The greatest factor a candidate may be below the pitch: as far as the harmonic search goes
@@ -662,10 +667,24 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     // harmonics miss it (the search led off by noise peaks) gives way to the partial itself,
     // and the moves below find which harmonic it is.
     if (m.used == 0 || !holdsStrongest(m)) {
-        double partial = binOf(strongestBin) * hzPerBin;
+        const double strongestHz = binOf(strongestBin) * hzPerBin;
+        double partial = strongestHz;
         while (partial >= freqMax)
             partial *= 0.5;
-        const Measurement own = measure(partial);
+        Measurement own = measure(partial);
+        // Within a semitone of a harmonic of the search's pitch, the partial may still be that
+        // harmonic, pulled off for a segment by voices that beat: it is, where the series it
+        // implies holds real harmonics besides it. A lone partial's implied series holds noise.
+        const auto h = static_cast<int>(std::lround(strongestHz / freq));
+        if (h >= 2 && h <= kMaxHarmonics && strongestHz / h >= freqMin &&
+            std::abs(strongestHz / (h * freq) - 1.0) < kSemitoneSpread) {
+            const Measurement series = measure(strongestHz / h);
+            if (series.used > 0 &&
+                series.power - series.powerOf[h - 1] >= kSeriesBeside * strongest) {
+                own = series;
+                partial = strongestHz / h;
+            }
+        }
         if (own.used > 0 && partial >= freqMin) {
             m = own;
             moved = true;
