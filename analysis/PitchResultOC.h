@@ -92,6 +92,13 @@ public:
 
     [[nodiscard]] double getFreq() const { return freq; }
     [[nodiscard]] double getGoodness() const { return goodness; }
+    // Whether compute() takes the decibels from a polynomial logarithm, within 1e-9 dB of the
+    // library's and several times quicker, rather than from the library's log10. For a search
+    // whose pitch the refiner measures again: a last-digit difference in a decibel can at most
+    // tip a near tie between candidates, which the refiner checks anyway. Off by default, and
+    // off the search stays what it has always been, to the last bit.
+    void setQuickDecibels(bool on) { quickDecibels = on; }
+
     // The segment's samples before compute(), which transforms them in place: unweighted after
     // setupFromWavFile(), Hamming-weighted after setupWithSamples(). nFrames values.
     [[nodiscard]] const double *getSamples() const { return samples.data(); }
@@ -112,6 +119,7 @@ private:
     int nFreqs = 0;
     std::vector<double> samples; // nFrames samples of the segment, integer units
     std::vector<int> loudBins;   // the bins above the floor, while converting to dB
+    bool quickDecibels = false;  // see setQuickDecibels()
     bool windowed = false;       // samples already weighted, by setupWithSamples()
     bool windowedFinite = true;  // and whether they were all finite before
     double *fftResult = nullptr; // the FFTOC's result array, in dB after compute()

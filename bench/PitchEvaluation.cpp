@@ -676,6 +676,8 @@ struct SegmentAnalysis
     {
         result.setupWithSamples(samples, fft, &peaks, 2, s.freqMin, s.freqMax, 0.9,
                                 PeakDataSetOC::kDbLimit);
+        // As the pitch stream does: quick decibels where the refiner measures again.
+        result.setQuickDecibels(refined);
         result.compute();
         double f = result.getFreq();
         double goodness = result.getGoodness();

@@ -129,6 +129,8 @@ void segmentPitch(benchmark::State &state, Sound sound, bool readFile, bool refi
         return;
     }
     PitchResultOC pitch;
+    // As the pitch stream sets it up: quick decibels where the refiner measures again.
+    pitch.setQuickDecibels(refine);
     PitchRefinerOC refiner;
     if (!refiner.setupWithNFrames(kSegLength, kSampleRate / kSegLength)) {
         state.SkipWithError("cannot set up the refiner");

@@ -291,6 +291,9 @@ void PitchStream::finishSegment(PitchResultOC &probe, FFTOC &transform, PeakData
     // The refiner reads the frames where they are: compute() weighs the probe's own copy.
     if (search.refinePitch)
         refinerOf.setSamples(frames.samples, frames.before, frames.after);
+    // The refiner measures the pitch again: the search's decibels need not be the library's to
+    // the last digit.
+    probe.setQuickDecibels(search.refinePitch);
     probe.compute();
     double freq = probe.getFreq();
     double goodnessOf = probe.getGoodness();

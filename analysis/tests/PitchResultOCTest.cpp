@@ -162,6 +162,55 @@ TEST(PitchResultOC, spectrumIsHammingWeightedDecibelsOfFullScale)
     }
 }
 
+TEST(PitchResultOC, quickDecibelsAreTheLibrarysWithinANanodecibel)
+{
+    // A rich spectrum, so that the loud bins span every binade from the floor to the top, and one
+    // whose transform overflows; at floors the option range allows and beyond it.
+    Analyser analyser;
+    std::vector<double> rich =
+        harmonics(311.0, {9000.0, 4000.0, 2500.0, 900.0, 300.0, 60.0}, kSegLength);
+    mix(rich, whiteNoise(30.0, kSegLength, 3));
+    std::vector<double> huge = sine(1000.0, 1e307, kSegLength);
+    const double inf = std::numeric_limits<double>::infinity();
+    for (const std::vector<double> *segment : {&rich, &huge}) {
+        for (const double floor : {PeakDataSetOC::kDbLimit, -60.0, -300.0, -7000.0, -inf}) {
+            SCOPED_TRACE("floor " + std::to_string(floor));
+            PitchResultOC library;
+            library.setupWithSamples(segment->data(), analyser.fft, nullptr, 2, 100.0, 2000.0, 0.9,
+                                     floor);
+            library.compute();
+            const std::vector<double> expected(library.getFFTResult(),
+                                               library.getFFTResult() + library.getFFTSize());
+            PitchResultOC quick;
+            quick.setQuickDecibels(true);
+            quick.setupWithSamples(segment->data(), analyser.fft, nullptr, 2, 100.0, 2000.0, 0.9,
+                                   floor);
+            quick.compute();
+            for (int k = 0; k < quick.getFFTSize(); k++) {
+                const double got = quick.getFFTResult()[k];
+                const double want = expected[static_cast<std::size_t>(k)];
+                if (std::isfinite(want))
+                    ASSERT_NEAR(got, want, 1e-9) << "bin " << k;
+                else
+                    ASSERT_EQ(got, want) << "bin " << k;
+            }
+        }
+    }
+    // The search on those decibels finds the same pitch.
+    PitchResultOC library;
+    library.setupWithSamples(rich.data(), analyser.fft, &analyser.peaks, 2,
+                             analyser.settings.freqMin, analyser.settings.freqMax, 0.9,
+                             PeakDataSetOC::kDbLimit);
+    library.compute();
+    PitchResultOC quick;
+    quick.setQuickDecibels(true);
+    quick.setupWithSamples(rich.data(), analyser.fft, &analyser.peaks, 2, analyser.settings.freqMin,
+                           analyser.settings.freqMax, 0.9, PeakDataSetOC::kDbLimit);
+    quick.compute();
+    EXPECT_NEAR(centsBetween(quick.getFreq(), library.getFreq()), 0.0, 1e-6);
+    EXPECT_NEAR(quick.getGoodness(), library.getGoodness(), 1e-6 * library.getGoodness());
+}
+
 TEST(PitchResultOC, wavFileSegmentsGiveTheSamePitchAsTheirSamples)
 {
     Analyser analyser;
