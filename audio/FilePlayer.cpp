@@ -6,6 +6,7 @@
 #include <QAudioSink>
 #include <QFile>
 #include <QIODevice>
+#include <QTimer>
 
 #include <algorithm>
 #include <cmath>
@@ -35,6 +36,7 @@ public:
     {
         position = std::clamp<qint64>(byte - byte % frameBytes, 0, dataBytes);
         wrapsTaken = 0;
+        bytesGiven = 0;
         reachedEnd = false;
         rawEnded = false;
         if (stretcher)
@@ -42,7 +44,8 @@ public:
     }
 
     int loopsLeft = 0;
-    int wrapsTaken = 0; // times round to the start since rewindTo
+    int wrapsTaken = 0;    // times round to the start since rewindTo
+    qint64 bytesGiven = 0; // handed to the output since rewindTo
     bool reachedEnd = false;
 
     // Playing speed, 0.25 to 1: below 1 the sound is stretched in time at its own pitch. Set
@@ -77,9 +80,10 @@ public:
 protected:
     qint64 readData(char *data, qint64 maxBytes) override
     {
-        if (speed == 1.0 || !stretcher)
-            return readFile(data, maxBytes);
-        return readStretched(data, maxBytes);
+        const qint64 got =
+            speed == 1.0 || !stretcher ? readFile(data, maxBytes) : readStretched(data, maxBytes);
+        bytesGiven += got;
+        return got;
     }
 
 private:
@@ -223,22 +227,22 @@ std::unique_ptr<FilePlayer> FilePlayer::open(const std::string &path)
         }
         self->source = source;
         self->sink = new QAudioSink(*output, self->format, self->audio.context());
-        QObject::connect(
-            self->sink, &QAudioSink::stateChanged, self->sink, [self](QAudio::State state) {
-                if (state != QAudio::IdleState || !self->playing || !self->source->reachedEnd)
-                    return;
-                // Everything has been heard: the end of the file.
-                self->playing = false;
-                self->startSeconds = self->durationSeconds;
-                QMetaObject::invokeMethod(
-                    self->sink,
-                    [self] {
-                        self->sink->stop();
-                        if (self->finished)
-                            self->finished();
-                    },
-                    Qt::QueuedConnection);
-            });
+        // The output goes idle once the file has run out, while the sound server still holds
+        // what it was given: the end is watched for in the output's processed time.
+        self->drainTimer = new QTimer(self->audio.context());
+        self->drainTimer->setInterval(kDrainPollMs);
+        QObject::connect(self->drainTimer, &QTimer::timeout, self->drainTimer,
+                         [self] { self->finishWhenPlayedOut_A(); });
+        QObject::connect(self->sink, &QAudioSink::stateChanged, self->sink,
+                         [self](QAudio::State state) {
+                             if (state != QAudio::IdleState || !self->playing ||
+                                 !self->source->reachedEnd || self->drainTimer->isActive())
+                                 return;
+                             self->drainDeadline.setRemainingTime(self->unplayedUSecs_A() / 1000 +
+                                                                  kDrainSlackMs);
+                             // Not from inside the output's own signal: it is stopped there.
+                             self->drainTimer->start();
+                         });
         made = true;
     });
     return made ? std::move(player) : nullptr;
@@ -247,6 +251,8 @@ std::unique_ptr<FilePlayer> FilePlayer::open(const std::string &path)
 FilePlayer::~FilePlayer()
 {
     audio.run([this] {
+        delete drainTimer;
+        drainTimer = nullptr;
         if (sink)
             sink->stop();
         delete sink;
@@ -276,7 +282,33 @@ void FilePlayer::stopOutput_A()
 {
     startSeconds = currentTime_A();
     playing = false;
+    drainTimer->stop();
     sink->stop();
+}
+
+qint64 FilePlayer::unplayedUSecs_A() const
+{
+    const qint64 givenUSecs = source->bytesGiven * 1000000 /
+                              (static_cast<qint64>(format.bytesPerFrame()) * format.sampleRate());
+    return std::max<qint64>(0, givenUSecs - sink->processedUSecs());
+}
+
+void FilePlayer::finishWhenPlayedOut_A()
+{
+    if (!playing || !source->reachedEnd) {
+        drainTimer->stop();
+        return;
+    }
+    // A server that stops playing (suspended, gone) still lets the end come, a little late.
+    if (unplayedUSecs_A() > 0 && !drainDeadline.hasExpired())
+        return;
+    drainTimer->stop();
+    // Everything has been heard: the end of the file.
+    playing = false;
+    startSeconds = durationSeconds;
+    sink->stop();
+    if (finished)
+        finished();
 }
 
 double FilePlayer::currentTime()

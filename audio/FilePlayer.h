@@ -4,6 +4,7 @@
 #include "audio/AudioThread.h"
 
 #include <QAudioFormat>
+#include <QDeadlineTimer>
 
 #include <atomic>
 #include <cstdint>
@@ -11,6 +12,7 @@
 #include <string>
 
 class QAudioSink;
+class QTimer;
 
 namespace quorval {
 
@@ -44,6 +46,14 @@ private:
     // Audio thread.
     [[nodiscard]] double currentTime_A() const;
     void stopOutput_A();
+    // Microseconds of sound handed to the output and not yet played by it.
+    [[nodiscard]] qint64 unplayedUSecs_A() const;
+    // After the file has run out: stops the output and calls the finish callback once the
+    // output has played everything it was given.
+    void finishWhenPlayedOut_A();
+
+    static constexpr int kDrainPollMs = 10;
+    static constexpr qint64 kDrainSlackMs = 1000;
 
     AudioThread audio{"quorval-output"};
     QAudioFormat format;
@@ -51,6 +61,8 @@ private:
     // Audio thread only.
     QAudioSink *sink = nullptr;
     FileSource *source = nullptr;
+    QTimer *drainTimer = nullptr;
+    QDeadlineTimer drainDeadline;
     bool playing = false;
     double startSeconds = 0.0; // file position where the output last started
     std::function<void()> finished;

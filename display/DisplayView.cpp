@@ -108,8 +108,22 @@ void DisplayView::redrawAll()
         preparePosted = true;
         QMetaObject::invokeMethod(this, &DisplayView::prepareShown, Qt::QueuedConnection);
     }
-    emit viewMoved();
+    // At once, before the preparation: a zoom or a scroll changes the hover text now.
+    announceIfMoved();
     update();
+}
+
+void DisplayView::announceIfMoved()
+{
+    std::optional<Place> place;
+    if (bindAxes())
+        place = Place{hView.get(),     dataView,         shownSnapshot().stream.get(),
+                      hView->leftTime, hView->timeWidth, hView->canvasWidth,
+                      dataView->topY,  dataView->bottomY};
+    if (place == announcedPlace)
+        return;
+    announcedPlace = place;
+    emit viewMoved();
 }
 
 void DisplayView::prepareShown()
@@ -122,6 +136,8 @@ void DisplayView::prepareShown()
         rowHeaderView->update();
     if (columnHeaderView)
         columnHeaderView->update();
+    // The preparation itself may move the view (following the needle, a new canvas width).
+    announceIfMoved();
     emit prepared();
 }
 

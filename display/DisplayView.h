@@ -106,8 +106,9 @@ signals:
     void scrollersStale();
     // start < 0: no selection.
     void selectionChanged(double start, double end);
-    // The view or its data changed (a zoom, a scroll, new columns): what lies under a still
-    // mouse may have changed with them.
+    // The view moved (a zoom, a scroll, a new size, sound or view type) or its columns were
+    // replaced by another stream's: what lies under a still mouse may have changed. Not on
+    // redraws that move nothing.
     void viewMoved();
     // The data were marked changed (a burst of results marks it many times).
     void dataMarkedChanged();
@@ -126,6 +127,22 @@ private:
     void prepareShown();
     // Whether the view shows less than the whole, posted after a preparation that moved it.
     void updateScrollOut();
+    // Emits viewMoved when the view no longer stands where it last announced.
+    void announceIfMoved();
+
+    // What decides what lies under a point of the canvas.
+    struct Place
+    {
+        const HView *h = nullptr;
+        const DataView *data = nullptr;
+        const DisplayColumnStream *columns = nullptr;
+        double leftTime = 0.0;
+        double timeWidth = 0.0;
+        double canvasWidth = 0.0;
+        double topY = 0.0;
+        double bottomY = 0.0;
+        bool operator==(const Place &) const = default;
+    };
 
     TraceSource shownSource;
     bool canHScrollOutValue = false;
@@ -134,6 +151,7 @@ private:
     TraceFeed feed;
     bool scrollerUpdatePosted = false;
     bool preparePosted = false;
+    std::optional<Place> announcedPlace;
 };
 
 } // namespace quorval

@@ -35,6 +35,25 @@ std::int64_t segmentAt(const PitchStream &pitch, double timeSeconds)
     return static_cast<std::int64_t>(std::clamp(index, 0.0, 0x1p62));
 }
 
+// Moves the pitch range up to the whole segments the sound holds (nothing when it holds none);
+// true when that grew it. Data queue.
+bool takeInHeldSegments_D(PitchStream &pitch)
+{
+    const std::int64_t n = pitch.segmentsHeld_D();
+    if (n < 1)
+        return false;
+    const bool grew = n > pitch.maximumIndex_D();
+    pitch.extendRange_D(n);
+    return grew;
+}
+
+// Data queue.
+void tellVisibleColumns_D()
+{
+    if (auto source = Quorval::visibleSegmentSource())
+        source->pitchStreamGrew_D();
+}
+
 } // namespace
 
 MusicStream::MusicStream(std::shared_ptr<WavStream> wav)
@@ -214,12 +233,10 @@ void MusicStream::refresh()
     if (!current)
         return;
     Quorval::dataQueue().sync([&] {
-        const std::int64_t n = current->segmentsHeld_D();
-        if (n < 1)
-            return;
-        current->extendRange_D(n);
-        if (auto source = Quorval::visibleSegmentSource())
-            source->pitchStreamGrew_D();
+        (void)takeInHeldSegments_D(*current);
+        // Told even when nothing grew: a refresh also follows an option change.
+        if (current->maximumIndex_D() > 0)
+            tellVisibleColumns_D();
     });
 }
 
@@ -424,12 +441,8 @@ bool MusicStream::waitUntilCalculated(std::chrono::milliseconds timeout)
         const bool done = Quorval::dataQueue().sync([&current] {
             // A copy that has just ended may not have told the pitch stream of its last
             // segments yet: they are taken in before anything counts as done.
-            const std::int64_t n = current->segmentsHeld_D();
-            if (n > current->maximumIndex_D()) {
-                current->extendRange_D(n);
-                if (auto source = Quorval::visibleSegmentSource())
-                    source->pitchStreamGrew_D();
-            }
+            if (takeInHeldSegments_D(*current))
+                tellVisibleColumns_D();
             return current->nextUncalculatedIndex_D() < 0;
         });
         if (done)

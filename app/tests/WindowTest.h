@@ -38,6 +38,8 @@ protected:
     void openCopy() override
     {
         launch(demoPath);
+        if (HasFatalFailure())
+            return;
         ASSERT_TRUE(controller->wavStream());
         controller->wavStream()->waitForCopy();
     }
@@ -52,13 +54,15 @@ protected:
         controller = nullptr;
         delegate = std::make_unique<AppDelegate>(Parameters::shared(), panels());
         delegate->initialOpenFilePath = initial;
-        ASSERT_TRUE(delegate->applicationDidFinishLaunching());
+        ASSERT_TRUE(delegate->applicationDidFinishLaunching())
+            << "the window did not launch: " << dialogs.join(QStringLiteral("; ")).toStdString();
         controller = delegate->mainViewController;
         document = delegate->document;
         window = delegate->window;
         QApplication::setActiveWindow(window);
         ASSERT_TRUE(
-            QTest::qWaitFor([this] { return QApplication::activeWindow() == window; }, 5000));
+            QTest::qWaitFor([this] { return QApplication::activeWindow() == window; }, 5000))
+            << "the window did not become active";
     }
 
     void TearDown() override

@@ -784,6 +784,29 @@ TEST(SoundServer, playerFollowsTheOutputAndLoopsToTheSelection)
     EXPECT_EQ(finished, 1);
 }
 
+// The file runs out into the server's buffer well before it is heard: the end is told once the
+// output has played it, so never sooner than the sound lasts after play, at either speed.
+TEST(SoundServer, filePlayerEndsOnlyOnceTheSoundHasBeenPlayed)
+{
+    QUORVAL_NEED_SOUND_SERVER();
+    constexpr double kSeconds = 0.6;
+    testsignals::TempWav sound(test::toneAt(69.0, kSeconds), {}, 2);
+    for (const double speed : {1.0, 0.5}) {
+        auto player = FilePlayer::open(sound.path());
+        ASSERT_NE(player, nullptr);
+        ASSERT_TRUE(player->setSpeed(speed));
+        std::atomic<bool> done{false};
+        player->setFinishCallback([&done] { done = true; });
+        const auto began = std::chrono::steady_clock::now();
+        player->play();
+        ASSERT_TRUE(test::waitUntil([&] { return done.load(); }));
+        const double played =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+        EXPECT_GT(played, kSeconds / speed - 0.05) << "at speed " << speed;
+        EXPECT_EQ(player->currentTime(), player->duration());
+    }
+}
+
 TEST(SoundServer, filePlayerGoesRoundTheRingAtMostOnce)
 {
     QUORVAL_NEED_SOUND_SERVER();

@@ -145,6 +145,41 @@ TEST_F(Mouse, hoverFollowsTheMouseThroughDragsScrollsAndZooms)
     EXPECT_EQ(hovers.count(), told);
 }
 
+TEST_F(Mouse, viewMovedOnlyWhenTheViewMoves)
+{
+    QSignalSpy prepared(&display(), &DisplayView::prepared);
+    // Settled: the columns of the view are shown and a preparation has followed them.
+    ASSERT_TRUE(
+        QTest::qWaitFor([this] { return area.pointer->hoverAt(at(2.0).x()).pitched; }, kTimeout));
+    display().redrawAll();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !prepared.isEmpty(); }, kTimeout));
+
+    // Redraws, data marked changed and the redisplay that results bursts ask for move nothing.
+    QSignalSpy moved(&display(), &DisplayView::viewMoved);
+    for (int k = 0; k < 3; ++k) {
+        const qsizetype before = prepared.count();
+        display().redrawAll();
+        display().dataChanged();
+        DisplayView::requestRedraw();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return prepared.count() > before; }, kTimeout));
+    }
+    EXPECT_EQ(moved.count(), 0);
+
+    // A zoom and a scroll in time and a zoom in height each move it, at once.
+    const QPoint mouse = at(2.0);
+    QWheelEvent wheel(mouse, display().mapToGlobal(mouse), {}, QPoint(0, 120), Qt::NoButton, {},
+                      Qt::NoScrollPhase, false);
+    display().hZoom(4.0);
+    const qsizetype afterZoom = moved.count();
+    EXPECT_GE(afterZoom, 1);
+    const double beforeWheel = hView().leftTime;
+    QApplication::sendEvent(&display(), &wheel);
+    ASSERT_NE(hView().leftTime, beforeWheel);
+    EXPECT_EQ(moved.count(), afterZoom + 1);
+    display().vZoom(2.0);
+    EXPECT_EQ(moved.count(), afterZoom + 2);
+}
+
 TEST_F(Mouse, zoomShowsTheScrollerWhosePagesAndTheRulerScrollInTime)
 {
     QSignalSpy scrollOut(&display(), &DisplayView::scrollOutChanged);
