@@ -117,9 +117,9 @@ void DisplayView::announceIfMoved()
 {
     std::optional<Place> place;
     if (bindAxes())
-        place = Place{hView.get(),     dataView,         shownSnapshot().stream.get(),
-                      hView->leftTime, hView->timeWidth, hView->canvasWidth,
-                      dataView->topY,  dataView->bottomY};
+        place = Place{hView.get(),     dataView,          shownSnapshot().stream.get(),
+                      hView->leftTime, hView->timeWidth,  hView->canvasWidth,
+                      dataView->topY,  dataView->bottomY, shownSnapshot().generation};
     if (place == announcedPlace)
         return;
     announcedPlace = place;

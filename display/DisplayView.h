@@ -141,6 +141,7 @@ private:
         double canvasWidth = 0.0;
         double topY = 0.0;
         double bottomY = 0.0;
+        std::uint64_t generation = 0; // of the data shown
         bool operator==(const Place &) const = default;
     };
 
