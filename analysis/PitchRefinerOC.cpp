@@ -143,6 +143,12 @@ struct StretchFit
 // harmonics looks the same in one segment, but holds them on: beside it they are still there.
 constexpr double kBesideOddShare = 0.25;
 constexpr double kBesideFundamental = 0.06;
+// Beside the segment, faint odd harmonics over a fundamental that points right with this share
+// of the strongest bin's power are no sign of the octave above: a voice's or a choir's low notes
+// can lay nearly all their power on the even harmonics for their whole length. The steady note
+// after an attack's period doubling leaves next to nothing at the candidate's fundamental; a
+// note that fades into the next can leave a little on one side, so the other side decides.
+constexpr double kBesideHeldFundamental = 0.002;
 
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
@@ -646,7 +652,8 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
         if ((beside.oddShare >= kFaintOddShare && beside.oddShare < kBesideOddShare) ||
             beside.powerOf[0] >= kBesideFundamental * strongest)
             return false;
-        above = above || beside.oddShare < kFaintOddShare;
+        above = above || (beside.oddShare < kFaintOddShare &&
+                          !(beside.powerOf[0] >= kBesideHeldFundamental * strongest));
     }
     return above;
 }

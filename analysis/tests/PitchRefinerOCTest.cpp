@@ -250,7 +250,8 @@ TEST(PitchRefinerOC, aNoteAttackedAfterALowerOneKeepsItsOctaveFromTheSoundBeside
     // tens of milliseconds hold partials halfway between its own (a reed doubling its period).
     // The segment holds the end of the first note and that attack, its centre in the new note;
     // alone it reads the octave below; with the steady note after it, the note itself. The answer
-    // is the sound's: a refiner that has just refined other segments gives the same.
+    // is the sound's: a refiner that has just refined other segments gives the same. Low notes
+    // that hold their own octave beside the segment keep it.
     constexpr int kLength = 2048;
     const double hzPerBin = kSampleRate / kLength;
     const double from = noteToHz(40.0);
@@ -290,6 +291,14 @@ TEST(PitchRefinerOC, aNoteAttackedAfterALowerOneKeepsItsOctaveFromTheSoundBeside
         std::copy(octave.begin() + kChange, octave.end(), leap.begin() + kChange);
         const double *end = leap.data() + kChange - kLength / 2 - kAttack / 4;
         refiner.setSamples(end, end - kLength / 2, end + kLength);
+        EXPECT_NEAR(centsBetween(refiner.refine(0.5 * high, from, to), 0.5 * high), 0.0, 25.0);
+
+        // A low voice laying nearly all its power on the even harmonics for its whole length,
+        // its fundamental faint (25 dB down) but there: beside the segment it is the same note.
+        const std::vector<double> voice =
+            harmonics(0.5 * high, {480.0, 8000.0, 800.0, 4000.0, 240.0, 2400.0}, kSound);
+        const double *middle = voice.data() + kChange - kLength / 2;
+        refiner.setSamples(middle, middle - kLength / 2, middle + kLength);
         EXPECT_NEAR(centsBetween(refiner.refine(0.5 * high, from, to), 0.5 * high), 0.0, 25.0);
 
         PitchRefinerOC fresh;
