@@ -80,21 +80,37 @@ QUORVAL_INLINE double quickDecibels(double q)
     return kDecibelsPerNeper * (e * kLn2 + 2.0 * s * series);
 }
 
-// values[j] = max(quickDecibels(values[j]), floorDb) for j < count.
-QUORVAL_INLINE void quickDecibelsOf(double *values, int count, double floorDb)
+// Every bin of spectrum (magnitudes) in place: the floor where its quotient v × inverse lies
+// below floorQ or v is 0, else max(quickDecibels(quotient), floorDb), the library's answer to
+// within 1e-9 dB. One straight pass: quiet and loud bins alike take the logarithm, and the
+// quiet ones the floor instead, so that the loop vectorises. False, with the spectrum as it was,
+// where a bin is infinite or NaN (the quick logarithm reads finite values only).
+QUORVAL_INLINE bool quickDecibelsOf(double *spectrum, int size, double inverse, double floorQ,
+                                    double floorDb)
 {
-    for (int j = 0; j < count; j++)
-        values[j] = std::max(quickDecibels(values[j]), floorDb);
+    std::uint64_t carries = 0;
+    for (int i = 0; i < size; i++)
+        carries |= exponentCarry(spectrum[i]);
+    if ((carries >> 63) != 0)
+        return false;
+    for (int i = 0; i < size; i++) {
+        const double v = spectrum[i];
+        const double q = v * inverse;
+        const double db = std::max(quickDecibels(q), floorDb);
+        spectrum[i] = !(q < floorQ) && v > 0.0 ? db : floorDb;
+    }
+    return true;
 }
 
-QUORVAL_WIDE void quickDecibelsWide(double *values, int count, double floorDb)
+QUORVAL_WIDE bool quickDecibelsWide(double *spectrum, int size, double inverse, double floorQ,
+                                    double floorDb)
 {
-    quickDecibelsOf(values, count, floorDb);
+    return quickDecibelsOf(spectrum, size, inverse, floorQ, floorDb);
 }
 
-void quickDecibelsNarrow(double *values, int count, double floorDb)
+bool quickDecibelsNarrow(double *spectrum, int size, double inverse, double floorQ, double floorDb)
 {
-    quickDecibelsOf(values, count, floorDb);
+    return quickDecibelsOf(spectrum, size, inverse, floorQ, floorDb);
 }
 
 } // namespace
@@ -178,6 +194,12 @@ void PitchResultOC::convertToDecibelsAndLimit()
         floorDbFor = dbLimit;
         floorQuotient = std::pow(10.0, dbLimit / 20.0) * (1.0 - 1e-9);
     }
+    // Quick decibels need a floor among the normal numbers, where the quick logarithm is right.
+    if (quickDecibels && floorQuotient >= std::numeric_limits<double>::min() &&
+        (wideVectorsAvailable()
+             ? quickDecibelsWide(fftResult, fftSize, inverse, floorQuotient, dbLimit)
+             : quickDecibelsNarrow(fftResult, fftSize, inverse, floorQuotient, dbLimit)))
+        return;
     // Every bin takes the floor, and the loud ones, with their quotients, are listed on the way
     // (into the samples' room: the transform has read them) without a branch: whether a bin is
     // loud follows the partials, too irregular to guess. Only the list then takes logarithms.
@@ -196,24 +218,6 @@ void PitchResultOC::convertToDecibelsAndLimit()
         loud[count] = i;
         count += static_cast<int>(!(q < floorQ) && v > 0.0);
         spectrum[i] = floorDb;
-    }
-    // The quick logarithm reads positive, normal, finite quotients only: a floor in the
-    // subnormals or an infinite bin takes the library's.
-    const auto readable = [&] {
-        double greatest = 0.0;
-        for (int j = 0; j < count; j++)
-            greatest = std::max(greatest, quotients[j]);
-        return floorQ >= std::numeric_limits<double>::min() &&
-               greatest <= std::numeric_limits<double>::max();
-    };
-    if (quickDecibels && readable()) {
-        if (wideVectorsAvailable())
-            quickDecibelsWide(quotients, count, floorDb);
-        else
-            quickDecibelsNarrow(quotients, count, floorDb);
-        for (int j = 0; j < count; j++)
-            spectrum[loud[j]] = quotients[j];
-        return;
     }
     for (int j = 0; j < count; j++)
         spectrum[loud[j]] = std::max(20.0 * std::log10(quotients[j]), floorDb);
