@@ -1,6 +1,7 @@
 #include "audio/SoundDevices.h"
 
 #include "audio/PulseServer.h"
+#include "audio/SoundServerExit.h"
 
 #include <QCoreApplication>
 #include <QMediaDevices>
@@ -28,11 +29,24 @@ QString serverSocketPath()
     return runtime.isEmpty() ? QString() : runtime + QLatin1String("/pulse/native");
 }
 
+// Every use of Qt's audio starts here: the process's end is made safe first.
+QList<QAudioDevice> audioInputs()
+{
+    SoundServerExit::arm();
+    return QMediaDevices::audioInputs();
+}
+
+QList<QAudioDevice> audioOutputs()
+{
+    SoundServerExit::arm();
+    return QMediaDevices::audioOutputs();
+}
+
 } // namespace
 
 std::optional<QAudioDevice> defaultInput()
 {
-    const QList<QAudioDevice> inputs = QMediaDevices::audioInputs();
+    const QList<QAudioDevice> inputs = audioInputs();
     if (inputs.isEmpty())
         return std::nullopt;
     // Qt 6.4 marks no input as the default: the server is asked which one it is.
@@ -57,7 +71,7 @@ std::optional<QAudioDevice> defaultInput()
 
 std::optional<QAudioDevice> defaultOutput()
 {
-    const QList<QAudioDevice> outputs = QMediaDevices::audioOutputs();
+    const QList<QAudioDevice> outputs = audioOutputs();
     if (outputs.isEmpty())
         return std::nullopt;
     for (const QAudioDevice &device : outputs) {
@@ -98,12 +112,12 @@ void waitForDeviceLists()
 
 QStringList inputNames()
 {
-    return namesOf(QMediaDevices::audioInputs());
+    return namesOf(audioInputs());
 }
 
 QStringList outputNames()
 {
-    return namesOf(QMediaDevices::audioOutputs());
+    return namesOf(audioOutputs());
 }
 
 std::optional<QAudioDevice> chosenInput(const QString &wanted, QString *fallback)
@@ -112,7 +126,7 @@ std::optional<QAudioDevice> chosenInput(const QString &wanted, QString *fallback
         fallback->clear();
     if (wanted.isEmpty() || wanted == QLatin1String("Default"))
         return defaultInput();
-    const QList<QAudioDevice> inputs = QMediaDevices::audioInputs();
+    const QList<QAudioDevice> inputs = audioInputs();
     for (const QAudioDevice &device : inputs)
         if (device.description() == wanted)
             return device;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "audio/SoundDevices.h"
 #include "audio/tests/ChildProcess.h"
 
 #include <QAudioDevice>
@@ -17,7 +18,7 @@ namespace quorval::test {
 // Whether the sound server the test script starts is there: it lists an input and an output.
 inline bool soundServerPresent()
 {
-    return !QMediaDevices::audioInputs().isEmpty() && !QMediaDevices::audioOutputs().isEmpty();
+    return !SoundDevices::inputNames().isEmpty() && !SoundDevices::outputNames().isEmpty();
 }
 
 // CI sets QUORVAL_REQUIRE_AUDIO=1: there a missing server fails instead of skipping.
