@@ -12,11 +12,13 @@ A few low bassoon notes are annotated an octave above what is played and written
 behind the annotation took their second partial): a frame whose annotated pitch lies an octave
 from the score's note sounding at its time (NN-Name.txt: onset ms, score ms, MIDI note, part),
 and is not the score's note 100 ms either side of it, is moved to the score's octave, and said
-so on standard error.
+so on standard error. Where that moves most of an annotated note, by the same octaves, the whole
+note is moved: the 100 ms at its ends, left alone by the rule above, had slipped with the rest.
 parts.txt gets one line per part: "instrument<TAB>wav path<TAB>pitch file path".
 """
 
 import pathlib
+import statistics
 import sys
 
 import scipy.io
@@ -64,18 +66,26 @@ def main():
             wav = piece / f"{piece.name}-{spelling}.wav"
             lines = []
             for index, note in enumerate(notes[row, 0][:, 0]):
-                moved = []
+                frames = []
                 for frame in note[0].astype(int):
                     midi = f0s[row, frame - 1]
                     if midi > 0:
                         centre = FIRST_CENTRE_SECONDS + STEP_SECONDS * (frame - 1)
-                        octaves = octaves_off(midi, centre, written[row])
-                        if octaves != 0:
-                            moved.append(centre)
-                        lines.append(f"{centre:.3f} {midi - 12 * octaves:.6f} {index}\n")
-                if moved:
-                    print(f"{piece.name} {instrument}: {len(moved)} frames from {moved[0]:.2f} "
-                          f"to {moved[-1]:.2f} s moved to the score's octave", file=sys.stderr)
+                        frames.append((centre, midi, octaves_off(midi, centre, written[row])))
+                moved = [octaves for _, _, octaves in frames if octaves != 0]
+                # Most of the note an octave off: its ends, which the score's times leave
+                # undecided, slipped with the rest.
+                whole = (statistics.mode(moved)
+                         if len(moved) * 2 > len(frames) and len(set(moved)) == 1 else 0)
+                if whole != 0:
+                    frames = [(centre, midi, whole) for centre, midi, _ in frames]
+                shifted = [centre for centre, _, octaves in frames if octaves != 0]
+                if shifted:
+                    print(f"{piece.name} {instrument}: {len(shifted)} frames from "
+                          f"{shifted[0]:.2f} to {shifted[-1]:.2f} s moved to the score's octave"
+                          + (" (the whole note)" if whole != 0 else ""), file=sys.stderr)
+                lines += [f"{centre:.3f} {midi - 12 * octaves:.6f} {index}\n"
+                          for centre, midi, octaves in frames]
             pitch = output / f"{piece.name}-{instrument}.txt"
             pitch.write_text("".join(lines))
             print(f"{instrument}\t{wav.resolve()}\t{pitch.resolve()}")

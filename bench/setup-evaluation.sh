@@ -27,7 +27,9 @@ install fluidsynth fluid-soundfont-gm praat aubio-tools
 # written last, so that a preparation cut short is done again.
 url=https://github.com/flippy-fyp/Bach10_v1.1
 cache="${XDG_CACHE_HOME:-$HOME/.cache}/quorval/bach10"
-[ -s "$cache/parts.txt" ] && exit 0
+# The pitch files are made again when the converter has changed since.
+converter=$(sha256sum "$here/convert-bach10.py" | cut -d' ' -f1)
+[ -s "$cache/parts.txt" ] && [ "$(cat "$cache/converter" 2>/dev/null)" = "$converter" ] && exit 0
 source="$cache/Bach10_v1.1"
 if [ -n "${QUORVAL_BACH10:-}" ]; then
     source="$QUORVAL_BACH10"
@@ -53,3 +55,4 @@ mkdir -p "$cache/truth"
 # Debian's interpreter: the one python3-scipy is installed for.
 /usr/bin/python3 "$here/convert-bach10.py" "$source" "$cache/truth" > "$cache/parts.txt.new"
 mv "$cache/parts.txt.new" "$cache/parts.txt"
+echo "$converter" > "$cache/converter"

@@ -27,9 +27,11 @@ test=(
     sox libsox-fmt-mp3 python3
     desktop-file-utils appstream clang-format
 )
-# Continuous integration: the benchmarks, the fuzzers (clang's), the package's lint, and the
-# window manager, window, input and picture tools of the screenshots.
-ci=(clang libclang-rt-14-dev libbenchmark-dev lintian openbox x11-utils xdotool imagemagick)
+# Continuous integration: the benchmarks, the fuzzers (clang's), the package's lint, the
+# window manager, window, input and picture tools of the screenshots, and the reader of the
+# evaluation's annotations (tested with the rest).
+ci=(clang libclang-rt-14-dev libbenchmark-dev lintian openbox x11-utils xdotool imagemagick
+    python3-scipy)
 
 case "$purpose" in
 run) packages=("${build[@]}" "${run[@]}") ;;
