@@ -1167,7 +1167,8 @@ int main(int argc, char **argv)
         } instruments[] = {{"violin", 40, 55, 84, true},  {"viola", 41, 48, 76, true},
                            {"cello", 42, 36, 64, true},   {"flute", 73, 60, 90, true},
                            {"trumpet", 56, 55, 82, true}, {"choir", 52, 48, 72, true},
-                           {"piano", 0, 36, 84, false}};
+                           {"piano", 0, 36, 84, false},   {"voice", 53, 55, 79, true},
+                           {"oboe", 68, 58, 91, true},    {"clarinet", 71, 50, 89, true}};
         for (const auto &instrument : instruments) {
             Sound sound;
             if (renderInstrument(instrument.name, instrument.program, instrument.low,
