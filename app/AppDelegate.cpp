@@ -11,6 +11,7 @@
 #include "app/RecentFiles.h"
 #include "app/ReportCommands.h"
 #include "audio/SoundDevices.h"
+#include "audio/SoundServerExit.h"
 #include "display/DisplayView.h"
 #include "help/ContextHelp.h"
 #include "help/HelpViewer.h"
@@ -47,6 +48,8 @@ AppDelegate::AppDelegate(Parameters &params, SoundDocument::Panels panels)
     : window(new MainWindow), mainView(new MainView(window)), parameters(params),
       mediaDevices(new QMediaDevices(this))
 {
+    // Qt's audio is up from here, whether or not the launch gets as far as the devices.
+    SoundServerExit::arm();
     window->setCentralWidget(mainView);
 
     helpViewer = new HelpViewer;
