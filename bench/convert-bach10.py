@@ -18,7 +18,6 @@ parts.txt gets one line per part: "instrument<TAB>wav path<TAB>pitch file path".
 """
 
 import pathlib
-import statistics
 import sys
 
 import scipy.io
@@ -75,8 +74,7 @@ def main():
                 moved = [octaves for _, _, octaves in frames if octaves != 0]
                 # Most of the note an octave off: its ends, which the score's times leave
                 # undecided, slipped with the rest.
-                whole = (statistics.mode(moved)
-                         if len(moved) * 2 > len(frames) and len(set(moved)) == 1 else 0)
+                whole = moved[0] if len(moved) * 2 > len(frames) and len(set(moved)) == 1 else 0
                 if whole != 0:
                     frames = [(centre, midi, whole) for centre, midi, _ in frames]
                 shifted = [centre for centre, _, octaves in frames if octaves != 0]

@@ -227,7 +227,6 @@ PitchStream::computeSegment(std::int64_t &i, FFTOC &transform, PeakDataSetOC &pe
                 probe.setupFromWavFile(wav->wavFile_D(), wav->byteLocOf(i * segSpacing), transform,
                                        &peaks, search.nHighest, search.freqMin, search.freqMax,
                                        search.goodnessThreshold, search.dbLimit);
-            frames.samples = probe.getSamples();
             return;
         }
         // One read for the segment and the half segments beside it, which the refiner wants.
