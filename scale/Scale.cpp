@@ -78,6 +78,8 @@ struct Scale::TuningGrid
     std::vector<int> degree;   // by key: the degree within the period, -1 for a key left out
     // The shown lines, lowest pitch first.
     std::vector<std::pair<double, qint64>> shown;
+    // Set when completeness would hide every key the mapping tunes, so all of them are shown.
+    bool everyKeyShown = false;
 
     std::optional<std::size_t> at(qint64 key) const
     {
@@ -157,7 +159,8 @@ std::shared_ptr<const Scale::TuningGrid> Scale::makeGrid() const
             grid->shown.emplace_back(grid->pitch[i], key);
     }
     // Completeness may hide every degree a sparse mapping plays; then all of them are lines.
-    if (grid->shown.empty())
+    grid->everyKeyShown = grid->shown.empty();
+    if (grid->everyKeyShown)
         for (std::size_t i = 0; i < grid->pitch.size(); ++i)
             if (!std::isnan(grid->pitch[i]))
                 grid->shown.emplace_back(grid->pitch[i], grid->firstKey + qint64(i));
@@ -335,7 +338,8 @@ qint64 Scale::rank(qint64 n) const
 bool Scale::isShown(qint64 n) const
 {
     if (grid_)
-        return grid_->at(n) && rank(n) <= kLowestRank - settings_.completenessLevel;
+        return grid_->at(n) &&
+               (grid_->everyKeyShown || rank(n) <= kLowestRank - settings_.completenessLevel);
     return shown_[std::size_t(degree(n))];
 }
 

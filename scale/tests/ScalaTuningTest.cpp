@@ -163,6 +163,24 @@ TEST(ScalaTuning, keyboardMappingChoosesTheKeysAndTheirReference)
     // Outside the keys tuned there are no lines.
     tuning.mapping->firstKey = 21;
     EXPECT_TRUE(std::isnan(inC(tuning).gridPitch(20)));
+
+    // Only the G♯ keys tuned, a degree the sparsest completeness hides in C: they are still
+    // lines, and a pitch finds its way to one that is shown.
+    const char *const onlyGSharp = "12\n56\n80\n60\n68\n415.3\n12\n"
+                                   "x\nx\nx\nx\nx\nx\nx\nx\n8\nx\nx\nx\n";
+    tuning = read(kEqual12);
+    tuning.mapping = ScalaTuning::readMapping(onlyGSharp, error);
+    ASSERT_TRUE(tuning.mapping.has_value()) << error;
+    Scale::Settings sparse;
+    sparse.completenessLevel = 2;
+    sparse.tuning = std::make_shared<const ScalaTuning>(tuning);
+    const Scale gSharps(sparse);
+    EXPECT_EQ(gSharps.gridLines(0.0, 127.0).size(), 3u);
+    for (const qint64 key : {56, 68, 80})
+        EXPECT_TRUE(gSharps.isShown(key)) << key;
+    EXPECT_FALSE(gSharps.isShown(69));
+    EXPECT_EQ(gSharps.nearestLine(30.0), 56);
+    EXPECT_EQ(gSharps.nearestLine(71.0), 68);
 }
 
 // Each fault is refused with the line that holds it and what is wrong there.
