@@ -149,6 +149,15 @@ constexpr double kBesideFundamental = 0.06;
 // after an attack's period doubling leaves next to nothing at the candidate's fundamental; a
 // note that fades into the next can leave a little on one side, so the other side decides.
 constexpr double kBesideHeldFundamental = 0.002;
+// A dim segment read this far (relative; 10 cents) from the harmonic search's pitch, or moved
+// from it, may straddle a slurred change: the partials of the note before or after, a semitone
+// or a tone away, blend into its main lobes and pull the phase advance tens of cents off either
+// note. Half a segment before and after lie each on one side of the segment's centre:
+// where one of them holds a clear steady series (drawn bright) within kStartSpread of the
+// estimate and the other does not, the centre lies in that note, and its steady pitch is the
+// segment's.
+constexpr double kEdgePull = 0.0058;
+constexpr double kSteadyGoodness = 100.0;
 
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
@@ -626,23 +635,29 @@ double PitchRefinerOC::goodnessOf(const Measurement &m) const
     return std::min(kMaxGoodness, 100.0 * odds * (1.0 - kThresholdShare) / kThresholdShare);
 }
 
-bool PitchRefinerOC::besideIsOctaveAbove(double freq)
+bool PitchRefinerOC::transformBeside(int side, double freq)
 {
     const int half = nFrames / 2;
+    const auto to = besideSamples.begin();
+    if (side == 0 && before != nullptr) {
+        std::copy(before, before + half, to);
+        std::copy(segment, segment + half, to + half);
+    } else if (side == 1 && after != nullptr) {
+        std::copy(segment + half, segment + nFrames, to);
+        std::copy(after, after + half, to + half);
+    } else {
+        return false;
+    }
+    transform(besideSamples.data(), freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
+    return true;
+}
+
+bool PitchRefinerOC::besideIsOctaveAbove(double freq)
+{
     bool above = false;
     for (int side = 0; side < 2; side++) {
-        const auto to = besideSamples.begin();
-        if (side == 0 && before != nullptr) {
-            std::copy(before, before + half, to);
-            std::copy(segment, segment + half, to + half);
-        } else if (side == 1 && after != nullptr) {
-            std::copy(segment + half, segment + nFrames, to);
-            std::copy(after, after + half, to + half);
-        } else {
+        if (!transformBeside(side, freq))
             continue;
-        }
-        transform(besideSamples.data(),
-                  freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
         const Measurement beside = measure(freq);
         if (!(beside.used > 0 && beside.power >= kHeldPower * strongest && holdsStrongest(beside)))
             continue;
@@ -656,6 +671,25 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
                           !(beside.powerOf[0] >= kBesideHeldFundamental * strongest));
     }
     return above;
+}
+
+double PitchRefinerOC::steadyBeside(double estimate)
+{
+    double steady[2] = {0.0, 0.0};
+    for (int side = 0; side < 2; side++) {
+        if (!transformBeside(side, estimate))
+            continue;
+        const Measurement beside = measure(estimate);
+        if (beside.used > 0 && holdsStrongest(beside) &&
+            std::abs(beside.freq / estimate - 1.0) < kStartSpread &&
+            goodnessOf(beside) >= kSteadyGoodness)
+            steady[side] = firstPartial(beside);
+    }
+    for (int side = 0; side < 2; side++)
+        if (steady[side] > 0.0 && !(steady[1 - side] > 0.0) &&
+            std::abs(steady[side] / estimate - 1.0) > kEdgePull)
+            return steady[side];
+    return 0.0;
 }
 
 double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
@@ -774,6 +808,13 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         return freq;
     harmonicsUsed = m.used;
     goodness = goodnessOf(m);
+    if (goodness < kSteadyGoodness && (before != nullptr || after != nullptr) &&
+        (moved || std::abs(m.freq / freq - 1.0) > kEdgePull)) {
+        const double steady = steadyBeside(m.freq);
+        if (steady >= freqMin && steady < freqMax)
+            return steady;
+        transform(segment, window);
+    }
     const double pitch = firstPartial(m);
     return pitch >= freqMin && pitch < freqMax ? pitch : m.freq;
 }

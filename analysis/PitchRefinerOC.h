@@ -23,6 +23,9 @@ namespace quorval {
 //   below) hold a fair share, the pitch is that one. At a note's attack or release, where
 //   partials halfway between the note's come and go, the sound half a segment either side
 //   decides: the octave above there, with no sign of the candidate's own note, is the pitch.
+// - Slurred changes: a dim segment whose reading a neighbouring note's partials pulled off the
+//   search's takes the steady pitch of the one side, half a segment before or after, that holds
+//   a clear series while the other does not: the segment's centre lies in that note.
 // - Precision: the harmonics first vote on a start (a median, then Tukey's biweight about it), so
 //   that one loud partial read tens of cents off (a vibrato sweeping it through a resonance)
 //   cannot lead the rest astray. The fundamental is then the mean of each matched harmonic's
@@ -61,7 +64,8 @@ public:
     // The segment's nFrames samples (unweighted), to be refined later. before and after, where
     // the sound has them, are the nFrames / 2 samples just before and just after the segment:
     // where a note starts or ends inside the segment, the note's steady part beside it settles the
-    // octave. All are read in place, not copied, so must stay as they are until refine() returns.
+    // octave, and at a slurred change, the pitch. All are read in place, not copied, so must stay
+    // as they are until refine() returns.
     void setSamples(const double *samples, const double *before = nullptr,
                     const double *after = nullptr);
     // The pitch in Hz of the samples last set, given freq (Hz), the pitch the harmonic search
@@ -108,9 +112,16 @@ private:
     static constexpr int kTaps = 3;
     // The spectrum of nFrames samples under the cosine-sum window with these coefficients.
     void transform(const double *samples, const double (&window)[kTaps + 1]);
+    // The transform of the sound half a segment before (side 0) or after (1) this one, under
+    // the window for freq; false where the caller gave no samples there.
+    [[nodiscard]] bool transformBeside(int side, double freq);
     // Whether the sound half a segment before or after this one is the octave above freq, a
     // steady tone with nothing at freq's odd harmonics. Leaves the transform of that sound.
     [[nodiscard]] bool besideIsOctaveAbove(double freq);
+    // The steady pitch (Hz) of the one side, half a segment before or after, that holds a clear
+    // series near estimate (Hz) while the other does not; 0 when neither or both do. Leaves the
+    // transform of the sound beside.
+    [[nodiscard]] double steadyBeside(double estimate);
     // x1, powers from u(k) under the window's first taps + 1 coefficients (the rest are 0).
     template <int taps> void applyWindow(int m);
     [[nodiscard]] Measurement measure(double freq) const;
