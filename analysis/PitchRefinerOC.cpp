@@ -61,6 +61,10 @@ constexpr double kSemitoneSpread = 0.0595;
 // The series a strongest partial implies is real where its other harmonics hold this share of
 // the strongest bin's power: noise at 10 dB SNR under a lone partial holds a few thousandths.
 constexpr double kSeriesBeside = 0.03;
+// Where the search's own series holds at least this share of the power of the series such a
+// partial implies, it is a note of its own, and the partial is a neighbour's sounding with it
+// (the note before or after a slur, a semitone away): the search's pitch stands.
+constexpr double kOwnSeriesShare = 0.5;
 // Bins this far below the strongest are left out altogether: 90 dB down they change no share.
 constexpr double kNegligiblePower = 1e-9;
 // The greatest factor a candidate may be below the pitch: as far as the harmonic search goes
@@ -713,6 +717,7 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         while (partial >= freqMax)
             partial *= 0.5;
         Measurement own = measure(partial);
+        bool neighbour = false;
         // Within a semitone of a harmonic of the search's pitch, the partial may still be that
         // harmonic, pulled off for a segment by voices that beat: it is, where the series it
         // implies holds real harmonics besides it. A lone partial's implied series holds noise.
@@ -720,13 +725,14 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         if (h >= 2 && h <= kMaxHarmonics && strongestHz / h >= freqMin &&
             std::abs(strongestHz / (h * freq) - 1.0) < kSemitoneSpread) {
             const Measurement series = measure(strongestHz / h);
-            if (series.used > 0 &&
+            neighbour = series.used > 0 && m.used > 0 && m.power >= kOwnSeriesShare * series.power;
+            if (!neighbour && series.used > 0 &&
                 series.power - series.powerOf[h - 1] >= kSeriesBeside * strongest) {
                 own = series;
                 partial = strongestHz / h;
             }
         }
-        if (own.used > 0 && partial >= freqMin) {
+        if (!neighbour && own.used > 0 && partial >= freqMin) {
             m = own;
             moved = true;
         }
