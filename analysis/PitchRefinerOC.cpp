@@ -153,8 +153,8 @@ constexpr double kBesideFundamental = 0.06;
 // after an attack's period doubling leaves next to nothing at the candidate's fundamental; a
 // note that fades into the next can leave a little on one side, so the other side decides.
 constexpr double kBesideHeldFundamental = 0.002;
-// A dim segment read this far (relative; 10 cents) from the harmonic search's pitch, or moved
-// from it, may straddle a slurred change: the partials of the note before or after, a semitone
+// A segment read this far (relative; 10 cents) from the harmonic search's pitch, or moved from
+// it, may straddle a slurred change: the partials of the note before or after, a semitone
 // or a tone away, blend into its main lobes and pull the phase advance tens of cents off either
 // note. Half a segment before and after lie each on one side of the segment's centre:
 // where one of them holds a clear steady series (drawn bright) within kStartSpread of the
@@ -814,7 +814,7 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         return freq;
     harmonicsUsed = m.used;
     goodness = goodnessOf(m);
-    if (goodness < kSteadyGoodness && (before != nullptr || after != nullptr) &&
+    if ((before != nullptr || after != nullptr) &&
         (moved || std::abs(m.freq / freq - 1.0) > kEdgePull)) {
         const double steady = steadyBeside(m.freq);
         if (steady >= freqMin && steady < freqMax)

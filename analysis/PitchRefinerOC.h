@@ -23,7 +23,7 @@ namespace quorval {
 //   below) hold a fair share, the pitch is that one. At a note's attack or release, where
 //   partials halfway between the note's come and go, the sound half a segment either side
 //   decides: the octave above there, with no sign of the candidate's own note, is the pitch.
-// - Slurred changes: a dim segment whose reading a neighbouring note's partials pulled off the
+// - Slurred changes: a segment whose reading a neighbouring note's partials pulled off the
 //   search's takes the steady pitch of the one side, half a segment before or after, that holds
 //   a clear series while the other does not: the segment's centre lies in that note.
 // - Precision: the harmonics first vote on a start (a median, then Tukey's biweight about it), so

@@ -3,6 +3,8 @@
 // - harmonic tones (sawtooth, weak fundamental, odd harmonics, sine), steady, with vibrato and
 //   with white noise at 30, 20 and 10 dB SNR, on notes C3 to C5, each with its own detuning;
 // - the same down to C2 with "Lowest Note" lowered;
+// - an ensemble: each note sung by four sawtooth voices spread a few cents about it, each with a
+//   vibrato of its own, the truth the mean of their pitches (no single period, as in a choir);
 // - with --renders, software-instrument renders made with fluidsynth and the General MIDI
 //   SoundFont (pitch-bend range set, reverb and chorus off), each note detuned by pitch bend.
 //   A SoundFont's samples are not tuned to the cent and many carry vibrato, so a render's true
@@ -206,11 +208,30 @@ double partial(Timbre timbre, int h)
     return 0.0;
 }
 
+// One voice of an ensemble: its offset from the note (cents) and its own vibrato.
+struct Voice
+{
+    double offsetCents = 0.0;
+    double vibratoCents = 0.0;
+    double vibratoHz = kVibratoHz;
+    double vibratoPhase = 0.0;
+
+    double centsAt(const Note &note, double t) const
+    {
+        return offsetCents +
+               vibratoCents * std::sin(kTwoPi * vibratoHz * (t - note.startSeconds) + vibratoPhase);
+    }
+};
+
+// Tones of the timbre, one note at a time. voices > 1: each note sung by that many voices of
+// equal strength, spread about the note (their offsets sum to nothing), each with a vibrato of
+// its own; the truth is then the mean of their pitches, in cents, at the segment's centre.
 Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre timbre,
                  double lowNote, double highNote, int noteCount, double vibratoCents, double snrDb,
-                 std::uint32_t seed)
+                 std::uint32_t seed, int voices = 1)
 {
     std::mt19937 random(seed);
+    std::vector<std::vector<Voice>> ensembles;
     Sound sound;
     sound.group = timbreName + " " + kind;
     sound.kind = kind;
@@ -229,25 +250,42 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
         note.endSeconds = (n + 1) * noteSeconds;
         note.vibratoCents = vibratoCents;
         note.vibratoPhase = uniform(random, 0.0, kTwoPi);
-        std::vector<double> phases(64);
-        for (double &p : phases)
-            p = uniform(random, 0.0, kTwoPi);
+        std::vector<Voice> ensemble(static_cast<std::size_t>(voices));
+        if (voices > 1) {
+            // Offsets in pairs either side of the note, up to a sixth of a semitone.
+            for (std::size_t v = 0; v + 1 < ensemble.size(); v += 2) {
+                const double spread = uniform(random, 2.0, 16.0);
+                ensemble[v].offsetCents = -spread;
+                ensemble[v + 1].offsetCents = spread;
+            }
+            for (Voice &voice : ensemble) {
+                voice.vibratoCents = uniform(random, 10.0, 35.0);
+                voice.vibratoHz = uniform(random, 4.5, 6.5);
+                voice.vibratoPhase = uniform(random, 0.0, kTwoPi);
+            }
+        }
         const auto first = static_cast<std::size_t>(note.startSeconds * kSampleRate);
         const auto last = static_cast<std::size_t>(note.endSeconds * kSampleRate);
-        double phase = 0.0;
-        for (std::size_t i = first; i < last && i < total; i++) {
-            const double t = static_cast<double>(i) / kSampleRate;
-            // 10 ms ramps at both ends, so that note changes do not click.
-            const double ramp =
-                std::min({1.0, (t - note.startSeconds) / 0.01, (note.endSeconds - t) / 0.01});
-            double v = 0.0;
-            const double f = pitchAt(note, t);
-            for (int h = 1; h <= 64 && partialRatio(timbre, h) * f < 0.45 * kSampleRate; h++)
-                v += partial(timbre, h) * std::sin(partialRatio(timbre, h) * phase +
-                                                   phases[static_cast<std::size_t>(h - 1)]);
-            clean[i] = ramp * v;
-            phase += kTwoPi * f / kSampleRate;
+        for (const Voice &voice : ensemble) {
+            std::vector<double> phases(64);
+            for (double &p : phases)
+                p = uniform(random, 0.0, kTwoPi);
+            double phase = 0.0;
+            for (std::size_t i = first; i < last && i < total; i++) {
+                const double t = static_cast<double>(i) / kSampleRate;
+                // 10 ms ramps at both ends, so that note changes do not click.
+                const double ramp =
+                    std::min({1.0, (t - note.startSeconds) / 0.01, (note.endSeconds - t) / 0.01});
+                double v = 0.0;
+                const double f = pitchAt(note, t) * std::exp2(voice.centsAt(note, t) / 1200.0);
+                for (int h = 1; h <= 64 && partialRatio(timbre, h) * f < 0.45 * kSampleRate; h++)
+                    v += partial(timbre, h) * std::sin(partialRatio(timbre, h) * phase +
+                                                       phases[static_cast<std::size_t>(h - 1)]);
+                clean[i] += ramp * v;
+                phase += kTwoPi * f / kSampleRate;
+            }
         }
+        ensembles.push_back(std::move(ensemble));
         sound.notes.push_back(note);
     }
     double power = 0.0;
@@ -264,12 +302,18 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
     sound.highestNote = high;
     // The truth at a segment is the pitch at its centre.
     const Segmentation segmentation = segmentationOf(low, high);
-    placeSegments(
-        sound.notes, total, segmentation, [&segmentation](const Note &note, std::size_t start) {
-            const double truth = pitchAt(
-                note, (static_cast<double>(start) + 0.5 * segmentation.segLength) / kSampleRate);
-            return SegmentReference{truth, 0.0};
-        });
+    placeSegments(sound.notes, total, segmentation,
+                  [&segmentation, &ensembles, noteSeconds](const Note &note, std::size_t start) {
+                      const double t =
+                          (static_cast<double>(start) + 0.5 * segmentation.segLength) / kSampleRate;
+                      const auto n =
+                          static_cast<std::size_t>(std::lround(note.startSeconds / noteSeconds));
+                      double cents = 0.0;
+                      for (const Voice &voice : ensembles[n])
+                          cents += voice.centsAt(note, t);
+                      cents /= static_cast<double>(ensembles[n].size());
+                      return SegmentReference{pitchAt(note, t) * std::exp2(cents / 1200.0), 0.0};
+                  });
     return sound;
 }
 
@@ -1147,6 +1191,14 @@ int main(int argc, char **argv)
         sounds.push_back(
             synthesize(name, "low C2-C3", t.timbre, 36, 48, noteCount, 0.0, INFINITY, seed++));
     }
+    // Voices that beat, each with its own vibrato, with a truth to the cent: what each analysis
+    // (and Praat) reads where there is no single period.
+    {
+        Sound ensemble = synthesize("ensemble", "four voices", Timbre::sawtooth, 48, 72, noteCount,
+                                    0.0, INFINITY, 2000, 4);
+        ensemble.heldToTargets = false;
+        sounds.push_back(std::move(ensemble));
+    }
     // Where partials are stretched, the pitch a tuner and the ear follow is the lowest partials':
     // known here, so the row shows which pitch each analysis (and Praat) reads on a piano.
     {
@@ -1278,7 +1330,9 @@ int main(int argc, char **argv)
         "partial. Rows \"nominal\": notes with no single pitch (see below), against\n  the "
         "note's long-window pitch, not held to the targets: \"vs Praat\" says what each reads "
         "there.\n  Rows \"real\": against the annotation, a tracker's pitch corrected by hand, "
-        "so good to a few cents; not held to the targets.\n");
+        "so good to a few cents; not held to the targets.\n  Row \"ensemble\": four voices "
+        "a few cents apart, each with its own vibrato, against the mean of their pitches;\n  not "
+        "held to the targets.\n");
     if (renders) {
         std::printf("Left out where the first partials stray more than %.0f cents RMS from one "
                     "harmonic series (layers beating, vibrato through resonances):\n",
