@@ -748,12 +748,16 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
             static_cast<int>(std::min<double>(kMaxFactor, std::ceil(freqMax / m.freq) - 1.0));
         int factor = m.commonFactor(kUpShare, kLoneHarmonic * strongest, most);
         // No fundamental and faint odd harmonics: the octave above (a reed's attack, or a
-        // note's release, lays weak partials halfway between the note's).
-        if (factor < 2 && most >= 2 && m.freq / hzPerBin >= 2.0 &&
-            !(m.powerOf[0] >= kFaintFundamental * strongest) &&
-            !(powerNear(m.freq / hzPerBin) >= kFaintNear * strongest) &&
-            m.oddShare < kFaintOddShare)
+        // note's release, lays weak partials halfway between the note's). Likewise faint
+        // harmonics off the multiples of three: the twelfth above (a slur's other note lays a
+        // few of its partials near them).
+        const bool noFundamental = m.freq / hzPerBin >= 2.0 &&
+                                   !(m.powerOf[0] >= kFaintFundamental * strongest) &&
+                                   !(powerNear(m.freq / hzPerBin) >= kFaintNear * strongest);
+        if (factor < 2 && most >= 2 && noFundamental && m.oddShare < kFaintOddShare)
             factor = 2;
+        else if (factor < 2 && most >= 3 && noFundamental && m.otherShare < kFaintOddShare)
+            factor = 3;
         if (factor < 2)
             break;
         const Measurement up = measure(factor * m.freq);

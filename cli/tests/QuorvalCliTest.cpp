@@ -159,6 +159,29 @@ TEST_F(QuorvalCli, pitchesAreTheSameOnAnyNumberOfThreads)
     }
 }
 
+// The demo is the first sound a user sees: no segment drawn bright lies an octave or a twelfth
+// away from the notes the violin plays, even where a slur holds two notes at once.
+TEST_F(QuorvalCli, theDemoDrawsNoBrightSegmentFarFromItsNotes)
+{
+    const Outcome pitches = run({"pitches", QStringLiteral(QUORVAL_DEMO_WAV)});
+    ASSERT_EQ(pitches.status, 0) << pitches.err.toStdString();
+    const double played[] = {62.0, 64.0, 66.25, 67.0, 69.0, 71.15, 72.8, 73.0, 74.0, 68.7};
+    int bright = 0;
+    for (const QString &line : linesOf(pitches.out)) {
+        const QStringList fields = line.split(' ');
+        ASSERT_EQ(fields.size(), 6);
+        const double note = fields[2].toDouble();
+        if (!(note > 0.0) || fields[3].toDouble() < 100.0)
+            continue;
+        bright++;
+        double nearest = 1e9;
+        for (const double p : played)
+            nearest = std::min(nearest, std::abs(note - p));
+        EXPECT_LT(nearest, 1.5) << line.toStdString();
+    }
+    EXPECT_GT(bright, 900);
+}
+
 TEST_F(QuorvalCli, pitchTablesAgreeInEveryFormat)
 {
     const QString file = wavOf("melody.wav", melody({60.0, 64.3}, 1.0));
