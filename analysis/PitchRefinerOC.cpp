@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <limits>
 #include <numbers>
 #include <utility>
@@ -820,10 +821,13 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     goodness = goodnessOf(m);
     if ((before != nullptr || after != nullptr) &&
         (moved || std::abs(m.freq / freq - 1.0) > kEdgePull)) {
+        // The window m was measured under, which a move up may have changed from the first.
+        double measuredUnder[kTaps + 1];
+        std::copy(std::begin(coefficients), std::end(coefficients), measuredUnder);
         const double steady = steadyBeside(m.freq);
         if (steady >= freqMin && steady < freqMax)
             return steady;
-        transform(segment, window);
+        transform(segment, measuredUnder);
     }
     const double pitch = firstPartial(m);
     return pitch >= freqMin && pitch < freqMax ? pitch : m.freq;

@@ -92,6 +92,21 @@ struct PlacedSegment
     SegmentReference truth;
 };
 
+// One voice of an ensemble: its offset from the note and its own vibrato.
+struct Voice
+{
+    double offsetCents = 0.0;
+    double vibratoCents = 0.0;
+    double vibratoHz = 0.0;
+    double vibratoPhase = 0.0;
+
+    // Cents off the note, the given seconds into it.
+    double centsAt(double seconds) const
+    {
+        return offsetCents + vibratoCents * std::sin(kTwoPi * vibratoHz * seconds + vibratoPhase);
+    }
+};
+
 struct Note
 {
     double startSeconds = 0.0;
@@ -99,6 +114,7 @@ struct Note
     double pitchHz = 0.0;      // the centre pitch
     double vibratoCents = 0.0; // depth (peak)
     double vibratoPhase = 0.0; // radians at the start
+    std::vector<Voice> voices; // of a generated note: one, or an ensemble's, each off by its own
     std::vector<PlacedSegment> placed;
     std::vector<double> segments; // filled while scoring: signed error of each, cents
     std::vector<double> goodness; // and the goodness of each
@@ -208,21 +224,6 @@ double partial(Timbre timbre, int h)
     return 0.0;
 }
 
-// One voice of an ensemble: its offset from the note (cents) and its own vibrato.
-struct Voice
-{
-    double offsetCents = 0.0;
-    double vibratoCents = 0.0;
-    double vibratoHz = kVibratoHz;
-    double vibratoPhase = 0.0;
-
-    double centsAt(const Note &note, double t) const
-    {
-        return offsetCents +
-               vibratoCents * std::sin(kTwoPi * vibratoHz * (t - note.startSeconds) + vibratoPhase);
-    }
-};
-
 // Tones of the timbre, one note at a time. voices > 1: each note sung by that many voices of
 // equal strength, spread about the note (their offsets sum to nothing), each with a vibrato of
 // its own; the truth is then the mean of their pitches, in cents, at the segment's centre.
@@ -231,7 +232,6 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
                  std::uint32_t seed, int voices = 1)
 {
     std::mt19937 random(seed);
-    std::vector<std::vector<Voice>> ensembles;
     Sound sound;
     sound.group = timbreName + " " + kind;
     sound.kind = kind;
@@ -250,7 +250,8 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
         note.endSeconds = (n + 1) * noteSeconds;
         note.vibratoCents = vibratoCents;
         note.vibratoPhase = uniform(random, 0.0, kTwoPi);
-        std::vector<Voice> ensemble(static_cast<std::size_t>(voices));
+        std::vector<Voice> &ensemble = note.voices;
+        ensemble.resize(static_cast<std::size_t>(voices));
         if (voices > 1) {
             // Offsets in pairs either side of the note, up to a sixth of a semitone.
             for (std::size_t v = 0; v + 1 < ensemble.size(); v += 2) {
@@ -277,7 +278,8 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
                 const double ramp =
                     std::min({1.0, (t - note.startSeconds) / 0.01, (note.endSeconds - t) / 0.01});
                 double v = 0.0;
-                const double f = pitchAt(note, t) * std::exp2(voice.centsAt(note, t) / 1200.0);
+                const double f =
+                    pitchAt(note, t) * std::exp2(voice.centsAt(t - note.startSeconds) / 1200.0);
                 for (int h = 1; h <= 64 && partialRatio(timbre, h) * f < 0.45 * kSampleRate; h++)
                     v += partial(timbre, h) * std::sin(partialRatio(timbre, h) * phase +
                                                        phases[static_cast<std::size_t>(h - 1)]);
@@ -285,7 +287,6 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
                 phase += kTwoPi * f / kSampleRate;
             }
         }
-        ensembles.push_back(std::move(ensemble));
         sound.notes.push_back(note);
     }
     double power = 0.0;
@@ -300,18 +301,16 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
             std::round(std::clamp(clean[i] * scale + noise * gaussian(random), -32768.0, 32767.0));
     sound.lowestNote = low;
     sound.highestNote = high;
-    // The truth at a segment is the pitch at its centre.
+    // The truth at a segment is the pitch at its centre, an ensemble's the mean of its voices'.
     const Segmentation segmentation = segmentationOf(low, high);
     placeSegments(sound.notes, total, segmentation,
-                  [&segmentation, &ensembles, noteSeconds](const Note &note, std::size_t start) {
+                  [&segmentation](const Note &note, std::size_t start) {
                       const double t =
                           (static_cast<double>(start) + 0.5 * segmentation.segLength) / kSampleRate;
-                      const auto n =
-                          static_cast<std::size_t>(std::lround(note.startSeconds / noteSeconds));
                       double cents = 0.0;
-                      for (const Voice &voice : ensembles[n])
-                          cents += voice.centsAt(note, t);
-                      cents /= static_cast<double>(ensembles[n].size());
+                      for (const Voice &voice : note.voices)
+                          cents += voice.centsAt(t - note.startSeconds);
+                      cents /= static_cast<double>(note.voices.size());
                       return SegmentReference{pitchAt(note, t) * std::exp2(cents / 1200.0), 0.0};
                   });
     return sound;

@@ -244,6 +244,33 @@ TEST(PitchRefinerOC, anAttacksFaintPartialsBetweenTheHarmonicsDoNotPullItAnOctav
     }
 }
 
+// A refiner for segments of 2048 samples, as the pitch stream cuts low notes, asked about a
+// segment alone or with the half segments beside it, over a note range from to to (Hz).
+struct LongSegments
+{
+    static constexpr int kLength = 2048;
+
+    LongSegments(double from, double to) : from(from), to(to)
+    {
+        ok = refiner.setupWithNFrames(kLength, kSampleRate / kLength);
+    }
+    double alone(const double *segment, double freq)
+    {
+        refiner.setSamples(segment);
+        return refiner.refine(freq, from, to);
+    }
+    double beside(const double *segment, double freq)
+    {
+        refiner.setSamples(segment, segment - kLength / 2, segment + kLength);
+        return refiner.refine(freq, from, to);
+    }
+
+    double from;
+    double to;
+    PitchRefinerOC refiner;
+    bool ok = false;
+};
+
 TEST(PitchRefinerOC, aNoteAttackedAfterALowerOneKeepsItsOctaveFromTheSoundBesideIt)
 {
     // A low note, then a note a fourth or a fifth above it with a weak fundamental, whose first
@@ -252,12 +279,9 @@ TEST(PitchRefinerOC, aNoteAttackedAfterALowerOneKeepsItsOctaveFromTheSoundBeside
     // alone it reads the octave below; with the steady note after it, the note itself. The answer
     // is the sound's: a refiner that has just refined other segments gives the same. Low notes
     // that hold their own octave beside the segment keep it.
-    constexpr int kLength = 2048;
-    const double hzPerBin = kSampleRate / kLength;
-    const double from = noteToHz(40.0);
-    const double to = noteToHz(67.0);
-    PitchRefinerOC refiner;
-    ASSERT_TRUE(refiner.setupWithNFrames(kLength, hzPerBin));
+    constexpr int kLength = LongSegments::kLength;
+    LongSegments refiner(noteToHz(40.0), noteToHz(67.0));
+    ASSERT_TRUE(refiner.ok);
     // The low note, the interval up, how strong the halfway partials are.
     const struct
     {
@@ -276,10 +300,8 @@ TEST(PitchRefinerOC, aNoteAttackedAfterALowerOneKeepsItsOctaveFromTheSoundBeside
             attackAfterLowerNote(c.low, high, c.halfway, kChange, kAttack, kSound);
         // The segment's centre a quarter of the attack into the new note.
         const double *segment = sound.data() + kChange - kLength / 2 + kAttack / 4;
-        refiner.setSamples(segment);
-        EXPECT_NEAR(centsBetween(refiner.refine(0.5 * high, from, to), 0.5 * high), 0.0, 50.0);
-        refiner.setSamples(segment, segment - kLength / 2, segment + kLength);
-        const double beside = refiner.refine(0.5 * high, from, to);
+        EXPECT_NEAR(centsBetween(refiner.alone(segment, 0.5 * high), 0.5 * high), 0.0, 50.0);
+        const double beside = refiner.beside(segment, 0.5 * high);
         // The end of the low note still in the segment pulls the measurement by a few cents.
         EXPECT_NEAR(centsBetween(beside, high), 0.0, 25.0);
 
@@ -290,21 +312,18 @@ TEST(PitchRefinerOC, aNoteAttackedAfterALowerOneKeepsItsOctaveFromTheSoundBeside
         const std::vector<double> octave = harmonics(high, {8000.0, 4000.0, 1500.0}, kSound);
         std::copy(octave.begin() + kChange, octave.end(), leap.begin() + kChange);
         const double *end = leap.data() + kChange - kLength / 2 - kAttack / 4;
-        refiner.setSamples(end, end - kLength / 2, end + kLength);
-        EXPECT_NEAR(centsBetween(refiner.refine(0.5 * high, from, to), 0.5 * high), 0.0, 25.0);
+        EXPECT_NEAR(centsBetween(refiner.beside(end, 0.5 * high), 0.5 * high), 0.0, 25.0);
 
         // A low voice laying nearly all its power on the even harmonics for its whole length,
         // its fundamental faint (25 dB down) but there: beside the segment it is the same note.
         const std::vector<double> voice =
             harmonics(0.5 * high, {480.0, 8000.0, 800.0, 4000.0, 240.0, 2400.0}, kSound);
         const double *middle = voice.data() + kChange - kLength / 2;
-        refiner.setSamples(middle, middle - kLength / 2, middle + kLength);
-        EXPECT_NEAR(centsBetween(refiner.refine(0.5 * high, from, to), 0.5 * high), 0.0, 25.0);
+        EXPECT_NEAR(centsBetween(refiner.beside(middle, 0.5 * high), 0.5 * high), 0.0, 25.0);
 
-        PitchRefinerOC fresh;
-        ASSERT_TRUE(fresh.setupWithNFrames(kLength, hzPerBin));
-        fresh.setSamples(segment, segment - kLength / 2, segment + kLength);
-        EXPECT_EQ(fresh.refine(0.5 * high, from, to), beside);
+        LongSegments fresh(refiner.from, refiner.to);
+        ASSERT_TRUE(fresh.ok);
+        EXPECT_EQ(fresh.beside(segment, 0.5 * high), beside);
     }
 }
 
@@ -317,12 +336,9 @@ TEST(PitchRefinerOC, aSegmentAcrossASlurredChangeReadsTheNoteAtItsCentre)
     // for that harmonic pulled off. Half a segment after the centre the next note is steady,
     // half a segment before it the two are mixed: the segment reads the next note, as the search
     // does. The sides never make a segment worse, and a steady note keeps its own reading.
-    constexpr int kLength = 2048;
-    const double hzPerBin = kSampleRate / kLength;
-    const double from = noteToHz(38.0);
-    const double to = noteToHz(62.0);
-    PitchRefinerOC refiner;
-    ASSERT_TRUE(refiner.setupWithNFrames(kLength, hzPerBin));
+    constexpr int kLength = LongSegments::kLength;
+    LongSegments refiner(noteToHz(38.0), noteToHz(62.0));
+    ASSERT_TRUE(refiner.ok);
     const std::vector<double> reed = {3000.0, 4000.0, 2500.0, 2000.0, 1500.0, 1200.0,
                                       800.0,  600.0,  400.0,  300.0,  200.0,  150.0};
     const std::vector<double> bright = {800.0,  1000.0, 1500.0, 2500.0, 6000.0, 2500.0,
@@ -347,10 +363,8 @@ TEST(PitchRefinerOC, aSegmentAcrossASlurredChangeReadsTheNoteAtItsCentre)
                 }
                 for (const int past : {kLength / 16, kLength / 8, kLength / 4}) {
                     const double *segment = sound.data() + kChange + past - kLength / 2;
-                    refiner.setSamples(segment);
-                    const double alone = centsBetween(refiner.refine(next, from, to), next);
-                    refiner.setSamples(segment, segment - kLength / 2, segment + kLength);
-                    const double beside = centsBetween(refiner.refine(next, from, to), next);
+                    const double alone = centsBetween(refiner.alone(segment, next), next);
+                    const double beside = centsBetween(refiner.beside(segment, next), next);
                     EXPECT_LE(std::abs(beside), std::abs(alone) + 1e-9) << past;
                     // Where the loud first note holds most of the segment's power, the search
                     // would read it; a bright one's strongest partial alone must not draw the
@@ -362,10 +376,8 @@ TEST(PitchRefinerOC, aSegmentAcrossASlurredChangeReadsTheNoteAtItsCentre)
                         mended++;
                 }
                 const double *steady = b.data() + kChange;
-                refiner.setSamples(steady);
-                const double alone = refiner.refine(next * 1.003, from, to);
-                refiner.setSamples(steady, steady - kLength / 2, steady + kLength);
-                EXPECT_EQ(refiner.refine(next * 1.003, from, to), alone);
+                const double alone = refiner.alone(steady, next * 1.003);
+                EXPECT_EQ(refiner.beside(steady, next * 1.003), alone);
                 EXPECT_NEAR(centsBetween(alone, next), 0.0, 0.5);
             }
         }
