@@ -163,6 +163,20 @@ constexpr double kBesideHeldFundamental = 0.002;
 // segment's.
 constexpr double kEdgePull = 0.0058;
 constexpr double kSteadyGoodness = 100.0;
+// The bins about a steady partial's peak point at its frequency within a hundredth of a bin or
+// so, in noise and vibrato too; where layers of a partial a few cents apart beat, they point
+// this far apart (power-weighted mean, bins) or more.
+constexpr double kLayeredSpread = 0.03;
+// Where the odd harmonics of the octave below hold a share s of the power, the sound repeats at
+// its period better than at ours by 2s of the autocorrelation at no lag (1.5s for the
+// non-multiples of three of the twelfth below): the layered pitch goes down at the share the
+// harmonic moves ask for.
+constexpr double kLayeredDown = 2.0 * kDownShare;
+// Layers a few cents apart repeat at their period nearly as well as one tone does: the
+// autocorrelation there holds this share of its value at no lag or more. Where it holds less,
+// as where two notes blend at a slurred change or a note sounds over the room's echo of the
+// last, the harmonics' reading stands.
+constexpr double kLayeredSimilarity = 0.8;
 
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
@@ -640,6 +654,135 @@ double PitchRefinerOC::goodnessOf(const Measurement &m) const
     return std::min(kMaxGoodness, 100.0 * odds * (1.0 - kThresholdShare) / kThresholdShare);
 }
 
+double PitchRefinerOC::lobeSpread(const Measurement &m) const
+{
+    double spread = 0.0;
+    double weight = 0.0;
+    const int last = nFrames / 2 - 2;
+    for (int h = 1; h <= kMaxHarmonics; h++) {
+        if (!(m.powerOf[h - 1] >= kLoneHarmonic * strongest))
+            continue;
+        // The harmonic's peak: the strongest bin within one of where it points.
+        const double b = m.binOf[h - 1];
+        int peak = std::max(2, static_cast<int>(std::ceil(b - 1.0)));
+        for (int k = peak + 1; k <= std::min(last, static_cast<int>(b + 1.0)); k++)
+            if (powers[static_cast<std::size_t>(k)] > powers[static_cast<std::size_t>(peak)])
+                peak = k;
+        const double centre = binOf(peak);
+        for (int k = std::max(2, peak - 1); k <= std::min(last, peak + 1); k++) {
+            const double p = powers[static_cast<std::size_t>(k)];
+            spread += p * std::abs(binOf(k) - centre);
+            weight += p;
+        }
+    }
+    return weight > 0.0 ? spread / weight : 0.0;
+}
+
+double PitchRefinerOC::autocorrelation(double theta, int from, int to) const
+{
+    // Σ P_k cos kθ, by cos (k + 1)θ = 2 cos θ cos kθ − cos (k − 1)θ.
+    const double twice = 2.0 * std::cos(theta);
+    double previous = std::cos((from - 1) * theta);
+    double present = std::cos(from * theta);
+    double sum = 0.0;
+    for (int k = from; k <= to; k++) {
+        sum += powers[static_cast<std::size_t>(k)] * present;
+        const double next = twice * present - previous;
+        previous = present;
+        present = next;
+    }
+    // Over the window's own, c_0² + 2 Σ c_j² cos jθ: the windowed sound overlaps itself less the
+    // longer the lag.
+    double window = coefficients[0] * coefficients[0];
+    for (int j = 1; j <= kTaps; j++)
+        window += 2.0 * coefficients[j] * coefficients[j] * std::cos(j * theta);
+    return sum / window;
+}
+
+double PitchRefinerOC::periodicity(double freq, double &similarity) const
+{
+    similarity = 0.0;
+    // The band the harmonics are measured over; the autocorrelation at a period of p bins is
+    // Σ P_k cos(2πk / p), θ = 2π / p.
+    const double freqBins = freq / hzPerBin;
+    const int from = std::max(1, static_cast<int>(std::ceil(0.5 * freqBins)));
+    const int to = std::min(nFrames / 2 - 1, static_cast<int>((kMaxHarmonics + 0.5) * freqBins));
+    if (to <= from)
+        return 0.0;
+    // A grid on which the highest bin turns a quarter of a cycle a step finds the highest peak
+    // (the power of the lower harmonics makes it many steps wide).
+    const double centre = 2.0 * std::numbers::pi / freqBins;
+    const double reach = kSemitoneSpread * centre;
+    const int steps =
+        std::max(2, static_cast<int>(std::ceil(2.0 * reach / (0.5 * std::numbers::pi / to))));
+    const double spacing = 2.0 * reach / steps;
+    int best = 0;
+    double bestValue = -std::numeric_limits<double>::infinity();
+    for (int i = 0; i <= steps; i++) {
+        const double value = autocorrelation(centre - reach + i * spacing, from, to);
+        if (value > bestValue) {
+            bestValue = value;
+            best = i;
+        }
+    }
+    const double atZero = autocorrelation(0.0, from, to);
+    if (!(atZero > 0.0))
+        return 0.0;
+    similarity = bestValue / atZero;
+    if (best == 0 || best == steps)
+        return 0.0;
+    // Near its top the autocorrelation is a parabola: its vertex through the best point and two
+    // either side, a quarter as far apart each round.
+    double theta = centre - reach + best * spacing;
+    double value = bestValue;
+    double step = spacing;
+    for (int round = 0; round < 3; round++) {
+        const double below = autocorrelation(theta - step, from, to);
+        const double above = autocorrelation(theta + step, from, to);
+        const double curvature = below - 2.0 * value + above;
+        if (curvature < 0.0)
+            theta += std::clamp(0.5 * step * (below - above) / curvature, -step, step);
+        value = autocorrelation(theta, from, to);
+        step *= 0.25;
+    }
+    similarity = std::max(similarity, value / atZero);
+    return 2.0 * std::numbers::pi / theta * hzPerBin;
+}
+
+double PitchRefinerOC::pitchOf(const Measurement &m) const
+{
+    const double first = firstPartial(m);
+    if (first != m.freq || !(lobeSpread(m) >= kLayeredSpread))
+        return first;
+    double similarity = 0.0;
+    const double period = periodicity(m.freq, similarity);
+    return period > 0.0 && similarity >= kLayeredSimilarity ? period : m.freq;
+}
+
+double PitchRefinerOC::layeredPitch(const Measurement &m, double freqMin, bool mayGoDown) const
+{
+    // Where the sound repeats at no period near m.freq, how well it does there still says
+    // whether it repeats markedly better below: a layered partial can read tens of cents off
+    // and lead the harmonic moves to a multiple of the pitch whose harmonics, each pointing
+    // apart, they then miss below.
+    double similarity = 0.0;
+    const double near = periodicity(m.freq, similarity);
+    double pitch = similarity >= kLayeredSimilarity ? near : 0.0;
+    // The autocorrelation is at most its value at no lag: from kLayeredDown below it, no period
+    // below can do markedly better.
+    for (int divisor = 2; mayGoDown && similarity < 1.0 - kLayeredDown && divisor <= 3; divisor++) {
+        if (!(m.freq / divisor >= freqMin))
+            continue;
+        double lower = 0.0;
+        const double below = periodicity(m.freq / divisor, lower);
+        if (below > 0.0 && lower >= kLayeredSimilarity && lower - similarity >= kLayeredDown) {
+            pitch = below;
+            similarity = lower;
+        }
+    }
+    return pitch;
+}
+
 bool PitchRefinerOC::transformBeside(int side, double freq)
 {
     const int half = nFrames / 2;
@@ -678,17 +821,17 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
     return above;
 }
 
-double PitchRefinerOC::steadyBeside(double estimate)
+double PitchRefinerOC::steadyBeside(double near, double estimate)
 {
     double steady[2] = {0.0, 0.0};
     for (int side = 0; side < 2; side++) {
-        if (!transformBeside(side, estimate))
+        if (!transformBeside(side, near))
             continue;
-        const Measurement beside = measure(estimate);
+        const Measurement beside = measure(near);
         if (beside.used > 0 && holdsStrongest(beside) &&
-            std::abs(beside.freq / estimate - 1.0) < kStartSpread &&
+            std::abs(beside.freq / near - 1.0) < kStartSpread &&
             goodnessOf(beside) >= kSteadyGoodness)
-            steady[side] = firstPartial(beside);
+            steady[side] = pitchOf(beside);
     }
     for (int side = 0; side < 2; side++)
         if (steady[side] > 0.0 && !(steady[1 - side] > 0.0) &&
@@ -819,17 +962,26 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         return freq;
     harmonicsUsed = m.used;
     goodness = goodnessOf(m);
+    const double pitch = firstPartial(m);
+    // A stiff string's partials are stretched rather than layered: its first partial stands.
+    double layered = 0.0;
+    if (pitch == m.freq && lobeSpread(m) >= kLayeredSpread) {
+        layered = layeredPitch(m, freqMin, !movedUp);
+        if (!(layered >= freqMin && layered < freqMax))
+            layered = 0.0;
+    }
+    // Two notes at a slurred change blend in each lobe as layers do, and the period reads
+    // between them: the sides are measured near the harmonics' reading, and decide where the
+    // estimate, layered or not, was pulled off the search's.
+    const double estimate = layered > 0.0 ? layered : m.freq;
     if ((before != nullptr || after != nullptr) &&
-        (moved || std::abs(m.freq / freq - 1.0) > kEdgePull)) {
-        // The window m was measured under, which a move up may have changed from the first.
-        double measuredUnder[kTaps + 1];
-        std::copy(std::begin(coefficients), std::end(coefficients), measuredUnder);
-        const double steady = steadyBeside(m.freq);
+        (moved || std::abs(estimate / freq - 1.0) > kEdgePull)) {
+        const double steady = steadyBeside(m.freq, estimate);
         if (steady >= freqMin && steady < freqMax)
             return steady;
-        transform(segment, measuredUnder);
     }
-    const double pitch = firstPartial(m);
+    if (layered > 0.0)
+        return layered;
     return pitch >= freqMin && pitch < freqMax ? pitch : m.freq;
 }
 

@@ -37,6 +37,12 @@ namespace quorval {
 //   first, f_h = h f_1 sqrt(1 + β(h² − 1)), and a tuner and the ear follow the lowest. Where the
 //   matched partials show such a stretch beyond their own scatter, the pitch is f_1 from a
 //   weighted fit of (f_h / h)² against h² − 1, which is linear in it.
+// - Layered partials: voices or layers a few cents apart, each with its own vibrato (a choir, a
+//   section), make one partial of several. The bins about its peak then point tenths of a bin
+//   apart, and its strongest bin follows whichever layer the beats favour for the moment. No
+//   single series describes such a sound: its pitch is the period it repeats at best, the highest
+//   peak of its autocorrelation (from the power spectrum, corrected for the window's own) near
+//   the estimate, or at the octave or twelfth below where the sound repeats markedly better there.
 //
 // Window: Hann (Hann's main lobe is two bins wide on each side, so harmonics four bins apart, the
 // closest the segmentation gives, stay apart) or, where harmonics are far apart, a four-term
@@ -45,7 +51,8 @@ namespace quorval {
 // Units: frequencies in Hz; samples in any unit (integer units from the sound file).
 // Context: a result depends only on the samples set, never on earlier calls.
 // Allocation: all storage is made by setupWithNFrames(); refine() allocates nothing and calls
-// no trigonometry beyond an occasional arctangent.
+// no trigonometry beyond an occasional arctangent, and for layered partials a cosine or two a
+// step of the period search.
 // Threading: one thread at a time per object; objects are independent.
 class PitchRefinerOC
 {
@@ -119,9 +126,9 @@ private:
     // steady tone with nothing at freq's odd harmonics. Leaves the transform of that sound.
     [[nodiscard]] bool besideIsOctaveAbove(double freq);
     // The steady pitch (Hz) of the one side, half a segment before or after, that holds a clear
-    // series near estimate (Hz) while the other does not; 0 when neither or both do. Leaves the
-    // transform of the sound beside.
-    [[nodiscard]] double steadyBeside(double estimate);
+    // series near near (Hz) while the other does not, where it lies more than kEdgePull from
+    // estimate (Hz); 0 otherwise. Leaves the transform of the sound beside.
+    [[nodiscard]] double steadyBeside(double near, double estimate);
     // x1, powers from u(k) under the window's first taps + 1 coefficients (the rest are 0).
     template <int taps> void applyWindow(int m);
     [[nodiscard]] Measurement measure(double freq) const;
@@ -141,6 +148,22 @@ private:
     [[nodiscard]] double firstPartial(const Measurement &m) const;
     // The goodness of a measurement (see getGoodness).
     [[nodiscard]] double goodnessOf(const Measurement &m) const;
+    // How far apart (in bins) the bins about each harmonic's peak point, weighted by power: a
+    // hundredth of a bin or so for a steady partial, tenths where layers of it beat.
+    [[nodiscard]] double lobeSpread(const Measurement &m) const;
+    // The pitch (Hz) of a measurement: its first partial, or for layered partials the period the
+    // sound repeats at best.
+    [[nodiscard]] double pitchOf(const Measurement &m) const;
+    // The pitch (Hz) of layered partials measured as m (see the class comment); 0 where the
+    // sound repeats at no period near it.
+    [[nodiscard]] double layeredPitch(const Measurement &m, double freqMin, bool mayGoDown) const;
+    // The pitch (Hz) within a semitone of freq whose period the present transform's sound
+    // repeats at best, and in similarity the autocorrelation there over its value at no lag (1
+    // where the sound repeats exactly); 0 where the highest value lies at either end, no peak
+    // (similarity is then that value's).
+    [[nodiscard]] double periodicity(double freq, double &similarity) const;
+    // That autocorrelation at a period of 2π / theta bins, from the powers of bins from to to.
+    [[nodiscard]] double autocorrelation(double theta, int from, int to) const;
     // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.
     // Remembered for the present transform; phaseAdvanceBin computes it.
     [[nodiscard]] double binOf(int k) const;

@@ -170,43 +170,71 @@ TEST(PitchRefinerOC, layeredVoicesThatBeatKeepTheirOctave)
     EXPECT_EQ(off, 0) << "of " << segments << " segments";
 }
 
-TEST(PitchRefinerOC, anEnsembleOfVoicesIsDrawnBright)
+TEST(PitchRefinerOC, anEnsembleOfVoicesIsDrawnBrightAtTheMeanOfTheirPitches)
 {
     // Voices a few cents apart, each with a vibrato of its own: their partials are clusters whose
-    // bins point a few tenths of a bin apart, yet the ear hears one clear pitch. Segments as the
-    // stream hands them over, with the half segments beside them.
+    // bins point a few tenths of a bin apart, yet the ear hears one clear pitch, the mean of
+    // theirs. Segments as the stream hands them over, with the half segments beside them.
     PitchRefinerOC refiner;
     ASSERT_TRUE(refiner.setupWithNFrames(kSegLength, kHzPerBin));
     const std::vector<double> vowel = {1000.0, 3000.0, 1400.0, 1200.0, 600.0, 300.0, 150.0};
     const double voices[][3] = {
         {-12.0, 4.9, 0.0}, {0.0, 5.6, 2.1}, {9.0, 5.2, 4.0}, {17.0, 6.1, 1.0}};
+    // A voice's pitch, cents about the note, t seconds in.
+    const auto voiceCents = [](const double(&voice)[3], double t) {
+        return voice[0] + 25.0 * std::sin(2.0 * std::numbers::pi * voice[1] * t + voice[2]);
+    };
     const int length = 24 * kSegLength;
     const int half = kSegLength / 2;
     int dim = 0;
     int segments = 0;
+    int octaves = 0;
+    std::vector<double> errors;
     for (const double f : {205.0, 262.0, 317.0, 390.0}) {
+        SCOPED_TRACE(std::to_string(f) + " Hz");
         std::vector<double> x = silence(length);
-        for (const auto &[cents, vibratoHz, phase0] : voices) {
+        for (const auto &voice : voices) {
             double phase = 0.0;
             for (std::size_t i = 0; i < x.size(); i++) {
                 const double t = static_cast<double>(i) / kSampleRate;
-                phase +=
-                    2.0 * std::numbers::pi / kSampleRate *
-                    detuneHz(f, cents + 25.0 * std::sin(2.0 * std::numbers::pi * vibratoHz * t +
-                                                        phase0));
+                phase += 2.0 * std::numbers::pi / kSampleRate * detuneHz(f, voiceCents(voice, t));
                 for (std::size_t k = 1; k <= vowel.size(); k++)
-                    x[i] += vowel[k - 1] * std::sin(static_cast<double>(k) * (phase + phase0));
+                    x[i] += vowel[k - 1] * std::sin(static_cast<double>(k) * (phase + voice[2]));
             }
         }
+        double sum = 0.0;
+        int n = 0;
         for (int start = half; start + kSegLength + half <= length; start += half) {
             refiner.setSamples(x.data() + start, x.data() + start - half,
                                x.data() + start + kSegLength);
-            (void)refiner.refine(detuneHz(f, 5.0), kFreqMin, kFreqMax);
+            const double pitch = refiner.refine(detuneHz(f, 5.0), kFreqMin, kFreqMax);
             segments++;
             dim += refiner.getGoodness() < 100.0 ? 1 : 0;
+            const double t = (start + 0.5 * kSegLength) / kSampleRate;
+            double mean = 0.0;
+            for (const auto &voice : voices)
+                mean += detuneHz(f, voiceCents(voice, t)) / std::size(voices);
+            const double cents = centsBetween(pitch, mean);
+            // Two voices half a period apart for a while sound as the octave above: their odd
+            // harmonics cancel, on both sides of the segment too.
+            if (std::abs(cents) >= 50.0) {
+                octaves += std::abs(std::abs(cents) - 1200.0) < 50.0 ? 1 : 0;
+                continue;
+            }
+            errors.push_back(std::abs(cents));
+            sum += cents;
+            n++;
         }
+        // The note's mean, what a singer is told, within a couple of cents.
+        EXPECT_NEAR(sum / n, 0.0, 2.0);
     }
     EXPECT_LE(dim, segments / 20) << "of " << segments << " segments drawn dim";
+    EXPECT_EQ(static_cast<int>(errors.size()) + octaves, segments) << "only octaves far off";
+    EXPECT_LE(octaves, segments / 30);
+    std::sort(errors.begin(), errors.end());
+    // Each segment follows the voices' mean, not whichever of them its strongest bins favour.
+    EXPECT_LT(errors[errors.size() * 9 / 10], 10.0)
+        << "cents from the voices' mean, 90th percentile";
 }
 
 TEST(PitchRefinerOC, anAttacksFaintPartialsBetweenTheHarmonicsDoNotPullItAnOctaveDown)
