@@ -1364,16 +1364,18 @@ int main(int argc, char **argv)
     if (withPraat && renders) {
         // Where there is no single period, what a tracker reads depends on how long a stretch
         // it weighs: Praat itself, with a window one segment long, against its own reading.
-        std::printf("\nPraat against itself with its window one segment long, not three periods "
-                    "of the floor (as \"vs Praat\"):\n");
+        std::printf("\nPraat with its window one segment long, not three periods of the floor: "
+                    "against Praat as above, and against the refined pitch (as \"vs Praat\"):\n");
         Scores longer;
         for (const Sound &sound : sounds) {
             if (!sound.nominal)
                 continue;
             const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
             if (analyseWithPraat(sound, longer, 3.0 * kSampleRate / s.segLength))
-                std::printf("  %-28s %6.3f\n", sound.group.c_str(),
-                            agreementP95(longer.byGroup[sound.group], praat.byGroup[sound.group]));
+                std::printf(
+                    "  %-28s %6.3f %6.3f\n", sound.group.c_str(),
+                    agreementP95(longer.byGroup[sound.group], praat.byGroup[sound.group]),
+                    agreementP95(refined.byGroup[sound.group], longer.byGroup[sound.group]));
         }
     }
     return 0;
