@@ -693,9 +693,13 @@ double PitchRefinerOC::autocorrelation(double theta, int from, int to) const
     }
     // Over the window's own, c_0² + 2 Σ c_j² cos jθ: the windowed sound overlaps itself less the
     // longer the lag.
-    double window = coefficients[0] * coefficients[0];
-    for (int j = 1; j <= kTaps; j++)
-        window += 2.0 * coefficients[j] * coefficients[j] * std::cos(j * theta);
+    const double c1 = 0.5 * twice;
+    const double c2 = 2.0 * c1 * c1 - 1.0;
+    const double c3 = 2.0 * c1 * c2 - c1;
+    const double window =
+        coefficients[0] * coefficients[0] +
+        2.0 * (coefficients[1] * coefficients[1] * c1 + coefficients[2] * coefficients[2] * c2 +
+               coefficients[3] * coefficients[3] * c3);
     return sum / window;
 }
 
@@ -752,15 +756,14 @@ double PitchRefinerOC::periodicity(double freq, double &similarity) const
 double PitchRefinerOC::pitchOf(const Measurement &m) const
 {
     const double first = firstPartial(m);
-    if (first != m.freq || !(lobeSpread(m) >= kLayeredSpread))
-        return first;
-    double similarity = 0.0;
-    const double period = periodicity(m.freq, similarity);
-    return period > 0.0 && similarity >= kLayeredSimilarity ? period : m.freq;
+    const double layered = first == m.freq ? layeredPitch(m, 0.0, false) : 0.0;
+    return layered > 0.0 ? layered : first;
 }
 
 double PitchRefinerOC::layeredPitch(const Measurement &m, double freqMin, bool mayGoDown) const
 {
+    if (!(lobeSpread(m) >= kLayeredSpread))
+        return 0.0;
     // Where the sound repeats at no period near m.freq, how well it does there still says
     // whether it repeats markedly better below: a layered partial can read tens of cents off
     // and lead the harmonic moves to a multiple of the pitch whose harmonics, each pointing
@@ -964,12 +967,9 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     goodness = goodnessOf(m);
     const double pitch = firstPartial(m);
     // A stiff string's partials are stretched rather than layered: its first partial stands.
-    double layered = 0.0;
-    if (pitch == m.freq && lobeSpread(m) >= kLayeredSpread) {
-        layered = layeredPitch(m, freqMin, !movedUp);
-        if (!(layered >= freqMin && layered < freqMax))
-            layered = 0.0;
-    }
+    double layered = pitch == m.freq ? layeredPitch(m, freqMin, !movedUp) : 0.0;
+    if (!(layered >= freqMin && layered < freqMax))
+        layered = 0.0;
     // Two notes at a slurred change blend in each lobe as layers do, and the period reads
     // between them: the sides are measured near the harmonics' reading, and decide where the
     // estimate, layered or not, was pulled off the search's.

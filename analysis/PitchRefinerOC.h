@@ -154,8 +154,8 @@ private:
     // The pitch (Hz) of a measurement: its first partial, or for layered partials the period the
     // sound repeats at best.
     [[nodiscard]] double pitchOf(const Measurement &m) const;
-    // The pitch (Hz) of layered partials measured as m (see the class comment); 0 where the
-    // sound repeats at no period near it.
+    // The pitch (Hz) of layered partials measured as m (see the class comment); 0 where its
+    // partials are not layered, or the sound repeats at no period near it well.
     [[nodiscard]] double layeredPitch(const Measurement &m, double freqMin, bool mayGoDown) const;
     // The pitch (Hz) within a semitone of freq whose period the present transform's sound
     // repeats at best, and in similarity the autocorrelation there over its value at no lag (1
