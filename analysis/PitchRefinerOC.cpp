@@ -177,6 +177,17 @@ constexpr double kLayeredDown = 2.0 * kDownShare;
 // as where two notes blend at a slurred change or a note sounds over the room's echo of the
 // last, the harmonics' reading stands.
 constexpr double kLayeredSimilarity = 0.8;
+// Breath and a room's echo lower how well a choir repeats, down to half its value at no lag, and
+// draw the harmonics' reading tens of cents off the period: the period stands where the sound
+// repeats there at least this well and clearly better than at the harmonics' reading. Where two
+// notes blend, the louder one's period repeats nearly as well as the best.
+constexpr double kLayeredLeast = 0.55;
+constexpr double kLayeredClearer = 0.02;
+// An attack or a release changes the partials' level within the segment, which spreads their
+// bins as layers do and lowers how well the sound repeats: the lower bar above holds only where
+// the segment's two halves hold their power within this factor (6 dB). A choir's beats stay
+// within 4 dB.
+constexpr double kLevelChange = 4.0;
 
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
@@ -231,6 +242,7 @@ void PitchRefinerOC::setSamples(const double *samples, const double *earlier, co
 void PitchRefinerOC::transform(const double *samples, const double (&window)[kTaps + 1])
 {
     std::copy(std::begin(window), std::end(window), std::begin(coefficients));
+    transformed = samples;
     // The plain transform of the real segment, through the packed transform of half its length.
     fft.computePacked(samples);
     const FFTOC::Complex *z = fft.getPacked();
@@ -703,9 +715,10 @@ double PitchRefinerOC::autocorrelation(double theta, int from, int to) const
     return sum / window;
 }
 
-double PitchRefinerOC::periodicity(double freq, double &similarity) const
+double PitchRefinerOC::periodicity(double freq, double &similarity, double &atFreq) const
 {
     similarity = 0.0;
+    atFreq = 0.0;
     // The band the harmonics are measured over; the autocorrelation at a period of p bins is
     // Σ P_k cos(2πk / p), θ = 2π / p.
     const double freqBins = freq / hzPerBin;
@@ -733,6 +746,7 @@ double PitchRefinerOC::periodicity(double freq, double &similarity) const
     if (!(atZero > 0.0))
         return 0.0;
     similarity = bestValue / atZero;
+    atFreq = autocorrelation(centre, from, to) / atZero;
     if (best == 0 || best == steps)
         return 0.0;
     // Near its top the autocorrelation is a parabola: its vertex through the best point and two
@@ -753,6 +767,18 @@ double PitchRefinerOC::periodicity(double freq, double &similarity) const
     return 2.0 * std::numbers::pi / theta * hzPerBin;
 }
 
+bool PitchRefinerOC::holdsItsLevel() const
+{
+    const int half = nFrames / 2;
+    double first = 0.0;
+    double second = 0.0;
+    for (int i = 0; i < half; i++) {
+        first += transformed[i] * transformed[i];
+        second += transformed[half + i] * transformed[half + i];
+    }
+    return std::max(first, second) <= kLevelChange * std::min(first, second);
+}
+
 double PitchRefinerOC::pitchOf(const Measurement &m) const
 {
     const double first = firstPartial(m);
@@ -769,15 +795,21 @@ double PitchRefinerOC::layeredPitch(const Measurement &m, double freqMin, bool m
     // and lead the harmonic moves to a multiple of the pitch whose harmonics, each pointing
     // apart, they then miss below.
     double similarity = 0.0;
-    const double near = periodicity(m.freq, similarity);
-    double pitch = similarity >= kLayeredSimilarity ? near : 0.0;
+    double atFreq = 0.0;
+    const double near = periodicity(m.freq, similarity, atFreq);
+    double pitch = similarity >= kLayeredSimilarity ||
+                           (similarity >= kLayeredLeast && similarity - atFreq >= kLayeredClearer &&
+                            holdsItsLevel())
+                       ? near
+                       : 0.0;
     // The autocorrelation is at most its value at no lag: from kLayeredDown below it, no period
     // below can do markedly better.
     for (int divisor = 2; mayGoDown && similarity < 1.0 - kLayeredDown && divisor <= 3; divisor++) {
         if (!(m.freq / divisor >= freqMin))
             continue;
         double lower = 0.0;
-        const double below = periodicity(m.freq / divisor, lower);
+        double atDivided = 0.0;
+        const double below = periodicity(m.freq / divisor, lower, atDivided);
         if (below > 0.0 && lower >= kLayeredSimilarity && lower - similarity >= kLayeredDown) {
             pitch = below;
             similarity = lower;

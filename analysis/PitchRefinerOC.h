@@ -151,6 +151,8 @@ private:
     // How far apart (in bins) the bins about each harmonic's peak point, weighted by power: a
     // hundredth of a bin or so for a steady partial, tenths where layers of it beat.
     [[nodiscard]] double lobeSpread(const Measurement &m) const;
+    // Whether the two halves of the present transform's samples hold about the same power.
+    [[nodiscard]] bool holdsItsLevel() const;
     // The pitch (Hz) of a measurement: its first partial, or for layered partials the period the
     // sound repeats at best.
     [[nodiscard]] double pitchOf(const Measurement &m) const;
@@ -160,8 +162,8 @@ private:
     // The pitch (Hz) within a semitone of freq whose period the present transform's sound
     // repeats at best, and in similarity the autocorrelation there over its value at no lag (1
     // where the sound repeats exactly); 0 where the highest value lies at either end, no peak
-    // (similarity is then that value's).
-    [[nodiscard]] double periodicity(double freq, double &similarity) const;
+    // (similarity is then that value's). atFreq is the same ratio at freq itself.
+    [[nodiscard]] double periodicity(double freq, double &similarity, double &atFreq) const;
     // That autocorrelation at a period of 2π / theta bins, from the powers of bins from to to.
     [[nodiscard]] double autocorrelation(double theta, int from, int to) const;
     // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.
@@ -171,7 +173,8 @@ private:
 
     int nFrames = 0;
     double hzPerBin = 0.0;
-    const double *segment = nullptr; // the samples last set
+    const double *segment = nullptr;     // the samples last set
+    const double *transformed = nullptr; // the samples of the present transform
     // The caller's half segments beside the segment (nullptr: none), and the sound half a segment
     // before or after, put together from them when asked for.
     const double *before = nullptr;
