@@ -7,7 +7,9 @@
 #include "streams/WorkingFiles.h"
 
 #include <array>
+#include <atomic>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -161,8 +163,18 @@ bool Quorval::isMainThread()
 void Quorval::postToMain(std::function<void()> fn)
 {
     const MainPoster poster = loadShared(&MainState::poster);
-    if (poster)
-        poster(std::move(fn));
+    if (!poster)
+        return;
+    // Qt's event queue orders the post before the call under a lock of its own, which the
+    // thread sanitizer cannot see in a Qt not built for it: this release and acquire state the
+    // same order where it can, so that what fn carries (a snapshot built on a queue) reads as
+    // written before it runs.
+    auto handedOver = std::make_shared<std::atomic<bool>>(false);
+    handedOver->store(true, std::memory_order_release);
+    poster([handedOver, fn = std::move(fn)] {
+        (void)handedOver->load(std::memory_order_acquire);
+        fn();
+    });
 }
 
 void Quorval::setRedisplayHandler(std::function<void()> handler)
