@@ -1066,6 +1066,22 @@ double agreementP95(const std::vector<Note> &refinedNotes, const std::vector<Not
     return percentile(gaps, 0.95);
 }
 
+// The median over the segments both read within 50 cents of the truth of |a − b| (cents): how
+// closely two readings follow each other segment by segment, where a note's mean can hang on a
+// frame or two that either drops.
+double segmentAgreementMedian(const std::vector<Note> &a, const std::vector<Note> &b)
+{
+    std::vector<double> gaps;
+    for (std::size_t i = 0; i < a.size() && i < b.size(); i++)
+        for (std::size_t k = 0; k < a[i].segments.size() && k < b[i].segments.size(); k++) {
+            const double x = a[i].segments[k];
+            const double y = b[i].segments[k];
+            if (std::abs(x) < 50.0 && std::abs(y) < 50.0)
+                gaps.push_back(std::abs(x - y));
+        }
+    return percentile(gaps, 0.5);
+}
+
 // Where each reads a tone whose partials are stretched and whose truth is its first partial:
 // the signed per-note mean error (cents) of each analysis, as median and range over the notes.
 void printStretchCheck(const std::string &group, const Scores &specified, const Scores &refined,
@@ -1391,18 +1407,25 @@ int main(int argc, char **argv)
     if (withPraat && renders) {
         // Where there is no single period, what a tracker reads depends on how long a stretch
         // it weighs: Praat itself, with a window one segment long, against its own reading.
-        std::printf("\nPraat with its window one segment long, not three periods of the floor: "
-                    "against Praat as above, and against the refined pitch (as \"vs Praat\"):\n");
+        std::printf(
+            "\nPraat with its window one segment long, not three periods of the floor: "
+            "against Praat as above, and against the refined pitch (as \"vs Praat\");\n"
+            "then segment by segment, the median |difference| of Praat with that window and "
+            "of the refined pitch from Praat as above:\n");
         Scores longer;
         for (const Sound &sound : sounds) {
             if (!sound.nominal)
                 continue;
             const Segmentation s = segmentationOf(sound.lowestNote, sound.highestNote);
-            if (analyseWithPraat(sound, longer, 3.0 * kSampleRate / s.segLength))
-                std::printf(
-                    "  %-28s %6.3f %6.3f\n", sound.group.c_str(),
-                    agreementP95(longer.byGroup[sound.group], praat.byGroup[sound.group]),
-                    agreementP95(refined.byGroup[sound.group], longer.byGroup[sound.group]));
+            if (!analyseWithPraat(sound, longer, 3.0 * kSampleRate / s.segLength))
+                continue;
+            const auto &theirs = praat.byGroup[sound.group];
+            const auto &longWindow = longer.byGroup[sound.group];
+            const auto &ours = refined.byGroup[sound.group];
+            std::printf("  %-28s %6.3f %6.3f | %6.3f %6.3f\n", sound.group.c_str(),
+                        agreementP95(longWindow, theirs), agreementP95(ours, longWindow),
+                        segmentAgreementMedian(longWindow, theirs),
+                        segmentAgreementMedian(ours, theirs));
         }
     }
     return 0;
