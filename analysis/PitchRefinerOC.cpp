@@ -715,10 +715,9 @@ double PitchRefinerOC::autocorrelation(double theta, int from, int to) const
     return sum / window;
 }
 
-double PitchRefinerOC::periodicity(double freq, double &similarity, double &atFreq) const
+double PitchRefinerOC::periodicity(double freq, double &similarity, double *atFreq) const
 {
     similarity = 0.0;
-    atFreq = 0.0;
     // The band the harmonics are measured over; the autocorrelation at a period of p bins is
     // Σ P_k cos(2πk / p), θ = 2π / p.
     const double freqBins = freq / hzPerBin;
@@ -746,9 +745,10 @@ double PitchRefinerOC::periodicity(double freq, double &similarity, double &atFr
     if (!(atZero > 0.0))
         return 0.0;
     similarity = bestValue / atZero;
-    atFreq = autocorrelation(centre, from, to) / atZero;
     if (best == 0 || best == steps)
         return 0.0;
+    if (atFreq != nullptr)
+        *atFreq = autocorrelation(centre, from, to) / atZero;
     // Near its top the autocorrelation is a parabola: its vertex through the best point and two
     // either side, a quarter as far apart each round.
     double theta = centre - reach + best * spacing;
@@ -796,7 +796,7 @@ double PitchRefinerOC::layeredPitch(const Measurement &m, double freqMin, bool m
     // apart, they then miss below.
     double similarity = 0.0;
     double atFreq = 0.0;
-    const double near = periodicity(m.freq, similarity, atFreq);
+    const double near = periodicity(m.freq, similarity, &atFreq);
     double pitch = similarity >= kLayeredSimilarity ||
                            (similarity >= kLayeredLeast && similarity - atFreq >= kLayeredClearer &&
                             holdsItsLevel())
@@ -808,8 +808,7 @@ double PitchRefinerOC::layeredPitch(const Measurement &m, double freqMin, bool m
         if (!(m.freq / divisor >= freqMin))
             continue;
         double lower = 0.0;
-        double atDivided = 0.0;
-        const double below = periodicity(m.freq / divisor, lower, atDivided);
+        const double below = periodicity(m.freq / divisor, lower);
         if (below > 0.0 && lower >= kLayeredSimilarity && lower - similarity >= kLayeredDown) {
             pitch = below;
             similarity = lower;

@@ -162,8 +162,10 @@ private:
     // The pitch (Hz) within a semitone of freq whose period the present transform's sound
     // repeats at best, and in similarity the autocorrelation there over its value at no lag (1
     // where the sound repeats exactly); 0 where the highest value lies at either end, no peak
-    // (similarity is then that value's). atFreq is the same ratio at freq itself.
-    [[nodiscard]] double periodicity(double freq, double &similarity, double &atFreq) const;
+    // (similarity is then that value's). Where there is a peak, atFreq (if given) takes the same
+    // ratio at freq itself.
+    [[nodiscard]] double periodicity(double freq, double &similarity,
+                                     double *atFreq = nullptr) const;
     // That autocorrelation at a period of 2π / theta bins, from the powers of bins from to to.
     [[nodiscard]] double autocorrelation(double theta, int from, int to) const;
     // The frequency (in bins) of bin k, 1 <= k < nFrames / 2, from its phase advance.
