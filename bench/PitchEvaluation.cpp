@@ -768,7 +768,8 @@ void analyse(const Sound &sound, bool refined, Scores &scores)
 // Praat's To Pitch (ac) (Boersma, "Accurate short-term analysis of the fundamental frequency and
 // the harmonics-to-noise ratio of a sampled sound", IFA Proceedings 17, 1993), run as a separate
 // process on the same samples written to a temporary WAV file: time step the segment spacing,
-// floor and ceiling the file's pitch range, its pitch read at each segment's centre.
+// floor and ceiling the file's pitch range, its pitch read at each segment's centre, where one
+// of its frames lies (see praatPadding).
 
 bool praatFound()
 {
@@ -817,7 +818,9 @@ sound = Read from file: wav$
 pitch = To Pitch (ac): step, floor, 15, "no", 0.03, 0.45, 0.01, 0.35, 0.14, ceiling
 strings = Read Strings from raw text file: times$
 n = Get number of strings
-writeFile: out$, ""
+selectObject: pitch
+first = Get time from frame number: 1
+writeFileLine: out$, fixed$(first, 9)
 for i to n
     selectObject: strings
     line$ = Get string: i
@@ -827,6 +830,42 @@ for i to n
     appendFileLine: out$, fixed$(f, 6)
 endfor
 )";
+
+// Praat centres its frames in the sound: as many as fit its window (three periods of the floor)
+// a time step apart, the first at half the sound's length less half their span. Off the segment
+// centres they would be read between two frames, each some way from the segment, a blend no
+// segment of ours is. The silence (samples) to add before and after the sound that puts a frame
+// within half a sample of every segment centre: silence after moves the frames by half a sample
+// a sample, silence before moves the segments by a whole one.
+struct PraatPadding
+{
+    int before = 0;
+    int after = 0;
+};
+
+PraatPadding praatPadding(std::size_t samples, const Segmentation &s, double floorHz)
+{
+    const double window = 3.0 / floorHz;
+    const double step = s.segSpacing / kSampleRate;
+    PraatPadding best;
+    double nearest = INFINITY;
+    for (int before = 0; before < s.segSpacing && nearest > 0.25; before++)
+        for (int after = 0; after < s.segSpacing && nearest > 0.25; after++) {
+            const double length = static_cast<double>(samples) + before + after;
+            const double fits = (length / kSampleRate - window) / step;
+            // Where rounding could put one frame more or less, the grid is not certain.
+            if (fits < 0.0 || std::abs(fits - std::round(fits)) < 1e-6)
+                continue;
+            const double frames = std::floor(fits) + 1.0;
+            const double first = 0.5 * length - 0.5 * (frames - 1.0) * s.segSpacing; // samples
+            const double off = std::remainder(first - before - 0.5 * s.segLength, s.segSpacing);
+            if (std::abs(off) < nearest) {
+                nearest = std::abs(off);
+                best = {before, after};
+            }
+        }
+    return best;
+}
 
 // Praat's pitch (Hz, NaN where it finds none) at each time (seconds) of the sound; empty when
 // Praat fails. Its pitch floor sets its window, three periods of it: floorHz, where positive,
@@ -842,22 +881,39 @@ std::vector<double> praatPitches(const Sound &sound, const std::vector<double> &
     const auto timesFile = dir / "times.txt";
     const auto out = dir / "pitch.txt";
     const auto script = dir / "pitch.praat";
+    const double floor = floorHz > 0.0 ? floorHz : s.freqMin;
+    const PraatPadding padding = praatPadding(sound.samples.size(), s, floor);
+    std::vector<double> padded(static_cast<std::size_t>(padding.before), 0.0);
+    padded.insert(padded.end(), sound.samples.begin(), sound.samples.end());
+    padded.resize(padded.size() + static_cast<std::size_t>(padding.after), 0.0);
+    const double shift = padding.before / kSampleRate;
     std::vector<double> pitches;
     {
         std::ofstream(script) << kPraatScript;
         std::ofstream list(timesFile);
         for (double t : times)
-            list << std::to_string(t) << '\n';
+            list << std::to_string(t + shift) << '\n';
     }
-    if (writeWav(wav, sound.samples)) {
+    if (writeWav(wav, padded)) {
+        // The step to the last digit: rounded, the frames would drift off the segments.
+        char step[32];
+        std::snprintf(step, sizeof step, "%.17g", s.segSpacing / kSampleRate);
         const std::string command = "praat --run '" + script.string() + "' '" + wav.string() +
                                     "' '" + timesFile.string() + "' '" + out.string() + "' " +
-                                    std::to_string(s.segSpacing / kSampleRate) + " " +
-                                    std::to_string(floorHz > 0.0 ? floorHz : s.freqMin) + " " +
+                                    step + " " + std::to_string(floor) + " " +
                                     std::to_string(s.freqMax) + " > /dev/null 2>&1";
-        if (std::system(command.c_str()) == 0) {
-            std::ifstream in(out);
-            std::string line;
+        const bool ran = std::system(command.c_str()) == 0;
+        std::ifstream in(out);
+        std::string line;
+        if (ran && std::getline(in, line)) {
+            const double off = std::remainder(std::strtod(line.c_str(), nullptr) * kSampleRate -
+                                                  padding.before - 0.5 * s.segLength,
+                                              s.segSpacing);
+            if (!(std::abs(off) <= 1.0))
+                std::fprintf(stderr,
+                             "%s: Praat's frames lie %.1f samples off the segment centres, "
+                             "so its pitch there is read between two of them\n",
+                             sound.group.c_str(), off);
             while (std::getline(in, line)) {
                 char *end = nullptr;
                 const double f = std::strtod(line.c_str(), &end);
