@@ -163,6 +163,11 @@ constexpr double kBesideHeldFundamental = 0.002;
 // segment's.
 constexpr double kEdgePull = 0.0058;
 constexpr double kSteadyGoodness = 100.0;
+// Where both sides hold a clear steady series, each within this (relative; 20 cents) of the
+// other, they hold one note through the segment, and a segment read off both by more than
+// kEdgePull holds something brief they do not (a grace note, a click, a breath): the note both
+// hold is its pitch.
+constexpr double kSidesAgree = 0.0116;
 // The bins about a steady partial's peak point at its frequency within a hundredth of a bin or
 // so, in noise and vibrato too; where layers of a partial a few cents apart beat, they point
 // this far apart (power-weighted mean, bins) or more.
@@ -867,9 +872,15 @@ double PitchRefinerOC::steadyBeside(double near, double estimate)
             goodnessOf(beside) >= kSteadyGoodness)
             steady[side] = pitchOf(beside);
     }
+    if (steady[0] > 0.0 && steady[1] > 0.0) {
+        const double apart = std::abs(steady[0] / steady[1] - 1.0);
+        const double both = std::sqrt(steady[0] * steady[1]);
+        return apart < kSidesAgree && std::abs(both / estimate - 1.0) > kEdgePull + 0.5 * apart
+                   ? both
+                   : 0.0;
+    }
     for (int side = 0; side < 2; side++)
-        if (steady[side] > 0.0 && !(steady[1 - side] > 0.0) &&
-            std::abs(steady[side] / estimate - 1.0) > kEdgePull)
+        if (steady[side] > 0.0 && std::abs(steady[side] / estimate - 1.0) > kEdgePull)
             return steady[side];
     return 0.0;
 }
