@@ -881,8 +881,8 @@ std::vector<double> praatPitches(const Sound &sound, const std::vector<double> &
     const auto timesFile = dir / "times.txt";
     const auto out = dir / "pitch.txt";
     const auto script = dir / "pitch.praat";
-    const double floor = floorHz > 0.0 ? floorHz : s.freqMin;
-    const PraatPadding padding = praatPadding(sound.samples.size(), s, floor);
+    const double pitchFloor = floorHz > 0.0 ? floorHz : s.freqMin;
+    const PraatPadding padding = praatPadding(sound.samples.size(), s, pitchFloor);
     std::vector<double> padded(static_cast<std::size_t>(padding.before), 0.0);
     padded.insert(padded.end(), sound.samples.begin(), sound.samples.end());
     padded.resize(padded.size() + static_cast<std::size_t>(padding.after), 0.0);
@@ -895,13 +895,17 @@ std::vector<double> praatPitches(const Sound &sound, const std::vector<double> &
             list << std::to_string(t + shift) << '\n';
     }
     if (writeWav(wav, padded)) {
-        // The step to the last digit: rounded, the frames would drift off the segments.
-        char step[32];
-        std::snprintf(step, sizeof step, "%.17g", s.segSpacing / kSampleRate);
+        // To the last digit, as praatPadding took them: a rounded step would let the frames
+        // drift off the segments.
+        const auto exact = [](double value) {
+            char text[32];
+            std::snprintf(text, sizeof text, "%.17g", value);
+            return std::string(text);
+        };
         const std::string command = "praat --run '" + script.string() + "' '" + wav.string() +
                                     "' '" + timesFile.string() + "' '" + out.string() + "' " +
-                                    step + " " + std::to_string(floor) + " " +
-                                    std::to_string(s.freqMax) + " > /dev/null 2>&1";
+                                    exact(s.segSpacing / kSampleRate) + " " + exact(pitchFloor) +
+                                    " " + exact(s.freqMax) + " > /dev/null 2>&1";
         const bool ran = std::system(command.c_str()) == 0;
         std::ifstream in(out);
         std::string line;
