@@ -8,6 +8,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
 #include <mutex>
@@ -90,6 +91,9 @@ MainState &mainState()
 
 std::atomic<bool> redisplayPending{false};
 
+// Every post to the main thread counts itself here (see Quorval::postToMain).
+std::atomic<std::uint64_t> postsToMain{0};
+
 // Copies of the main state's members, taken and replaced under its lock.
 template <class T> T loadShared(T MainState::*field)
 {
@@ -168,11 +172,11 @@ void Quorval::postToMain(std::function<void()> fn)
     // Qt's event queue orders the post before the call under a lock of its own, which the
     // thread sanitizer cannot see in a Qt not built for it: this release and acquire state the
     // same order where it can, so that what fn carries (a snapshot built on a queue) reads as
-    // written before it runs.
-    auto handedOver = std::make_shared<std::atomic<bool>>(false);
-    handedOver->store(true, std::memory_order_release);
-    poster([handedOver, fn = std::move(fn)] {
-        (void)handedOver->load(std::memory_order_acquire);
+    // written before it runs. One counter serves every post: an acquire that reads a later
+    // count is ordered after every post before it.
+    postsToMain.fetch_add(1, std::memory_order_release);
+    poster([fn = std::move(fn)] {
+        (void)postsToMain.load(std::memory_order_acquire);
         fn();
     });
 }
