@@ -165,8 +165,10 @@ constexpr double kEdgePull = 0.0058;
 constexpr double kSteadyGoodness = 100.0;
 // Where both sides hold a clear steady series, each within this (relative; 20 cents) of the
 // other, they hold one note through the segment, and a segment read off both by more than
-// kEdgePull holds something brief they do not (a grace note, a click, a breath): the note both
-// hold is its pitch.
+// kEdgePull whose main lobes blend two sounds (they point kLayeredSpread apart) holds something
+// brief they do not (a grace note, a click, a breath): the note both hold is its pitch. A
+// vibrato's turn also reads off both sides, which lie symmetrically about it, but is one
+// partial a harmonic, its lobes pointing as one: its own reading stands.
 constexpr double kSidesAgree = 0.0116;
 // The bins about a steady partial's peak point at its frequency within a hundredth of a bin or
 // so, in noise and vibrato too; where layers of a partial a few cents apart beat, they point
@@ -860,7 +862,7 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
     return above;
 }
 
-double PitchRefinerOC::steadyBeside(double near, double estimate)
+double PitchRefinerOC::steadyBeside(double near, double estimate, bool blended)
 {
     double steady[2] = {0.0, 0.0};
     for (int side = 0; side < 2; side++) {
@@ -875,7 +877,8 @@ double PitchRefinerOC::steadyBeside(double near, double estimate)
     if (steady[0] > 0.0 && steady[1] > 0.0) {
         const double apart = std::abs(steady[0] / steady[1] - 1.0);
         const double both = std::sqrt(steady[0] * steady[1]);
-        return apart < kSidesAgree && std::abs(both / estimate - 1.0) > kEdgePull + 0.5 * apart
+        return blended && apart < kSidesAgree &&
+                       std::abs(both / estimate - 1.0) > kEdgePull + 0.5 * apart
                    ? both
                    : 0.0;
     }
@@ -1018,7 +1021,7 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     const double estimate = layered > 0.0 ? layered : m.freq;
     if ((before != nullptr || after != nullptr) &&
         (moved || std::abs(estimate / freq - 1.0) > kEdgePull)) {
-        const double steady = steadyBeside(m.freq, estimate);
+        const double steady = steadyBeside(m.freq, estimate, lobeSpread(m) >= kLayeredSpread);
         if (steady >= freqMin && steady < freqMax)
             return steady;
     }

@@ -127,9 +127,9 @@ private:
     [[nodiscard]] bool besideIsOctaveAbove(double freq);
     // The steady pitch (Hz) of the one side, half a segment before or after, that holds a clear
     // series near near (Hz) while the other does not, where it lies more than kEdgePull from
-    // estimate (Hz); where both do and agree, their mean where estimate lies off both; 0
-    // otherwise. Leaves the transform of the sound beside.
-    [[nodiscard]] double steadyBeside(double near, double estimate);
+    // estimate (Hz); where both do and agree, their mean where estimate lies off both and the
+    // segment's lobes are blended; 0 otherwise. Leaves the transform of the sound beside.
+    [[nodiscard]] double steadyBeside(double near, double estimate, bool blended);
     // x1, powers from u(k) under the window's first taps + 1 coefficients (the rest are 0).
     template <int taps> void applyWindow(int m);
     [[nodiscard]] Measurement measure(double freq) const;
