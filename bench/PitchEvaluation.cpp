@@ -5,6 +5,9 @@
 // - the same down to C2 with "Lowest Note" lowered;
 // - an ensemble: each note sung by four sawtooth voices spread a few cents about it, each with a
 //   vibrato of its own, the truth the mean of their pitches (no single period, as in a choir);
+// - a bowed string whose vibrato dips sharply, with a resonance near its third harmonic that
+//   rings at its own frequency, loudest in the dips, as the cello render's does; the truth the
+//   string's pitch, which all its other partials follow;
 // - with --renders, software-instrument renders made with fluidsynth and the General MIDI
 //   SoundFont (pitch-bend range set, reverb and chorus off), each note detuned by pitch bend.
 //   A SoundFont's samples are not tuned to the cent and many carry vibrato, so a render's true
@@ -118,6 +121,7 @@ struct Note
     double pitchHz = 0.0;      // the centre pitch
     double vibratoCents = 0.0; // depth (peak)
     double vibratoPhase = 0.0; // radians at the start
+    bool dipping = false;      // a bowed string's vibrato: a sharp dip once a cycle (see dipAt)
     std::vector<Voice> voices; // of a generated note: one, or an ensemble's, each off by its own
     std::vector<PlacedSegment> placed;
     std::vector<double> segments; // filled while scoring: signed error of each, cents
@@ -143,11 +147,21 @@ struct Sound
 
 constexpr double kVibratoHz = 5.5;
 
+// How deep into a dipping vibrato's dip the note is at t: 0 for most of the cycle, rising sharply
+// to 1 at its deepest, ((1 − cos θ) / 2)³, whose mean over a cycle is 5/16.
+double dipAt(const Note &note, double t)
+{
+    const double theta = kTwoPi * kVibratoHz * (t - note.startSeconds) + note.vibratoPhase;
+    return std::pow(0.5 - 0.5 * std::cos(theta), 3.0);
+}
+
 double pitchAt(const Note &note, double t)
 {
+    // A dipping vibrato of depth d lies d (5/16 − q) from the note: its mean is the note.
     const double cents =
-        note.vibratoCents *
-        std::sin(kTwoPi * kVibratoHz * (t - note.startSeconds) + note.vibratoPhase);
+        note.dipping ? note.vibratoCents * (5.0 / 16.0 - dipAt(note, t))
+                     : note.vibratoCents * std::sin(kTwoPi * kVibratoHz * (t - note.startSeconds) +
+                                                    note.vibratoPhase);
     return note.pitchHz * std::exp2(cents / 1200.0);
 }
 
@@ -196,8 +210,17 @@ enum class Timbre
     weakFundamental,
     oddHarmonics,
     sine,
-    stiffString // partials 1/h stretched as a piano string's, the pitch the first partial's
+    stiffString, // partials 1/h stretched as a piano string's, the pitch the first partial's
+    // A cello-like string in a dipping vibrato, with a resonance kRingCents above its third
+    // harmonic that rings at its own frequency, faint but for the dips, where it grows to
+    // kRingLevel of the fundamental (as in the cello render, which at a dip reads its third
+    // partial 40 cents above the rest).
+    ringingString
 };
+
+constexpr double kRingCents = 12.0;
+constexpr double kRingLevel = 0.6;
+constexpr double kRingFloor = 0.03;
 
 // A stiff string's inharmonicity, about a mid-range piano string's: its fourth partial lies 6.5
 // cents sharp of four times the first.
@@ -224,6 +247,12 @@ double partial(Timbre timbre, int h)
         return h % 2 == 1 ? 1.0 / h : 0.0;
     case Timbre::sine:
         return h == 1 ? 1.0 : 0.0;
+    case Timbre::ringingString: {
+        // Strongest at the first; the third faint, the resonance beside it taking its place.
+        constexpr std::array<double, 11> kCello = {1.0, 0.25, 0.05, 0.14, 0.18, 0.19,
+                                                   0.1, 0.08, 0.12, 0.2,  0.08};
+        return h <= 11 ? kCello[static_cast<std::size_t>(h - 1)] : 0.0;
+    }
     }
     return 0.0;
 }
@@ -254,6 +283,7 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
         note.endSeconds = (n + 1) * noteSeconds;
         note.vibratoCents = vibratoCents;
         note.vibratoPhase = uniform(random, 0.0, kTwoPi);
+        note.dipping = timbre == Timbre::ringingString;
         std::vector<Voice> &ensemble = note.voices;
         ensemble.resize(static_cast<std::size_t>(voices));
         if (voices > 1) {
@@ -287,6 +317,10 @@ Sound synthesize(const std::string &timbreName, const std::string &kind, Timbre 
                 for (int h = 1; h <= 64 && partialRatio(timbre, h) * f < 0.45 * kSampleRate; h++)
                     v += partial(timbre, h) * std::sin(partialRatio(timbre, h) * phase +
                                                        phases[static_cast<std::size_t>(h - 1)]);
+                if (timbre == Timbre::ringingString)
+                    v += (kRingFloor + kRingLevel * std::sqrt(dipAt(note, t))) *
+                         std::sin(kTwoPi * 3.0 * note.pitchHz * std::exp2(kRingCents / 1200.0) *
+                                  (t - note.startSeconds));
                 clean[i] += ramp * v;
                 phase += kTwoPi * f / kSampleRate;
             }
@@ -1314,6 +1348,10 @@ int main(int argc, char **argv)
         stiff.group = kStiffGroup;
         sounds.push_back(std::move(stiff));
     }
+    // One partial that does not follow the vibrato: the string's pitch is what the rest follow,
+    // so the row shows how each analysis (and Praat) weighs such a partial.
+    sounds.push_back(synthesize("bowed string", "resonance", Timbre::ringingString, 48, 60,
+                                noteCount, 42.0, INFINITY, 3000));
     if (renders) {
         const struct
         {
@@ -1438,7 +1476,9 @@ int main(int argc, char **argv)
         "there.\n  Rows \"real\": against the annotation, a tracker's pitch corrected by hand, "
         "so good to a few cents; not held to the targets.\n  Row \"ensemble\": four voices "
         "a few cents apart, each with its own vibrato, against the mean of their pitches;\n  not "
-        "held to the targets.\n");
+        "held to the targets.\n  Row \"bowed string resonance\": a vibrato dipping sharply, "
+        "a partial beside the third harmonic ringing at its\n  own frequency, loudest in the "
+        "dips, as in the cello render's worst nominal note; against the string's pitch.\n");
     if (renders) {
         std::printf("Left out where the first partials stray more than %.0f cents RMS from one "
                     "harmonic series (layers beating, vibrato through resonances):\n",
