@@ -909,12 +909,32 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         while (partial >= freqMax)
             partial *= 0.5;
         Measurement own = measure(partial);
+        // A search that took the octave or twelfth above the pitch misses every harmonic that
+        // is no multiple of it, the strongest among them where a formant lifts one (a voice's
+        // fifth): the candidate below whose series holds the strongest partial is the pitch.
+        bool below = false;
+        for (int divisor = 2; divisor <= 3; divisor++) {
+            const double lower = freq / divisor;
+            const auto h = static_cast<int>(std::lround(strongestHz / lower));
+            if (!(lower >= freqMin) || h < 1 || h > kMaxHarmonics || h % divisor == 0 ||
+                !(std::abs(strongestHz / (h * lower) - 1.0) < kStartSpread))
+                continue;
+            // From the strongest partial itself: the search's pitch may be tens of cents off,
+            // enough for the harmonics of layered voices to agree on another layer.
+            const Measurement series = measure(strongestHz / h);
+            if (series.used > 0 && holdsStrongest(series)) {
+                own = series;
+                partial = series.freq;
+                below = true;
+                break;
+            }
+        }
         bool neighbour = false;
         // Within a semitone of a harmonic of the search's pitch, the partial may still be that
         // harmonic, pulled off for a segment by voices that beat: it is, where the series it
         // implies holds real harmonics besides it. A lone partial's implied series holds noise.
         const auto h = static_cast<int>(std::lround(strongestHz / freq));
-        if (h >= 2 && h <= kMaxHarmonics && strongestHz / h >= freqMin &&
+        if (!below && h >= 2 && h <= kMaxHarmonics && strongestHz / h >= freqMin &&
             std::abs(strongestHz / (h * freq) - 1.0) < kSemitoneSpread) {
             const Measurement series = measure(strongestHz / h);
             neighbour = series.used > 0 && m.used > 0 && m.power >= kOwnSeriesShare * series.power;

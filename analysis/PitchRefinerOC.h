@@ -20,9 +20,10 @@ namespace quorval {
 //   faint share over no fundamental at all, the pitch is its octave above (likewise the
 //   harmonics that are no multiple of three for the twelfth);
 //   when the odd harmonics of the octave below (or the non-multiples of three of the twelfth
-//   below) hold a fair share, the pitch is that one. At a note's attack or release, where
-//   partials halfway between the note's come and go, the sound half a segment either side
-//   decides: the octave above there, with no sign of the candidate's own note, is the pitch.
+//   below) hold a fair share, or the strongest partial, which the candidate's own miss, the
+//   pitch is that one. At a note's attack or release, where partials halfway between the
+//   note's come and go, the sound half a segment either side decides: the octave above there,
+//   with no sign of the candidate's own note, is the pitch.
 // - Slurred changes: a segment whose reading a neighbouring note's partials pulled off the
 //   search's takes the steady pitch of the one side, half a segment before or after, that holds
 //   a clear series while the other does not: the segment's centre lies in that note.

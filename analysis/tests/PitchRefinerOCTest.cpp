@@ -101,6 +101,18 @@ TEST(PitchRefinerOC, candidatesAnOctaveOrTwelfthOffMoveToThePitch)
             }
         }
     }
+    // A voice whose formant lifts its fifth harmonic above the rest, which the search's octave
+    // above misses: the strongest partial is a harmonic of the pitch, and the octave below the
+    // search's holds it.
+    for (const double f : {180.0, 230.0, 301.0}) {
+        SCOPED_TRACE(std::to_string(f) + " Hz, fifth harmonic strongest");
+        std::vector<double> segment =
+            harmonics(f, {2500.0, 3000.0, 1500.0, 2000.0, 8000.0, 1200.0, 600.0}, kSegLength);
+        mix(segment, whiteNoise(200.0, kSegLength, 3));
+        refiner.setSamples(segment.data());
+        EXPECT_NEAR(centsBetween(refiner.refine(detuneHz(2.0 * f, 4.0), kFreqMin, kFreqMax), f),
+                    0.0, 0.5);
+    }
     // A sine has no harmonics to tell octaves apart: it stays where it is.
     const std::vector<double> pure = sine(440.0, 8000.0, kSegLength);
     refiner.setSamples(pure.data());
