@@ -908,10 +908,10 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         double partial = strongestHz;
         while (partial >= freqMax)
             partial *= 0.5;
-        Measurement own = measure(partial);
         // A search that took the octave or twelfth above the pitch misses every harmonic that
         // is no multiple of it, the strongest among them where a formant lifts one (a voice's
         // fifth): the candidate below whose series holds the strongest partial is the pitch.
+        Measurement own;
         bool below = false;
         for (int divisor = 2; divisor <= 3; divisor++) {
             const double lower = freq / divisor;
@@ -929,6 +929,8 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
                 break;
             }
         }
+        if (!below)
+            own = measure(partial);
         bool neighbour = false;
         // Within a semitone of a harmonic of the search's pitch, the partial may still be that
         // harmonic, pulled off for a segment by voices that beat: it is, where the series it
