@@ -496,7 +496,12 @@ PitchRefinerOC::Measurement PitchRefinerOC::measure(double freq) const
         if (p < 2.0)
             continue;
         double bin = 0.0;
-        const double power = harmonicNear(p, kBinTolerance, bin);
+        double power = harmonicNear(p, kBinTolerance, bin);
+        // A weak low harmonic read off the rest by nearly kAgreement (one moving on its own, as
+        // a resonance lets it) can draw the estimate so far that harmonics tens of bins up fall
+        // outside kBinTolerance of its prediction: there, the consensus's prediction stands.
+        if (!(power > 0.0) && std::abs(h * start - p) > kBinTolerance)
+            power = harmonicNear(h * start, kBinTolerance, bin);
         if (!(power > 0.0))
             continue;
         m.power += power;

@@ -559,6 +559,18 @@ TEST(PitchRefinerOC, aStrongPartialOffTheSeriesDoesNotLeadTheOthersAstray)
                 2.0)
                 << "note " << note << ", starting " << startCents << " cents off";
     }
+    // A high viola note whose weak fundamental dips 14 cents on its own while the rest hold: a
+    // prediction from the fundamental alone would miss the second harmonic, sixty bins up, and
+    // with it every other.
+    LongSegments longer(noteToHz(49.0), noteToHz(78.0));
+    ASSERT_TRUE(longer.ok);
+    for (const double f : {560.0, 644.0, 720.0}) {
+        std::vector<double> segment =
+            harmonics(f, {0.0, 8000.0, 2500.0, 0.0, 2500.0, 1500.0}, LongSegments::kLength);
+        mix(segment, sine(detuneHz(f, -14.0), 2500.0, LongSegments::kLength));
+        EXPECT_NEAR(centsBetween(longer.alone(segment.data(), detuneHz(f, -1.0)), f), 0.0, 1.0)
+            << f << " Hz";
+    }
 }
 
 TEST(PitchRefinerOC, aStrongestPartialPulledOffItsHarmonicStaysThatHarmonic)
