@@ -147,21 +147,24 @@ struct Sound
 
 constexpr double kVibratoHz = 5.5;
 
+// The vibrato's phase at t (radians).
+double vibratoAngle(const Note &note, double t)
+{
+    return kTwoPi * kVibratoHz * (t - note.startSeconds) + note.vibratoPhase;
+}
+
 // How deep into a dipping vibrato's dip the note is at t: 0 for most of the cycle, rising sharply
 // to 1 at its deepest, ((1 − cos θ) / 2)³, whose mean over a cycle is 5/16.
 double dipAt(const Note &note, double t)
 {
-    const double theta = kTwoPi * kVibratoHz * (t - note.startSeconds) + note.vibratoPhase;
-    return std::pow(0.5 - 0.5 * std::cos(theta), 3.0);
+    return std::pow(0.5 - 0.5 * std::cos(vibratoAngle(note, t)), 3.0);
 }
 
 double pitchAt(const Note &note, double t)
 {
     // A dipping vibrato of depth d lies d (5/16 − q) from the note: its mean is the note.
-    const double cents =
-        note.dipping ? note.vibratoCents * (5.0 / 16.0 - dipAt(note, t))
-                     : note.vibratoCents * std::sin(kTwoPi * kVibratoHz * (t - note.startSeconds) +
-                                                    note.vibratoPhase);
+    const double cents = note.vibratoCents * (note.dipping ? 5.0 / 16.0 - dipAt(note, t)
+                                                           : std::sin(vibratoAngle(note, t)));
     return note.pitchHz * std::exp2(cents / 1200.0);
 }
 
