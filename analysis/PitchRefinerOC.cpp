@@ -867,6 +867,19 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
     return above;
 }
 
+bool PitchRefinerOC::besideHoldsFundamental(double freq)
+{
+    for (int side = 0; side < 2; side++) {
+        if (!transformBeside(side, freq))
+            continue;
+        const Measurement beside = measure(freq);
+        if (beside.used > 0 && holdsStrongest(beside) &&
+            beside.powerOf[0] >= kConsensusPower * strongest)
+            return true;
+    }
+    return false;
+}
+
 double PitchRefinerOC::steadyBeside(double near, double estimate, bool blended)
 {
     double steady[2] = {0.0, 0.0};
@@ -973,9 +986,18 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         const bool noFundamental = m.freq / hzPerBin >= 2.0 &&
                                    !(m.powerOf[0] >= kFaintFundamental * strongest) &&
                                    !(powerNear(m.freq / hzPerBin) >= kFaintNear * strongest);
-        if (factor < 2 && most >= 2 && noFundamental && m.oddShare < kFaintOddShare)
+        if (factor < 2 && most >= 2 && noFundamental && m.oddShare < kFaintOddShare) {
             factor = 2;
-        else if (factor < 2 && most >= 3 && noFundamental && m.otherShare < kFaintOddShare)
+            // Unless the note beside has its fundamental: a vibrato through the body's
+            // resonances can carry a weak fundamental tens of cents off for a segment and thin
+            // the odd harmonics with it. A reed's attack leaves none beside it.
+            if ((before != nullptr || after != nullptr) && m.oddShare > 0.0) {
+                const bool own = besideHoldsFundamental(m.freq);
+                transform(segment, window);
+                if (own)
+                    break;
+            }
+        } else if (factor < 2 && most >= 3 && noFundamental && m.otherShare < kFaintOddShare)
             factor = 3;
         if (factor < 2)
             break;

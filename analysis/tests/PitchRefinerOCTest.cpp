@@ -361,6 +361,25 @@ TEST(PitchRefinerOC, aNoteAttackedAfterALowerOneKeepsItsOctaveFromTheSoundBeside
         const double *middle = voice.data() + kChange - kLength / 2;
         EXPECT_NEAR(centsBetween(refiner.beside(middle, 0.5 * high), 0.5 * high), 0.0, 25.0);
 
+        // A bowed low note whose fundamental and odd harmonics all but fade for a segment (a
+        // vibrato through the body's resonances): alone it reads the octave above; the note
+        // beside it holds them, and the segment keeps its octave.
+        std::vector<double> thinning =
+            harmonics(0.5 * high, {3000.0, 8000.0, 2500.0, 3000.0, 1000.0, 1500.0}, kSound);
+        const std::vector<double> thin =
+            harmonics(0.5 * high, {0.0, 8000.0, 1300.0, 3000.0, 300.0, 1500.0}, kSound);
+        // Thin across the segment, fading in and out over 6 ms either side of it.
+        constexpr int kFade = 256;
+        for (int i = kChange - kLength / 2 - kFade; i < kChange + kLength / 2 + kFade; i++) {
+            const double x =
+                std::min(1.0, (kLength / 2 + kFade - std::abs(i - kChange)) / double(kFade));
+            const double w = 0.5 - 0.5 * std::cos(std::numbers::pi * x);
+            thinning[std::size_t(i)] += w * (thin[std::size_t(i)] - thinning[std::size_t(i)]);
+        }
+        const double *thinnest = thinning.data() + kChange - kLength / 2;
+        EXPECT_NEAR(centsBetween(refiner.alone(thinnest, 0.5 * high), high), 0.0, 25.0);
+        EXPECT_NEAR(centsBetween(refiner.beside(thinnest, 0.5 * high), 0.5 * high), 0.0, 25.0);
+
         LongSegments fresh(refiner.from, refiner.to);
         ASSERT_TRUE(fresh.ok);
         EXPECT_EQ(fresh.beside(segment, 0.5 * high), beside);
