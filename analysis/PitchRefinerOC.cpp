@@ -869,15 +869,17 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
 
 bool PitchRefinerOC::besideHoldsFundamental(double freq)
 {
+    bool held = false;
     for (int side = 0; side < 2; side++) {
         if (!transformBeside(side, freq))
             continue;
         const Measurement beside = measure(freq);
-        if (beside.used > 0 && holdsStrongest(beside) &&
-            beside.powerOf[0] >= kConsensusPower * strongest)
-            return true;
+        if (!(beside.used > 0 && holdsStrongest(beside) &&
+              beside.powerOf[0] >= kConsensusPower * strongest))
+            return false;
+        held = true;
     }
-    return false;
+    return held;
 }
 
 double PitchRefinerOC::steadyBeside(double near, double estimate, bool blended)
@@ -988,9 +990,10 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
                                    !(powerNear(m.freq / hzPerBin) >= kFaintNear * strongest);
         if (factor < 2 && most >= 2 && noFundamental && m.oddShare < kFaintOddShare) {
             factor = 2;
-            // Unless the note beside has its fundamental: a vibrato through the body's
+            // Unless the note on both sides has its fundamental: a vibrato through the body's
             // resonances can carry a weak fundamental tens of cents off for a segment and thin
-            // the odd harmonics with it. A reed's attack leaves none beside it.
+            // the odd harmonics with it. A reed's attack, or a leap to the octave above, leaves
+            // none on one side.
             if ((before != nullptr || after != nullptr) && m.oddShare > 0.0) {
                 const bool own = besideHoldsFundamental(m.freq);
                 transform(segment, window);

@@ -126,8 +126,9 @@ private:
     // Whether the sound half a segment before or after this one is the octave above freq, a
     // steady tone with nothing at freq's odd harmonics. Leaves the transform of that sound.
     [[nodiscard]] bool besideIsOctaveAbove(double freq);
-    // Whether the sound half a segment before or after this one holds freq's series with its
-    // fundamental pointing right at kConsensusPower or more. Leaves the transform of that sound.
+    // Whether the sound half a segment before and after this one (where the caller gave it) holds
+    // freq's series with its fundamental pointing right at kConsensusPower or more. Leaves the
+    // transform of the last side measured.
     [[nodiscard]] bool besideHoldsFundamental(double freq);
     // The steady pitch (Hz) of the one side, half a segment before or after, that holds a clear
     // series near near (Hz) while the other does not, where it lies more than kEdgePull from
