@@ -604,6 +604,10 @@ double PitchRefinerOC::firstPartial(const Measurement &m) const
             lowest.add(h, m.binOf[h - 1], m.powerOf[h - 1] * h * h);
     if (lowest.n >= kStretchHarmonics && lowest.solve() && !(lowest.significance() >= kStretchHint))
         return m.freq;
+    // Layers that beat (a choir) pull each partial their own way and can pose as a stretch; a
+    // stiff string's partials are one each, their lobes pointing as one.
+    if (lobeSpread(m) >= kLayeredSpread)
+        return m.freq;
     // Each partial looked for where the stretch so far puts it: a harmonic prediction misses
     // the upper partials of a stiff string by bins.
     StretchFit fit;

@@ -556,6 +556,44 @@ TEST(PitchRefinerOC, readsAStiffStringAtItsFirstPartial)
     }
 }
 
+TEST(PitchRefinerOC, layersThatBeatAreReadNoLowerThanTheirPartials)
+{
+    // A choir's vowel at a beat's trough: each partial two layers a few cents apart, in
+    // antiphase at the segment's centre, so that the bins about each peak point apart; the
+    // partials' frequencies over their numbers rise from 159 to 165 Hz, and a stray partial far
+    // up lies where a stretch through them would put the fourteenth. Layers are no stiff string:
+    // the reading is never an extrapolated first partial below all of them.
+    LongSegments refiner(noteToHz(40.0), noteToHz(74.0));
+    ASSERT_TRUE(refiner.ok);
+    constexpr int kLength = LongSegments::kLength;
+    const double partials[][2] = {{159.04, 0.0453}, {321.79, 0.145}, {479.58, 1.0},
+                                  {650.39, 0.321},  {824.39, 0.263}, {2929.56, 0.007}};
+    for (const double transpose : {0.85, 0.92, 1.0, 1.08, 1.16}) {
+        for (const double layerCents : {10.0, 20.0}) {
+            for (const double second : {0.8, 0.9}) {
+                std::vector<double> segment = silence(kLength);
+                for (const auto &[hz, power] : partials) {
+                    for (const double sign : {-1.0, 1.0}) {
+                        const double f = transpose * detuneHz(hz, sign * layerCents);
+                        const double amplitude =
+                            3000.0 * std::sqrt(power) * (sign < 0 ? 1.0 : second);
+                        const double atCentre = sign < 0 ? 0.0 : std::numbers::pi;
+                        for (int i = 0; i < kLength; i++)
+                            segment[std::size_t(i)] +=
+                                amplitude *
+                                std::sin(atCentre + 2.0 * std::numbers::pi * f * (i - kLength / 2) /
+                                                        kSampleRate);
+                    }
+                }
+                const double pitch = refiner.alone(segment.data(), transpose * 164.2) / transpose;
+                EXPECT_GT(pitch, detuneHz(159.04, -5.0))
+                    << "transposed " << transpose << ", layers " << layerCents << " cents apart, "
+                    << second;
+            }
+        }
+    }
+}
+
 TEST(PitchRefinerOC, aStrongPartialOffTheSeriesDoesNotLeadTheOthersAstray)
 {
     // A bowed string's vibrato sweeps each partial through the body's resonances, and within one
