@@ -994,10 +994,10 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
                                    !(powerNear(m.freq / hzPerBin) >= kFaintNear * strongest);
         if (factor < 2 && most >= 2 && noFundamental && m.oddShare < kFaintOddShare) {
             factor = 2;
-            // Unless the note on both sides has its fundamental: a vibrato through the body's
-            // resonances can carry a weak fundamental tens of cents off for a segment and thin
-            // the odd harmonics with it. A reed's attack, or a leap to the octave above, leaves
-            // none on one side.
+            // Unless faint odd harmonics are there and the note on both sides has its
+            // fundamental: a vibrato through the body's resonances can carry a weak fundamental
+            // tens of cents off for a segment and thin the odd harmonics with it. A reed's
+            // attack, or a leap to the octave above, leaves none on one side.
             if ((before != nullptr || after != nullptr) && m.oddShare > 0.0) {
                 const bool own = besideHoldsFundamental(m.freq);
                 transform(segment, window);
