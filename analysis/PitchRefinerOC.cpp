@@ -604,10 +604,6 @@ double PitchRefinerOC::firstPartial(const Measurement &m) const
             lowest.add(h, m.binOf[h - 1], m.powerOf[h - 1] * h * h);
     if (lowest.n >= kStretchHarmonics && lowest.solve() && !(lowest.significance() >= kStretchHint))
         return m.freq;
-    // Layers that beat (a choir) pull each partial their own way and can pose as a stretch; a
-    // stiff string's partials are one each, their lobes pointing as one.
-    if (lobeSpread(m) >= kLayeredSpread)
-        return m.freq;
     // Each partial looked for where the stretch so far puts it: a harmonic prediction misses
     // the upper partials of a stiff string by bins.
     StretchFit fit;
@@ -797,15 +793,14 @@ bool PitchRefinerOC::holdsItsLevel() const
 
 double PitchRefinerOC::pitchOf(const Measurement &m) const
 {
-    const double first = firstPartial(m);
-    const double layered = first == m.freq ? layeredPitch(m, 0.0, false) : 0.0;
-    return layered > 0.0 ? layered : first;
+    if (!(lobeSpread(m) >= kLayeredSpread))
+        return firstPartial(m);
+    const double layered = layeredPitch(m, 0.0, false);
+    return layered > 0.0 ? layered : m.freq;
 }
 
 double PitchRefinerOC::layeredPitch(const Measurement &m, double freqMin, bool mayGoDown) const
 {
-    if (!(lobeSpread(m) >= kLayeredSpread))
-        return 0.0;
     // Where the sound repeats at no period near m.freq, how well it does there still says
     // whether it repeats markedly better below: a layered partial can read tens of cents off
     // and lead the harmonic moves to a multiple of the pitch whose harmonics, each pointing
@@ -833,7 +828,7 @@ double PitchRefinerOC::layeredPitch(const Measurement &m, double freqMin, bool m
     return pitch;
 }
 
-bool PitchRefinerOC::transformBeside(int side, double freq)
+bool PitchRefinerOC::measureBeside(int side, double freq, Measurement &beside)
 {
     const int half = nFrames / 2;
     const auto to = besideSamples.begin();
@@ -847,6 +842,7 @@ bool PitchRefinerOC::transformBeside(int side, double freq)
         return false;
     }
     transform(besideSamples.data(), freq / hzPerBin >= kWideSpacingBins ? kBlackmanHarris : kHann);
+    beside = measure(freq);
     return true;
 }
 
@@ -854,9 +850,9 @@ bool PitchRefinerOC::besideIsOctaveAbove(double freq)
 {
     bool above = false;
     for (int side = 0; side < 2; side++) {
-        if (!transformBeside(side, freq))
+        Measurement beside;
+        if (!measureBeside(side, freq, beside))
             continue;
-        const Measurement beside = measure(freq);
         if (!(beside.used > 0 && beside.power >= kHeldPower * strongest && holdsStrongest(beside)))
             continue;
         // The candidate's own note held beside the segment, its odd harmonics weak but there
@@ -875,9 +871,9 @@ bool PitchRefinerOC::besideHoldsFundamental(double freq)
 {
     bool held = false;
     for (int side = 0; side < 2; side++) {
-        if (!transformBeside(side, freq))
+        Measurement beside;
+        if (!measureBeside(side, freq, beside))
             continue;
-        const Measurement beside = measure(freq);
         if (!(beside.used > 0 && holdsStrongest(beside) &&
               beside.powerOf[0] >= kConsensusPower * strongest))
             return false;
@@ -890,9 +886,9 @@ double PitchRefinerOC::steadyBeside(double near, double estimate, bool blended)
 {
     double steady[2] = {0.0, 0.0};
     for (int side = 0; side < 2; side++) {
-        if (!transformBeside(side, near))
+        Measurement beside;
+        if (!measureBeside(side, near, beside))
             continue;
-        const Measurement beside = measure(near);
         if (beside.used > 0 && holdsStrongest(beside) &&
             std::abs(beside.freq / near - 1.0) < kStartSpread &&
             goodnessOf(beside) >= kSteadyGoodness)
@@ -1066,9 +1062,11 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
         return freq;
     harmonicsUsed = m.used;
     goodness = goodnessOf(m);
-    const double pitch = firstPartial(m);
-    // A stiff string's partials are stretched rather than layered: its first partial stands.
-    double layered = pitch == m.freq ? layeredPitch(m, freqMin, !movedUp) : 0.0;
+    // A stiff string's partials are stretched, one partial each; layers that beat (a choir) pull
+    // each partial their own way, which can pose as a stretch, and their lobes point apart.
+    const bool blended = lobeSpread(m) >= kLayeredSpread;
+    const double pitch = blended ? m.freq : firstPartial(m);
+    double layered = blended ? layeredPitch(m, freqMin, !movedUp) : 0.0;
     if (!(layered >= freqMin && layered < freqMax))
         layered = 0.0;
     // Two notes at a slurred change blend in each lobe as layers do, and the period reads
@@ -1077,7 +1075,7 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     const double estimate = layered > 0.0 ? layered : m.freq;
     if ((before != nullptr || after != nullptr) &&
         (moved || std::abs(estimate / freq - 1.0) > kEdgePull)) {
-        const double steady = steadyBeside(m.freq, estimate, lobeSpread(m) >= kLayeredSpread);
+        const double steady = steadyBeside(m.freq, estimate, blended);
         if (steady >= freqMin && steady < freqMax)
             return steady;
     }

@@ -120,9 +120,9 @@ private:
     static constexpr int kTaps = 3;
     // The spectrum of nFrames samples under the cosine-sum window with these coefficients.
     void transform(const double *samples, const double (&window)[kTaps + 1]);
-    // The transform of the sound half a segment before (side 0) or after (1) this one, under
-    // the window for freq; false where the caller gave no samples there.
-    [[nodiscard]] bool transformBeside(int side, double freq);
+    // In beside, freq measured in the sound half a segment before (side 0) or after (1) this
+    // one, transformed under the window for freq; false where the caller gave no samples there.
+    [[nodiscard]] bool measureBeside(int side, double freq, Measurement &beside);
     // Whether the sound half a segment before or after this one is the octave above freq, a
     // steady tone with nothing at freq's odd harmonics. Leaves the transform of that sound.
     [[nodiscard]] bool besideIsOctaveAbove(double freq);
@@ -162,8 +162,8 @@ private:
     // The pitch (Hz) of a measurement: its first partial, or for layered partials the period the
     // sound repeats at best.
     [[nodiscard]] double pitchOf(const Measurement &m) const;
-    // The pitch (Hz) of layered partials measured as m (see the class comment); 0 where its
-    // partials are not layered, or the sound repeats at no period near it well.
+    // The pitch (Hz) of layered partials measured as m (see the class comment); 0 where the
+    // sound repeats at no period near it well.
     [[nodiscard]] double layeredPitch(const Measurement &m, double freqMin, bool mayGoDown) const;
     // The pitch (Hz) within a semitone of freq whose period the present transform's sound
     // repeats at best, and in similarity the autocorrelation there over its value at no lag (1
