@@ -196,6 +196,17 @@ constexpr double kLayeredClearer = 0.02;
 // within 4 dB.
 constexpr double kLevelChange = 4.0;
 
+// A harmonic holding this share of the power of the harmonics that vote or more is a nearly pure
+// tone's loudest partial. Where layers of voices beat, it can read tens of cents off the faint
+// upper partials for several segments; what the ear and the period follow is then all of them,
+// each by its weight. Where it glides (a reed's attack or slur carries it tens of cents across
+// a segment while the upper partials hold the note) the consensus stands: that is told by its
+// reading half a segment before and after, which must lie within kBorneOut of its own (25 cents)
+// and within kHeldAcross of each other (13 cents).
+constexpr double kLoudestShare = 0.9;
+constexpr double kBorneOut = 0.0145;
+constexpr double kHeldAcross = 0.0075;
+
 // Cosine-sum windows, w(n) = Σ c_j cos(2πjn / nFrames) over j = -3 .. 3, by c_0 .. c_3.
 constexpr double kHann[] = {0.5, -0.25, 0.0, 0.0};
 // Four-term Blackman–Harris (Harris, Proc. IEEE 66, 1978).
@@ -560,6 +571,20 @@ double PitchRefinerOC::Measurement::strayMost(int k) const
     return most;
 }
 
+double PitchRefinerOC::Measurement::meanOfAll(double least) const
+{
+    double weightSum = 0.0;
+    double weightedBins = 0.0;
+    for (int h = 1; h <= kMaxHarmonics; h++) {
+        if (!(powerOf[h - 1] >= least))
+            continue;
+        const double weight = powerOf[h - 1] * h * h;
+        weightSum += weight;
+        weightedBins += weight * binOf[h - 1] / h;
+    }
+    return weightSum > 0.0 ? weightedBins / weightSum : 0.0;
+}
+
 int PitchRefinerOC::Measurement::commonFactor(double limit, double lone, int most) const
 {
     for (int k = std::min(most, kMaxFactor); k >= 2; k--) {
@@ -908,6 +933,36 @@ double PitchRefinerOC::steadyBeside(double near, double estimate, bool blended)
     return 0.0;
 }
 
+double PitchRefinerOC::loudestHeld(const Measurement &m, const double (&window)[kTaps + 1])
+{
+    if (before == nullptr || after == nullptr)
+        return 0.0;
+    int loudest = 0;
+    double voting = 0.0;
+    for (int h = 1; h <= kConsensusHarmonics; h++) {
+        const double power = m.powerOf[h - 1];
+        if (power >= kConsensusPower * strongest)
+            voting += power;
+        if (loudest == 0 || power > m.powerOf[loudest - 1])
+            loudest = h;
+    }
+    const double own = m.binOf[loudest - 1] / loudest;
+    if (!(voting > 0.0 && m.powerOf[loudest - 1] >= kLoudestShare * voting) ||
+        !(std::abs(own * hzPerBin / m.freq - 1.0) >= kAgreement))
+        return 0.0;
+    double read[2] = {0.0, 0.0};
+    for (int side = 0; side < 2; side++) {
+        Measurement beside;
+        if (measureBeside(side, own * hzPerBin, beside) && beside.powerOf[loudest - 1] > 0.0)
+            read[side] = beside.binOf[loudest - 1] / loudest;
+    }
+    transform(segment, window);
+    const bool held = read[0] > 0.0 && read[1] > 0.0 && std::abs(read[0] / own - 1.0) < kBorneOut &&
+                      std::abs(read[1] / own - 1.0) < kBorneOut &&
+                      std::abs(read[1] / read[0] - 1.0) < kHeldAcross;
+    return held ? m.meanOfAll(kPredictingPower * strongest) * hzPerBin : 0.0;
+}
+
 double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
 {
     harmonicsUsed = 0;
@@ -1060,11 +1115,16 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     }
     if (!(m.freq >= freqMin && m.freq < freqMax))
         return freq;
-    harmonicsUsed = m.used;
-    goodness = goodnessOf(m);
     // A stiff string's partials are stretched, one partial each; layers that beat (a choir) pull
     // each partial their own way, which can pose as a stretch, and their lobes point apart.
     const bool blended = lobeSpread(m) >= kLayeredSpread;
+    if (!blended) {
+        const double all = loudestHeld(m, window);
+        if (all >= freqMin && all < freqMax)
+            m.freq = all;
+    }
+    harmonicsUsed = m.used;
+    goodness = goodnessOf(m);
     const double pitch = blended ? m.freq : firstPartial(m);
     double layered = blended ? layeredPitch(m, freqMin, !movedUp) : 0.0;
     if (!(layered >= freqMin && layered < freqMax))

@@ -44,6 +44,10 @@ namespace quorval {
 //   single series describes such a sound: its pitch is the period it repeats at best, the highest
 //   peak of its autocorrelation (from the power spectrum, corrected for the window's own) near
 //   the estimate, or at the octave or twelfth below where the sound repeats markedly better there.
+//   Where a nearly pure tone's loudest partial reads off its faint upper ones, which the start
+//   then leaves it out for, and holds there from half a segment before to half a segment after,
+//   its layers disagree rather than one partial being misread: the pitch is the mean of every
+//   harmonic, weighted as above, as the period is.
 //
 // Window: Hann (Hann's main lobe is two bins wide on each side, so harmonics four bins apart, the
 // closest the segmentation gives, stay apart) or, where harmonics are far apart, a four-term
@@ -114,6 +118,9 @@ private:
         [[nodiscard]] int commonFactor(double limit, double lone, int most) const;
         // The greatest power of a harmonic that is no multiple of k.
         [[nodiscard]] double strayMost(int k) const;
+        // The fundamental (bins of hzPerBin) that every harmonic of least power or more puts
+        // it at, each weighted by power × number² as the period weighs it; 0 when none does.
+        [[nodiscard]] double meanOfAll(double least) const;
     };
 
     // Taps of the windows either side of a bin.
@@ -135,6 +142,11 @@ private:
     // estimate (Hz); where both do and agree, their mean where estimate lies off both and the
     // segment's lobes are blended; 0 otherwise. Leaves the transform of the sound beside.
     [[nodiscard]] double steadyBeside(double near, double estimate, bool blended);
+    // Where m's loudest harmonic holds kLoudestShare of the voting power, was left out of
+    // m.freq and holds its reading beside the segment (see kHeldAcross), the pitch (Hz) all
+    // of m's harmonics put the fundamental at; 0 otherwise. Leaves the transform of the segment
+    // under window.
+    [[nodiscard]] double loudestHeld(const Measurement &m, const double (&window)[kTaps + 1]);
     // x1, powers from u(k) under the window's first taps + 1 coefficients (the rest are 0).
     template <int taps> void applyWindow(int m);
     [[nodiscard]] Measurement measure(double freq) const;
