@@ -196,7 +196,7 @@ constexpr double kLayeredClearer = 0.02;
 // within 4 dB.
 constexpr double kLevelChange = 4.0;
 
-// A harmonic holding this share of the power of the harmonics that vote or more is a nearly pure
+// A harmonic holding this share or more of the power of the harmonics that vote is a nearly pure
 // tone's loudest partial. Where layers of voices beat, it can read tens of cents off the faint
 // upper partials for several segments; what the ear and the period follow is then all of them,
 // each by its weight. Where it glides (a reed's attack or slur carries it tens of cents across

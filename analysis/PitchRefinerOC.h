@@ -44,10 +44,10 @@ namespace quorval {
 //   single series describes such a sound: its pitch is the period it repeats at best, the highest
 //   peak of its autocorrelation (from the power spectrum, corrected for the window's own) near
 //   the estimate, or at the octave or twelfth below where the sound repeats markedly better there.
-//   Where a nearly pure tone's loudest partial reads off its faint upper ones, which the start
-//   then leaves it out for, and holds there from half a segment before to half a segment after,
-//   its layers disagree rather than one partial being misread: the pitch is the mean of every
-//   harmonic, weighted as above, as the period is.
+//   Where a nearly pure tone's loudest partial reads so far off its faint upper ones that the
+//   start leaves it out, and holds that reading from half a segment before to half a segment
+//   after, its layers disagree rather than one partial being misread: the pitch is the mean of
+//   every harmonic, weighted as above, as the period is.
 //
 // Window: Hann (Hann's main lobe is two bins wide on each side, so harmonics four bins apart, the
 // closest the segmentation gives, stay apart) or, where harmonics are far apart, a four-term
