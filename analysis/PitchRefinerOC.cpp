@@ -933,7 +933,7 @@ double PitchRefinerOC::steadyBeside(double near, double estimate, bool blended)
     return 0.0;
 }
 
-double PitchRefinerOC::loudestHeld(const Measurement &m, const double (&window)[kTaps + 1])
+double PitchRefinerOC::loudestHeld(const Measurement &m)
 {
     if (before == nullptr || after == nullptr)
         return 0.0;
@@ -950,6 +950,10 @@ double PitchRefinerOC::loudestHeld(const Measurement &m, const double (&window)[
     if (!(voting > 0.0 && m.powerOf[loudest - 1] >= kLoudestShare * voting) ||
         !(std::abs(own * hzPerBin / m.freq - 1.0) >= kAgreement))
         return 0.0;
+    // m was measured under the present window, which a move up may have changed from the
+    // refinement's first: the segment is transformed back under it.
+    double window[kTaps + 1];
+    std::copy(std::begin(coefficients), std::end(coefficients), std::begin(window));
     double read[2] = {0.0, 0.0};
     for (int side = 0; side < 2; side++) {
         Measurement beside;
@@ -1118,8 +1122,9 @@ double PitchRefinerOC::refine(double freq, double freqMin, double freqMax)
     // A stiff string's partials are stretched, one partial each; layers that beat (a choir) pull
     // each partial their own way, which can pose as a stretch, and their lobes point apart.
     const bool blended = lobeSpread(m) >= kLayeredSpread;
+    // A nearly pure tone whose loudest partial the start left out (see kLoudestShare).
     if (!blended) {
-        const double all = loudestHeld(m, window);
+        const double all = loudestHeld(m);
         if (all >= freqMin && all < freqMax)
             m.freq = all;
     }

@@ -144,9 +144,9 @@ private:
     [[nodiscard]] double steadyBeside(double near, double estimate, bool blended);
     // Where m's loudest harmonic holds kLoudestShare of the voting power, was left out of
     // m.freq and holds its reading beside the segment (see kHeldAcross), the pitch (Hz) all
-    // of m's harmonics put the fundamental at; 0 otherwise. Leaves the transform of the segment
-    // under window.
-    [[nodiscard]] double loudestHeld(const Measurement &m, const double (&window)[kTaps + 1]);
+    // of m's harmonics put the fundamental at; 0 otherwise. Leaves the present transform as it
+    // found it.
+    [[nodiscard]] double loudestHeld(const Measurement &m);
     // x1, powers from u(k) under the window's first taps + 1 coefficients (the rest are 0).
     template <int taps> void applyWindow(int m);
     [[nodiscard]] Measurement measure(double freq) const;
